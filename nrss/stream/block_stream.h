@@ -1,0 +1,39 @@
+/**
+ * Block streaming: a ring of two blocks per channel turns calls of any length into whole blocks for the
+ * block pipeline and hands the cleaned samples back one block later. Its entry points,
+ * Tolu_NRSS_BufInit and Tolu_NRSS_Buffered, are exported: see korvane_nrss.h.
+ */
+#ifndef KORVANE_NRSS_STREAM_BLOCK_STREAM_H
+#define KORVANE_NRSS_STREAM_BLOCK_STREAM_H
+
+#include <cstdint>
+
+namespace korvane {
+
+inline constexpr int32_t kBlockSize = 576;             ///< samples per channel in a block
+inline constexpr int32_t kRingSize = 2 * kBlockSize;   ///< samples per channel in the ring
+
+/** Always write_pos = (read_pos + 576) mod 1152 and fill = write_pos mod 576 once initialised. */
+struct NrssStreamState {
+    uint16_t two_channel;  ///< 1 where the current call has two distinct channels
+    int32_t read_pos;      ///< 0..1151, next sample to hand back
+    int32_t write_pos;     ///< 0..1151, next sample to store
+    int32_t fill;          ///< 0..575, samples stored since the last whole block
+    int16_t ring_ch0[kRingSize];
+    int16_t ring_ch1[kRingSize];
+};
+
+extern NrssStreamState nrss_stream_state;
+
+/**
+ * One step of the ring: stores n samples, cleans a block if one is now complete, hands n samples back.
+ *
+ * @param ch0  [0..n-1] int16 samples, overwritten
+ * @param ch1  [0..n-1] int16 samples, overwritten; not touched where two_channel is 0
+ * @param n    1..576
+ */
+void NRSS_StreamBlock(int16_t* ch0, int16_t* ch1, int32_t n);
+
+}  // namespace korvane
+
+#endif
