@@ -22,8 +22,8 @@
  *   All state is static: one stream per process, shared by every call of this header and of
  *   korvane_vad.h. Nothing is allocated, no thread is started, nothing is locked. Calls must not
  *   overlap, not even on different buffers. The library keeps no pointer to a caller's buffer.
- *   When the library is loaded all state is zero: the suppressor is off (level 0) and passes samples
- *   through unchanged, delayed only by the stream's ring.
+ *   When the library is loaded all state is zero: the suppressor is off (level 0), and until
+ *   Tolu_NRSS_BufInit has run the stream hands samples straight back, unchanged and undelayed.
  *
  * DELAY, in samples per channel
  *   stream ring (Tolu_NRSS_Buffered, Tolu_NRSS, Tolu_NRSS_EXE)      576, at every level and rate
@@ -74,7 +74,8 @@ extern "C" {
  * Tolu_NRSS_BufInit.
  *
  * For the first frames (63 at 8 and 16 kHz: 0.57 s at 16 kHz; 125 at 48 kHz: 0.75 s) every gain is
- * open while the noise estimate forms.
+ * open while the noise estimate forms. The count of frames behind this stops at 2^31 - 1, so a stream
+ * that runs for months never falls back into its start-up.
  */
 KORVANE_API void Tolu_NRSS_Init(int32_t level, int32_t rate);
 

@@ -1,6 +1,7 @@
 /**
  * The log layer. On Android messages go to the platform's log. Elsewhere they go to the host's
- * __android_log_print if it defines one, and else to stderr, one line each in logcat's brief form.
+ * __android_log_print if it defines one, and else to stderr, one line each in logcat's brief form:
+ * "I/TAG(  PID): message".
  */
 #ifndef KORVANE_PLATFORM_LOG_H
 #define KORVANE_PLATFORM_LOG_H
@@ -9,13 +10,11 @@ namespace korvane {
 
 inline constexpr int kLogInfo = 4;  ///< Android's priority "info"
 
-/** Writes one informational message under the library's tag; printf's format and arguments. */
-#define KORVANE_LOG_INFO(...) ::korvane::log_sink()(::korvane::kLogInfo, "OLM_VOR_a64", __VA_ARGS__)
+/** Signature of __android_log_print: priority, tag, printf's format and arguments. */
+typedef int (*LogPrint)(int priority, const char* tag, const char* format, ...)
+    __attribute__((format(printf, 3, 4)));
 
-/** Signature of __android_log_print. */
-using LogPrint = int (*)(int priority, const char* tag, const char* format, ...);
-
-/** Where messages go now. */
+/** The function that takes messages now; never null. */
 LogPrint log_sink();
 
 }  // namespace korvane

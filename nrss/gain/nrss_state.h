@@ -37,7 +37,7 @@ struct NrssState {
     int32_t subwin_len;      ///< frames per sub-window
     int32_t startup_frames;  ///< frames before minimum tracking begins
     int32_t subwin_count;    ///< frames counted in the current sub-window
-    int32_t frame_count;     ///< frames since initialisation; wraps after 2^31 (at 8 kHz in a year)
+    int32_t frame_count;     ///< frames since initialisation; stays at 2^31 - 1
     const int16_t* window;   ///< [0..287] Q15
     const int32_t* osub_coef;           ///< [0..5] over-subtraction curve
     int32_t* min_win_row[kSubWindows];  ///< rows of min_win by age; [0] is being filled

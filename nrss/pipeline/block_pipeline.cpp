@@ -1,0 +1,93 @@
+#include "nrss/pipeline/block_pipeline.h"
+
+#include "dsp/band_processor.h"
+#include "dsp/filter_bank.h"
+#include "nrss/gain/nrss_state.h"
+#include "nrss/pipeline/framing.h"
+#include "nrss/pipeline/full_band.h"
+
+namespace korvane {
+
+constinit int32_t ch0_high_a[kFrameWords] = {};
+constinit int32_t ch0_high_b[kFrameWords] = {};
+constinit int32_t ch1_high_a[kFrameWords] = {};
+constinit int32_t ch1_high_b[kFrameWords] = {};
+
+namespace {
+
+/** A pair of frame buffers in its roles for one hop. */
+struct FramePair {
+    int32_t* cur;
+    int32_t* oth;
+
+    FramePair swapped() const { return {oth, cur}; }
+};
+
+/** What a channel brings to a hop. */
+struct Channel {
+    FramePair frames;       // full band or low band
+    FramePair high_frames;  // two-band path only
+    int32_t* split_state;
+    int32_t* merge_state;
+    bool computes_gains;
+
+    /** The same channel in the next hop: the buffers of each pair have changed roles. */
+    Channel next_hop() const {
+        return {frames.swapped(), high_frames.swapped(), split_state, merge_state, computes_gains};
+    }
+};
+
+/** One hop of 144 samples at x, in place. */
+void full_band_hop(int16_t* x, const Channel& channel) {
+    const auto [cur, oth] = channel.frames;
+    NRSS_WindowFrame(x, cur, oth);
+    NRSS_ProcessFullBand(cur, channel.computes_gains);
+    NRSS_OverlapAdd(cur, oth, x);
+}
+
+/** One hop of 288 samples at x, in place. */
+void two_band_hop(int16_t* x, const Channel& channel) {
+    const auto [cur, oth] = channel.frames;
+    const auto [high_cur, high_oth] = channel.high_frames;
+    NRSS_SplitBands(x, channel.split_state, 2 * kBandSize);
+    NRSS_WindowFrame(low_band, cur, oth);
+    NRSS_WindowFrame(high_band, high_cur, high_oth);
+    NRSS_ProcessBand(cur, high_cur, channel.computes_gains ? 1 : 0, kBins);
+    NRSS_OverlapAdd(cur, oth, low_band);
+    NRSS_OverlapAdd(high_cur, high_oth, high_band);
+    NRSS_MergeBands(x, channel.merge_state, 2 * kBandSize);
+}
+
+}  // namespace
+
+}  // namespace korvane
+
+extern "C" void Tolu_NRSS_Nonintlvd(int16_t* ch0, int16_t* ch1, int32_t n) {
+    using namespace korvane;
+    NrssState& s = nrss_state;
+    if (s.level == 0) {
+        return;
+    }
+    const bool two_channels = ch1 != ch0;
+    const auto process_hop = s.rate_class == kTwoBandClass ? two_band_hop : full_band_hop;
+    const Channel first0{{s.ch0_frame_a, s.ch0_frame_b}, {ch0_high_a, ch0_high_b},
+                         s.split_state_ch0, s.merge_state_ch0, true};
+    const Channel first1{{s.ch1_frame_a, s.ch1_frame_b}, {ch1_high_a, ch1_high_b},
+                         s.split_state_ch1, s.merge_state_ch1, false};
+    const Channel second0 = first0.next_hop();
+    const Channel second1 = first1.next_hop();
+
+    // A sub-block is two hops. Channel 0 goes first in each, so that channel 1 is weighted with the
+    // gains of that very hop.
+    const int32_t hop = s.frame_len / 2;
+    for (int32_t start = 0; s.frame_len <= n - start; start += s.frame_len) {
+        process_hop(ch0 + start, first0);
+        if (two_channels) {
+            process_hop(ch1 + start, first1);
+        }
+        process_hop(ch0 + start + hop, second0);
+        if (two_channels) {
+            process_hop(ch1 + start + hop, second1);
+        }
+    }
+}

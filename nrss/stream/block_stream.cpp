@@ -1,0 +1,85 @@
+#include "nrss/stream/block_stream.h"
+
+#include <algorithm>
+
+#include "korvane_nrss.h"
+
+namespace korvane {
+
+constinit NrssStreamState nrss_stream_state = {};
+
+namespace {
+
+int32_t advance(int32_t position, int32_t n) {
+    position += n;
+    return position < kRingSize ? position : position - kRingSize;
+}
+
+/** Copies n samples into a ring from a position on, in two runs where the ring ends between. */
+void store(int16_t* ring, int32_t position, const int16_t* x, int32_t n) {
+    const int32_t first = std::min(n, kRingSize - position);
+    std::copy_n(x, first, ring + position);
+    std::copy_n(x + first, n - first, ring);
+}
+
+/** Copies n samples out of a ring, as store does. */
+void hand_back(const int16_t* ring, int32_t position, int16_t* x, int32_t n) {
+    const int32_t first = std::min(n, kRingSize - position);
+    std::copy_n(ring + position, first, x);
+    std::copy_n(ring, n - first, x + first);
+}
+
+}  // namespace
+
+void NRSS_StreamBlock(int16_t* ch0, int16_t* ch1, int32_t n) {
+    NrssStreamState& s = nrss_stream_state;
+
+    store(s.ring_ch0, s.write_pos, ch0, n);
+    if (s.two_channel == 1) {
+        store(s.ring_ch1, s.write_pos, ch1, n);
+    }
+    s.write_pos = advance(s.write_pos, n);
+    s.fill += n;
+
+    // A block is always one whole half of the ring, so the core works in the ring itself.
+    if (s.fill >= kBlockSize) {
+        s.fill -= kBlockSize;
+        const int32_t start = s.write_pos < kBlockSize ? kBlockSize : 0;
+        int16_t* const block0 = s.ring_ch0 + start;
+        Tolu_NRSS_Nonintlvd(block0, s.two_channel == 1 ? s.ring_ch1 + start : block0, kBlockSize);
+    }
+
+    hand_back(s.ring_ch0, s.read_pos, ch0, n);
+    if (s.two_channel == 1) {
+        hand_back(s.ring_ch1, s.read_pos, ch1, n);
+    }
+    s.read_pos = advance(s.read_pos, n);
+}
+
+}  // namespace korvane
+
+extern "C" {
+
+void Tolu_NRSS_BufInit(void) {
+    using namespace korvane;
+    NrssStreamState& s = nrss_stream_state;
+    std::fill_n(s.ring_ch0, kRingSize, int16_t{0});
+    std::fill_n(s.ring_ch1, kRingSize, int16_t{0});
+    s.read_pos = 0;
+    s.write_pos = kBlockSize;
+    s.fill = 0;
+}
+
+void Tolu_NRSS_Buffered(int16_t* ch0, int16_t* ch1, int n) {
+    using namespace korvane;
+    nrss_stream_state.two_channel = ch0 != ch1 ? 1 : 0;
+    while (n > 0) {
+        const int step = std::min(n, static_cast<int>(kBlockSize));
+        NRSS_StreamBlock(ch0, ch1, step);
+        ch0 += step;
+        ch1 += step;
+        n -= step;
+    }
+}
+
+}  // extern "C"

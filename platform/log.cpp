@@ -1,0 +1,58 @@
+#include "platform/log.h"
+
+#include <cstdarg>
+#include <cstdio>
+
+#ifndef __ANDROID__
+#include <unistd.h>
+#endif
+
+#ifdef __ANDROID__
+
+extern "C" int __android_log_print(int priority, const char* tag, const char* format, ...)
+    __attribute__((format(printf, 3, 4)));
+
+namespace korvane {
+
+LogPrint log_sink() { return __android_log_print; }
+
+}  // namespace korvane
+
+#else
+
+// A weak reference, not a definition: the library exports nothing beyond its interface, and the
+// address is null unless the host (or a library it loads) defines the function.
+extern "C" int __android_log_print(int priority, const char* tag, const char* format, ...)
+    __attribute__((weak, visibility("default"), format(printf, 3, 4)));
+
+namespace korvane {
+
+namespace {
+
+/** The letter by which logcat shows a priority: V, D, I, W, E, F for 2..7. */
+char priority_letter(int priority) {
+    return priority >= 2 && priority <= 7 ? "VDIWEF"[priority - 2] : '?';
+}
+
+/** Takes the place of the platform's log: one write to stderr per message, so that lines of several
+ * processes do not mix. A message that does not fit is cut. Returns the characters written. */
+int stderr_log_print(int priority, const char* tag, const char* format, ...)
+    __attribute__((format(printf, 3, 4)));
+
+int stderr_log_print(int priority, const char* tag, const char* format, ...) {
+    char message[256];
+    va_list arguments;
+    va_start(arguments, format);
+    vsnprintf(message, sizeof message, format, arguments);
+    va_end(arguments);
+    return fprintf(stderr, "%c/%-8s(%5d): %s\n", priority_letter(priority), tag,
+                   static_cast<int>(getpid()), message);
+}
+
+}  // namespace
+
+LogPrint log_sink() { return __android_log_print ? __android_log_print : stderr_log_print; }
+
+}  // namespace korvane
+
+#endif
