@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <climits>
@@ -22,7 +23,7 @@ namespace {
 constexpr int64_t kHeaderBytes = 44;
 // RIFF's size field counts 36 header bytes besides the samples.
 constexpr int64_t kMaxSamples = (int64_t{UINT32_MAX} - 36) / 2;
-constexpr std::size_t kPieceSamples = 128 * 1024;
+constexpr std::size_t kPieceSamples = 131072;
 constexpr std::array kEndingSignals = {SIGHUP, SIGINT, SIGQUIT, SIGTERM};
 
 // What the signal handler has to remove, empty when there is nothing. Changed only while the
@@ -81,7 +82,7 @@ TemporaryFile::TemporaryFile(const std::string& target) {
     if (descriptor_ < 0) {
         throw Failure(target, std::strerror(errno));
     }
-    std::strcpy(doomed, name_.c_str());
+    std::copy_n(name_.c_str(), name_.size() + 1, doomed);
 }
 
 TemporaryFile::~TemporaryFile() {

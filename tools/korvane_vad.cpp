@@ -27,6 +27,7 @@
 
 // The library hands its log lines to this function of its host. They would only blur the messages
 // of a command, so they end here.
+// NOLINTNEXTLINE(bugprone-reserved-identifier)
 extern "C" __attribute__((visibility("default"), format(printf, 3, 4))) int __android_log_print(
     int /*priority*/, const char* /*tag*/, const char* /*format*/, ...) {
     return 0;
@@ -179,6 +180,10 @@ int usage_error(const char* message) {
 
 int run_command(int argc, char** argv) {
     check_standard_streams();
+    static char name[] = "korvane-vad";  // getopt_long's messages begin with it, like ours
+    if (argc > 0) {
+        argv[0] = name;
+    }
     static const std::array<option, 4> options = {{{"cleaned", required_argument, nullptr, 'c'},
                                                    {"help", no_argument, nullptr, 'h'},
                                                    {"version", no_argument, nullptr, 'V'},
@@ -194,7 +199,7 @@ int run_command(int argc, char** argv) {
                 flush_stdout();
                 return 0;
             case 'V':
-                std::printf("korvane-vad (%s)\n", VoiceActivityDetectionVersion());
+                std::puts(VoiceActivityDetectionVersion());
                 flush_stdout();
                 return 0;
             default:  // getopt_long has said what is wrong

@@ -15,15 +15,16 @@ namespace korvane::tool {
 
 namespace {
 
-constexpr int64_t kPieceFrames = 64 * 1024;
+constexpr int64_t kPieceFrames = 65536;
 constexpr int kRateLimit = 50000;
 
 // Programs that write to a pipe cannot know the length and put a huge one into the header. What is
 // declared from here on (in bytes) is such a placeholder.
 constexpr int64_t kUnknownBytes = 0x7F000000;
 
-std::string first_line(const char* message) {
-    std::string line = message;
+/** A message of libsndfile as one line without its "Error : " and full stop. */
+std::string reason(const std::string& message) {
+    std::string line = message.substr(message.starts_with("Error : ") ? 8 : 0);
     line.resize(std::min(line.find('\n'), line.size()));
     while (!line.empty() && (line.back() == '.' || line.back() == ' ')) {
         line.pop_back();
@@ -31,18 +32,15 @@ std::string first_line(const char* message) {
     return line;
 }
 
-// libsndfile quietly shortens the length when a file is smaller than its header says, goes on over
-// damaged FLAC frames, and accepts an Ogg stream without its end. Only its log tells, in lines like
-// "data : 137090 (should be 59956)".
-std::string damage_in_log(const std::string& log, int format) {
+// libsndfile quietly shortens the length when a file is smaller than its header says, and accepts
+// an Ogg stream without its end. Only its log tells, in lines like "data : 137090 (should be
+// 59956)". Empty when nothing is missing.
+std::string loss_in_log(const std::string& log, int format) {
     const bool wave64 = (format & SF_FORMAT_TYPEMASK) == SF_FORMAT_W64;
     std::istringstream lines(log);
     for (std::string line; std::getline(lines, line);) {
         if (line.find("without an End-Of-Stream") != std::string::npos) {
             return "truncated: the stream's last page is missing";
-        }
-        if (line.find("FLAC__STREAM_DECODER_ERROR") != std::string::npos) {
-            return "damaged: " + line.substr(line.find("FLAC__"));
         }
         std::istringstream words(line);
         std::string name;
@@ -85,7 +83,7 @@ Recording::Recording(const std::string& path) : path_(path) {
     }
     file_.reset(sf_open(path.c_str(), SFM_READ, &info_));
     if (!file_) {
-        throw Failure(path, first_line(sf_strerror(nullptr)));
+        throw Failure(path, reason(sf_strerror(nullptr)));
     }
     if (info_.channels != 1 && info_.channels != 2) {
         throw Failure(path, std::to_string(info_.channels) +
@@ -161,6 +159,9 @@ void Recording::refill() {
             std::transform(real_.begin(), real_.end(), piece_.begin(), sample_from_float);
             break;
     }
+    if (sf_error(file_.get()) != SF_ERR_NO_ERROR) {
+        throw Failure(path_, reason(sf_strerror(file_.get())));
+    }
     frames = std::max<sf_count_t>(frames, 0);
     piece_.resize(static_cast<std::size_t>(frames * info_.channels));
     frames_read_ += frames;
@@ -171,14 +172,11 @@ void Recording::refill() {
 }
 
 void Recording::check_complete() const {
-    if (sf_error(file_.get()) != SF_ERR_NO_ERROR) {
-        throw Failure(path_, first_line(sf_strerror(file_.get())));
-    }
     std::vector<char> log(16384);
     sf_command(file_.get(), SFC_GET_LOG_INFO, log.data(), static_cast<int>(log.size()));
-    const std::string damage = damage_in_log(log.data(), info_.format);
-    if (!damage.empty()) {
-        throw Failure(path_, damage);
+    const std::string loss = loss_in_log(log.data(), info_.format);
+    if (!loss.empty()) {
+        throw Failure(path_, loss);
     }
     // In a pipe a placeholder's length in frames is all that is known of it: up to 8 bytes a
     // sample.
