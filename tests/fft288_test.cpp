@@ -1,0 +1,226 @@
+// The transforms against the definition of the DFT in double precision.
+//
+// How far may they be off? Every error enters as a vector at some stage, and the stages behind it
+// are DFTs of 4, 9 or 3 points, which stretch a vector's norm by the square root of their size and
+// no more. Counting the truncating products (each loses less than 1, each halving less than 1/2),
+// as root mean square over the 144 complex results:
+//   16-point twiddles  72 of modulus < sqrt(8), 36 points behind them   sqrt(72*8*36/144)  = 12.0
+//   first radix 3      96 of modulus < sqrt(2), 3 points behind them    sqrt(96*2*3/144)   =  2.0
+//   9-point twiddles   64 of modulus < sqrt(8), 3 points behind them    sqrt(64*8*3/144)   =  3.3
+//   second radix 3     96 of modulus < sqrt(2)                          sqrt(96*2/144)     =  1.2
+//   split              142 of modulus < sqrt(12.5)                      sqrt(142*12.5/144) =  3.5
+// Forward: 22.0 in all. Inverse: the split comes first, with all 144 points behind it (42.1),
+// so 60.6 per complex result and 60.6 / sqrt(2) = 42.9 per real one. The rounding of the constants
+// adds a share of the result: 0.71 units of 2^-15 for each of the three twiddles on the way, 0.58
+// for each of the two radix-3 passes, 3.3 in all.
+#include "dsp/fft288.h"
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <complex>
+#include <initializer_list>
+
+#include "dsp/fft288_kernels.h"
+#include "numeric_models.h"
+
+namespace korvane {
+namespace {
+
+using test::Random;
+using test::Reals;
+using Frame = std::array<int32_t, kFrameSize>;
+
+constexpr double kForwardTruncation = 22.0;
+constexpr double kInverseTruncation = 42.9;
+constexpr double kConstantError = 3.3 / 32768;
+
+// exp(2 pi i k n / 288)
+std::complex<double> turn(size_t k, size_t n) {
+    static const auto table = [] {
+        std::array<std::complex<double>, kFrameSize> turns;
+        for (size_t i = 0; i < kFrameSize; ++i) {
+            turns[i] = std::polar(1.0, 2 * std::numbers::pi * static_cast<double>(i) / kFrameSize);
+        }
+        return turns;
+    }();
+    return table[k * n % kFrameSize];
+}
+
+Reals dft(const Frame& x) {
+    Reals packed(kFrameSize);
+    for (size_t n = 0; n < kFrameSize; ++n) {
+        packed[0] += x[n];
+        packed[1] += n % 2 == 0 ? x[n] : -static_cast<double>(x[n]);
+        for (size_t k = 1; k < kComplexSize; ++k) {
+            packed[2 * k] += x[n] * turn(k, n).real();
+            packed[2 * k + 1] -= x[n] * turn(k, n).imag();
+        }
+    }
+    return packed;
+}
+
+// DC and Nyquist enter at full weight, the other bins at half that of an unnormalised inverse DFT.
+Reals inverse_dft(const Frame& packed) {
+    Reals x(kFrameSize);
+    for (size_t n = 0; n < kFrameSize; ++n) {
+        x[n] = packed[0] + (n % 2 == 0 ? packed[1] : -static_cast<double>(packed[1]));
+        for (size_t k = 1; k < kComplexSize; ++k) {
+            x[n] += packed[2 * k] * turn(k, n).real() - packed[2 * k + 1] * turn(k, n).imag();
+        }
+    }
+    return x;
+}
+
+// Root mean square over the 144 complex results. DC and Nyquist, each the sum or difference of one
+// result's parts, count half.
+double packed_rms(Reals packed) {
+    packed[0] /= std::sqrt(2);
+    packed[1] /= std::sqrt(2);
+    return std::sqrt(2) * test::rms(packed);
+}
+
+Frame forward(const Frame& in) {
+    Frame out;
+    real_fft288(out.data(), in.data());
+    return out;
+}
+
+Frame inverse(const Frame& in) {
+    Frame out;
+    real_ifft288(out.data(), in.data());
+    return out;
+}
+
+void expect_forward(const Frame& x) {
+    const Reals expected = dft(x);
+    const Frame got = forward(x);
+    Reals error(kFrameSize);
+    for (size_t i = 0; i < kFrameSize; ++i) {
+        error[i] = got[i] - expected[i];
+    }
+    EXPECT_LE(packed_rms(error), kForwardTruncation + kConstantError * packed_rms(expected));
+}
+
+void expect_inverse(const Frame& packed) {
+    const Reals expected = inverse_dft(packed);
+    EXPECT_LE(test::rms_difference(inverse(packed), expected, 0),
+              kInverseTruncation + kConstantError * test::rms(expected));
+}
+
+Frame random_frame(Random& random, int32_t lo, int32_t hi) {
+    Frame x;
+    for (int32_t& v : x) {
+        v = random.between(lo, hi);
+    }
+    return x;
+}
+
+class Transforms : public ::testing::Test {
+  protected:
+    void SetUp() override { fft288_init(); }
+};
+
+TEST_F(Transforms, ForwardIsTheDftAtEveryLevel) {
+    Random random(1);
+    for (const int32_t level : {30, 1000, 32767, 1 << 22}) {
+        SCOPED_TRACE(level);
+        expect_forward(random_frame(random, -level, level));
+        Frame square;  // on a bin, full energy in few lines
+        for (size_t i = 0; i < kFrameSize; ++i) {
+            square[i] = i / 9 % 2 == 0 ? level : -level;
+        }
+        expect_forward(square);
+    }
+    for (size_t at = 0; at < kFrameSize; ++at) {  // every path through the butterflies on its own
+        SCOPED_TRACE(at);
+        Frame impulse{};
+        impulse[at] = -(1 << 22);
+        expect_forward(impulse);
+    }
+}
+
+TEST_F(Transforms, InverseIsTheInverseDftAtEveryLevel) {
+    Random random(2);
+    for (const int32_t level : {30, 1000, 32767, 1 << 20}) {
+        SCOPED_TRACE(level);
+        expect_inverse(random_frame(random, -level, level));
+    }
+    for (size_t at = 0; at < kFrameSize; ++at) {  // every bin on its own, at its own weight
+        SCOPED_TRACE(at);
+        Frame packed{};
+        packed[at] = 1 << 20;
+        expect_inverse(packed);
+    }
+}
+
+TEST_F(Transforms, ConstantAndAlternatingFramesAreExact) {
+    EXPECT_EQ(forward(Frame{}), Frame{});
+    EXPECT_EQ(inverse(Frame{}), Frame{});
+    for (const int32_t a : {1, -1, 32767, -32768, 1 << 22, -(1 << 22)}) {
+        Frame constant, alternating;
+        for (size_t i = 0; i < kFrameSize; ++i) {
+            constant[i] = a;
+            alternating[i] = i % 2 == 0 ? a : -a;
+        }
+        EXPECT_EQ(forward(constant), (Frame{kFrameSize * a}));
+        EXPECT_EQ(forward(alternating), (Frame{0, kFrameSize * a}));
+        EXPECT_EQ(inverse(Frame{a}), constant);
+        EXPECT_EQ(inverse(Frame{0, a}), alternating);
+    }
+}
+
+TEST_F(Transforms, StayInTheirBuffersAndRunInPlaceOnEveryInput) {
+    constexpr size_t kGuard = 16;
+    constexpr int32_t kMark = 0x5A5A5A5A;
+    Random random(3);
+    for (const auto transform : {real_fft288, real_ifft288}) {
+        // Full-range input wraps everywhere; the result still depends on nothing but the input.
+        for (const int32_t level : {1000, INT32_MAX}) {
+            const Frame in = random_frame(random, level == INT32_MAX ? INT32_MIN : -level, level);
+            std::array<int32_t, kFrameSize + 2 * kGuard> guarded;
+            guarded.fill(kMark);
+            Frame kept = in;
+            transform(guarded.data() + kGuard, kept.data());
+            EXPECT_EQ(kept, in);
+            for (size_t i = 0; i < kGuard; ++i) {
+                EXPECT_EQ(guarded[i], kMark);
+                EXPECT_EQ(guarded[kGuard + kFrameSize + i], kMark);
+            }
+            forward(random_frame(random, INT32_MIN, INT32_MAX));  // leaves its own numbers behind
+            fft288_init();  // and repeating this changes nothing
+            transform(kept.data(), kept.data());
+            EXPECT_TRUE(std::equal(kept.begin(), kept.end(), guarded.begin() + kGuard));
+        }
+        for (const int32_t corner : {INT32_MIN, INT32_MAX}) {
+            Frame frame;
+            for (size_t i = 0; i < kFrameSize; ++i) {
+                frame[i] = i % 3 == 0 ? corner : ~corner;
+            }
+            transform(frame.data(), frame.data());  // for the sanitizers
+        }
+    }
+}
+
+TEST(TransformConstants, AreTheRoundedTwiddles) {
+    const auto q15 = [](double value) { return std::lround(32768 * value); };
+    for (size_t k = 0; k < 144; ++k) {
+        const double phi = 2 * std::numbers::pi * static_cast<double>(k) / 576;
+        EXPECT_EQ(twd576[k][0], std::min(q15(std::cos(phi)), 32767L)) << k;
+        EXPECT_EQ(twd576[k][1], -q15(std::sin(phi))) << k;
+    }
+    const struct {
+        Twiddle w;
+        int m;
+        int points;
+    } kernels[] = {{kW16_1, 1, 16}, {kW16_2, 2, 16}, {kW16_3, 3, 16}, {kW16_6, 6, 16},
+                   {kW16_9, 9, 16}, {kW9_1, 1, 9},   {kW9_2, 2, 9},   {kW9_4, 4, 9}};
+    for (const auto& [w, m, points] : kernels) {
+        EXPECT_EQ(w.c, q15(std::cos(2 * std::numbers::pi * m / points))) << m << " of " << points;
+        EXPECT_EQ(w.s, q15(std::sin(2 * std::numbers::pi * m / points))) << m << " of " << points;
+    }
+    EXPECT_EQ(kSin60, q15(std::sin(std::numbers::pi / 3)));
+}
+
+}  // namespace
+}  // namespace korvane
