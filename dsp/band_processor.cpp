@@ -9,8 +9,8 @@ namespace korvane {
 
 namespace {
 
-/** Energy of a frame of n values, each square divided by 65536: with samples of 16 bits the sum stays
- * below 2^23. It is the 145th power that the gain engine sees. */
+/** Energy of a frame of n values, each square divided by 65536: with samples of 16 bits the sum
+ * stays below 2^23. It is the 145th power that the gain engine sees. */
 int32_t high_band_energy(const int32_t* frame, int n) {
     int32_t energy = 0;
     for (int i = 0; i < n; ++i) {

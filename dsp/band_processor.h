@@ -13,9 +13,9 @@ namespace korvane {
 /**
  * Processes one hop's frames of one channel, both in place.
  *
- * @param frame       [0..289] int32, the windowed low-band frame in [0..2n-1]; on return 1.125 times
- *                    the frame with its bins weighted and DC and Nyquist removed. [2n] receives the
- *                    high band's energy, [2n+1] 0.
+ * @param frame       [0..289] int32, the windowed low-band frame in [0..2n-1]; on return 1.125
+ * times the frame with its bins weighted and DC and Nyquist removed. [2n] receives the high band's
+ * energy, [2n+1] 0.
  * @param high_frame  [0..2n-1] int32, the windowed high-band frame; on return weighted by gain[n]
  * @param compute     nonzero: compute new gains from this hop (channel 0); zero: use the gains as
  *                    they are (channel 1)

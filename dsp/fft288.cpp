@@ -6,23 +6,23 @@ namespace korvane {
 
 namespace {
 
-// The 144-point result with index k stands, after both passes, at row kDigitrev9[4k mod 9] and column
-// fft_bitrev16[9k mod 16]: 4 is the inverse of 16 modulo 9, and 9 its own inverse modulo 16.
+// The 144-point result with index k stands, after both passes, at row kDigitrev9[4k mod 9] and
+// column fft_bitrev16[9k mod 16]: 4 is the inverse of 16 modulo 9, and 9 its own inverse modulo 16.
 constexpr int32_t kBitrev16[kColumns] = {0, 8, 4, 12, 2, 10, 6, 14, 1, 9, 5, 13, 3, 11, 7, 15};
 constexpr int32_t fft_digitrev9[kRows] = {0, 3, 6, 1, 4, 7, 2, 5, 8};
 
 // Where dft16 leaves spectral line l.
 constexpr int line_position(int line) { return 4 * (line % 4) + line / 4; }
 
-constinit Complex fft_work[kComplexSize] = {};     // 9 rows by 16 columns, row-major
-constinit int32_t fft_bitrev16[kColumns] = {};     // zero until fft288_init
-constinit int32_t fft_col_stride = 0;              // elements from row to row: 16 once initialised
+constinit Complex<int32_t> fft_work[kComplexSize] = {};  // 9 rows by 16 columns, row-major
+constinit int32_t fft_bitrev16[kColumns] = {};           // zero until fft288_init
+constinit int32_t fft_col_stride = 0;  // elements from row to row: 16 once initialised
 
 /** Where element m of a 144-point sequence enters the work area. */
-Complex& entry(int m) { return fft_work[kColumns * (m % kRows) + m % kColumns]; }
+Complex<int32_t>& entry(int m) { return fft_work[kColumns * (m % kRows) + m % kColumns]; }
 
 /** Where element k of the 144-point result is found. */
-const Complex& result(int k) {
+const Complex<int32_t>& result(int k) {
     return fft_work[kColumns * fft_digitrev9[4 * k % kRows] + fft_bitrev16[9 * k % kColumns]];
 }
 
@@ -31,8 +31,8 @@ const Complex& result(int k) {
 template <Direction kDirection>
 void transform144() {
     for (int row = 0; row < kRows; ++row) {
-        Complex* const base = fft_work + kColumns * row;
-        Complex a[kColumns];
+        Complex<int32_t>* const base = fft_work + kColumns * row;
+        Complex<int32_t> a[kColumns];
         for (int i = 0; i < kColumns; ++i) {
             a[i] = base[i];
         }
@@ -42,8 +42,8 @@ void transform144() {
         }
     }
     for (int column = 0; column < kColumns; ++column) {
-        Complex* const base = fft_work + column;
-        Complex e[kRows];
+        Complex<int32_t>* const base = fft_work + column;
+        Complex<int32_t> e[kRows];
         for (int i = 0; i < kRows; ++i) {
             e[i] = base[fft_col_stride * i];
         }
@@ -52,16 +52,6 @@ void transform144() {
             base[fft_col_stride * i] = e[i];
         }
     }
-}
-
-/** Sums and differences of two mirrored bins, from which both directions build theirs. */
-struct Mirrored {
-    int32_t sr, dr, si, di;
-};
-
-Mirrored mirror(Complex a, Complex b) {
-    return {add_wrap(a.re, b.re), sub_wrap(a.re, b.re), add_wrap(a.im, b.im),
-            sub_wrap(a.im, b.im)};
 }
 
 }  // namespace
@@ -85,25 +75,21 @@ void real_fft288(int32_t* out, const int32_t* in) {
     }
     transform144<Direction::kForward>();
 
-    // Even and odd samples travelled as real and imaginary part; the split takes their spectra apart.
-    // The products are halved, as the sums are by their shift: X = (A + B*)/2 + W*(A - B*)/2i.
-    const Complex dc = result(0);
+    const Complex<int32_t> dc = result(0);
     out[0] = add_wrap(dc.re, dc.im);
     out[1] = sub_wrap(dc.re, dc.im);
-    const Complex middle = result(kComplexSize / 2);
+    const Complex<int32_t> middle = result(kComplexSize / 2);
     out[kComplexSize] = middle.re;
     out[kComplexSize + 1] = neg_wrap(middle.im);
     for (int k = 1; k < kComplexSize / 2; ++k) {
         const int mirrored = kComplexSize - k;
-        const auto [sr, dr, si, di] = mirror(result(k), result(mirrored));
-        const int32_t c = twd576[2 * k][0];
-        const int32_t s = twd576[2 * k][1];  // minus the sine
-        const int32_t t = add_wrap(mul_half_q15(dr, s), mul_half_q15(si, c));
-        const int32_t u = add_wrap(mul_half_q15(neg_wrap(dr), c), mul_half_q15(si, s));
-        out[2 * k] = add_wrap(sr >> 1, t);
-        out[2 * k + 1] = add_wrap(u, di >> 1);
-        out[2 * mirrored] = sub_wrap(sr >> 1, t);
-        out[2 * mirrored + 1] = sub_wrap(add_wrap(u, di >> 1), di);
+        Complex<int32_t> a = result(k);
+        Complex<int32_t> b = result(mirrored);
+        split<int32_t>(a, b, twd576[2 * k][0], twd576[2 * k][1]);
+        out[2 * k] = a.re;
+        out[2 * k + 1] = a.im;
+        out[2 * mirrored] = b.re;
+        out[2 * mirrored + 1] = b.im;
     }
 }
 
@@ -114,18 +100,15 @@ void real_ifft288(int32_t* out, const int32_t* in) {
     entry(kComplexSize / 2) = {in[kComplexSize], neg_wrap(in[kComplexSize + 1])};
     for (int k = 1; k < kComplexSize / 2; ++k) {
         const int mirrored = kComplexSize - k;
-        const auto [sr, dr, si, di] =
-            mirror({in[2 * k], in[2 * k + 1]}, {in[2 * mirrored], in[2 * mirrored + 1]});
-        const int32_t c = twd576[2 * k][0];
-        const int32_t s = twd576[2 * k][1];  // minus the sine
-        const int32_t v = add_wrap(mul_half_q15(si, s), mul_half_q15(dr, c));
-        const int32_t w = add_wrap(mul_half_q15(neg_wrap(dr), s), mul_half_q15(si, c));
-        entry(k) = {sub_wrap(sr >> 1, w), add_wrap(v, di >> 1)};
-        entry(mirrored) = {add_wrap(sr >> 1, w), sub_wrap(v, di >> 1)};
+        Complex<int32_t> a = {in[2 * k], in[2 * k + 1]};
+        Complex<int32_t> b = {in[2 * mirrored], in[2 * mirrored + 1]};
+        unsplit<int32_t>(a, b, twd576[2 * k][0], twd576[2 * k][1]);
+        entry(k) = a;
+        entry(mirrored) = b;
     }
     transform144<Direction::kInverse>();
     for (int m = 0; m < kComplexSize; ++m) {
-        const Complex z = result(m);
+        const Complex<int32_t> z = result(m);
         out[2 * m] = z.re;
         out[2 * m + 1] = z.im;
     }

@@ -1,7 +1,7 @@
 /**
- * Real DFT of 288 points in fixed point. The transforms themselves are exported: korvane_nrss.h says
- * what they compute and how their spectrum is packed. This header adds what the rest of the library
- * and its tests need to know of their shape.
+ * Real DFT of 288 points in fixed point. The transforms themselves are exported: korvane_nrss.h
+ * says what they compute and how their spectrum is packed. This header adds what the rest of the
+ * library and its tests need to know of their shape.
  */
 #ifndef KORVANE_DSP_FFT288_H
 #define KORVANE_DSP_FFT288_H
@@ -10,14 +10,14 @@
 
 namespace korvane {
 
-inline constexpr int kFrameSize = 288;             ///< real values in a frame
-inline constexpr int kComplexSize = 144;           ///< points of the complex transform inside
-inline constexpr int kRows = 9;                    ///< rows of the prime-factor work area
-inline constexpr int kColumns = 16;                ///< columns of it; 9 * 16 = 144
-inline constexpr int kHopSize = kFrameSize / 2;    ///< new values a frame brings: half overlap
-inline constexpr int kBins = kComplexSize;         ///< complex bins the gain engine weights
-inline constexpr int kFrameWords = kFrameSize + 2; ///< a frame buffer: 288 values and a pair that
-                                                   ///< carries the high band's energy
+inline constexpr int kFrameSize = 288;              ///< real values in a frame
+inline constexpr int kComplexSize = 144;            ///< points of the complex transform inside
+inline constexpr int kRows = 9;                     ///< rows of the prime-factor work area
+inline constexpr int kColumns = 16;                 ///< columns of it; 9 * 16 = 144
+inline constexpr int kHopSize = kFrameSize / 2;     ///< new values a frame brings: half overlap
+inline constexpr int kBins = kComplexSize;          ///< complex bins the gain engine weights
+inline constexpr int kFrameWords = kFrameSize + 2;  ///< a frame buffer: 288 values and a pair that
+                                                    ///< carries the high band's energy
 
 }  // namespace korvane
 

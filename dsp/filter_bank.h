@@ -1,8 +1,8 @@
 /**
- * Two-band allpass filter bank: a critically sampled quadrature-mirror pair of two polyphase branches,
- * each one second-order allpass section (P. P. Vaidyanathan, "Multirate Systems and Filter Banks",
- * 1993, ch. 5; R. Ansari, B. Liu 1983). Split followed by merge is the allpass A(z^2)*B(z^2): the
- * magnitude spectrum comes back, the phase changes.
+ * Two-band allpass filter bank: a critically sampled quadrature-mirror pair of two polyphase
+ * branches, each one second-order allpass section (P. P. Vaidyanathan, "Multirate Systems and
+ * Filter Banks", 1993, ch. 5; R. Ansari, B. Liu 1983). Split followed by merge is the allpass
+ * A(z^2)*B(z^2): the magnitude spectrum comes back, the phase changes.
  *
  * The bands cross at a quarter of the sampling rate (-3 dB each), are flat to within 0.1 dB up to
  * 0.24 of it, and reject the other band by 51 dB or more beyond 0.28 of it. Both bands come out
@@ -16,8 +16,8 @@
 namespace korvane {
 
 inline constexpr int kBandSize = 144;   ///< samples of one band in a hop
-inline constexpr int kBranchState = 4;  ///< words of filter memory: [0] u[m-1] and [1] u[m-2] of the
-                                        ///< even branch, [2] and [3] the same of the odd branch
+inline constexpr int kBranchState = 4;  ///< words of filter memory: [0] u[m-1] and [1] u[m-2] of
+                                        ///< the even branch, [2] and [3] the same of the odd branch
 
 /** The bands of the hop being processed, int16 samples at half the rate. Shared by both channels;
  * they carry nothing from one hop to the next. */

@@ -10,7 +10,8 @@ namespace korvane {
 
 /**
  * gain * value, rounded down and then one step toward zero where that is negative: the truncation
- * alone would leave a bias of one toward minus infinity, and a gain of 0 would turn nothing into -1.
+ * alone would leave a bias of one toward minus infinity, and a gain of 0 would turn nothing into
+ * -1.
  *
  * @param gain   Q15
  * @param value  spectral value; 2*value wraps where |value| >= 2^30

@@ -16,14 +16,15 @@ namespace korvane {
  * Updates the noise estimate from one spectrum and computes the gains for it.
  *
  * @param spectrum    [0..2n-1] n complex bins (re, im), scaled so that re*re + im*im fits 32 bits
- *                    unsigned; then for each extra bin a pair whose first word is a power. Only read.
+ *                    unsigned; then for each extra bin a pair whose first word is a power. Only
+ * read.
  * @param n           complex bins, 144
  * @param extra_bins  further single powers, 0 or 1
  */
 void NRSS_SpectralGain(const int32_t* spectrum, int32_t n, int32_t extra_bins);
 
-/** The gains computed last, [0..144] Q15: [k] weights bin k, [144] the high band. All 32767 after an
- * initialisation. */
+/** The gains computed last, [0..144] Q15: [k] weights bin k, [144] the high band. All 32767 after
+ * an initialisation. */
 const int16_t* NRSS_Gains();
 
 }  // namespace korvane

@@ -15,8 +15,8 @@ constinit NrssState nrss_state = {};
 
 namespace {
 
-/** What a sampling rate settles. The time constants are per frame, so a class whose frames come more
- * often smooths more. */
+/** What a sampling rate settles. The time constants are per frame, so a class whose frames come
+ * more often smooths more. */
 struct RateClass {
     int16_t frame_len;
     const int16_t* osf;

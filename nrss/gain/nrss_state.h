@@ -13,11 +13,12 @@
 
 namespace korvane {
 
-inline constexpr int kGains = kBins + 1;       ///< one gain per bin, and one for the high band
-inline constexpr int kSubWindows = 4;          ///< sub-windows of the minimum search
-inline constexpr int16_t kUnityGain = 32767;   ///< Q15
+inline constexpr int kGains = kBins + 1;           ///< one gain per bin, and one for the high band
+inline constexpr int kRowSize = 152;            ///< a row of gains, up to a whole number of vectors
+inline constexpr int kSubWindows = 4;              ///< sub-windows of the minimum search
+inline constexpr int16_t kUnityGain = 32767;       ///< Q15
 inline constexpr int32_t kNoMinimum = 0x3FFFFFFF;  ///< above any power: a minimum not yet taken
-inline constexpr int32_t kTwoBandClass = 3;    ///< the rate class that runs on two bands
+inline constexpr int32_t kTwoBandClass = 3;        ///< the rate class that runs on two bands
 
 struct NrssState {
     int16_t frame_len;                 ///< samples per sub-block: 288, or 576 on the two-band path
@@ -26,30 +27,30 @@ struct NrssState {
     int32_t ch1_frame_a[kFrameWords];
     int32_t ch1_frame_b[kFrameWords];
     uint8_t noise_ready;                   ///< 1 once a whole sub-window has been tracked
-    int32_t min_win[kSubWindows][kGains];  ///< minimum of psd_slow per bin and sub-window
-    int16_t gain[kGains];                  ///< Q15
+    alignas(32) int32_t min_win[kSubWindows][kRowSize];  ///< minimum of psd_slow per bin and sub-window
+    alignas(32) int16_t gain[kGains];                  ///< Q15
     int32_t level;                         ///< 0..9, 0 is off
     int32_t rate_class;                    ///< 0..3
     int32_t gain_floor;                    ///< lowest gain, Q15
     int32_t alpha_fast;                    ///< smoothing coefficients, Q15
     int32_t alpha_slow;
     int32_t alpha_osub;
-    int32_t subwin_len;      ///< frames per sub-window
-    int32_t startup_frames;  ///< frames before minimum tracking begins
-    int32_t subwin_count;    ///< frames counted in the current sub-window
-    int32_t frame_count;     ///< frames since initialisation; stays at 2^31 - 1
-    const int16_t* window;   ///< [0..287] Q15
+    int32_t subwin_len;                 ///< frames per sub-window
+    int32_t startup_frames;             ///< frames before minimum tracking begins
+    int32_t subwin_count;               ///< frames counted in the current sub-window
+    int32_t frame_count;                ///< frames since initialisation; stays at 2^31 - 1
+    const int16_t* window;              ///< [0..287] Q15
     const int32_t* osub_coef;           ///< [0..5] over-subtraction curve
     int32_t* min_win_row[kSubWindows];  ///< rows of min_win by age; [0] is being filled
     int32_t split_state_ch0[kBranchState];
     int32_t merge_state_ch0[kBranchState];
     int32_t split_state_ch1[kBranchState];
     int32_t merge_state_ch1[kBranchState];
-    int32_t psd_slow[kGains];  ///< smoothed power per bin, for the minimum search
-    int32_t psd_fast[kGains];  ///< smoothed power per bin, for the gain
-    int32_t osub[kGains];      ///< smoothed over-subtraction factor, Q14
-    int32_t noise[kGains];     ///< noise power estimate, on the scale of psd_slow
-    int32_t gain_scratch[kGains];
+    alignas(32) int32_t psd_slow[kGains];  ///< smoothed power per bin, for the minimum search
+    alignas(32) int32_t psd_fast[kGains];  ///< smoothed power per bin, for the gain
+    alignas(32) int32_t osub[kGains];      ///< smoothed over-subtraction factor, Q14
+    alignas(32) int32_t noise[kGains];     ///< noise power estimate, on the scale of psd_slow
+    alignas(32) int32_t gain_scratch[kGains];
 };
 
 extern NrssState nrss_state;

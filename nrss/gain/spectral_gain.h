@@ -1,10 +1,10 @@
 /**
- * Spectral gain engine: noise power by minimum statistics over four sub-windows (R. Martin 2001), gains
- * by magnitude spectral subtraction with an over-subtraction factor that grows as the bin's
+ * Spectral gain engine: noise power by minimum statistics over four sub-windows (R. Martin 2001),
+ * gains by magnitude spectral subtraction with an over-subtraction factor that grows as the bin's
  * signal-to-noise ratio falls (M. Berouti, R. Schwartz, J. Makhoul 1979).
  *
- * Its entry points, NRSS_SpectralGain and NRSS_Gains, are declared in dsp/gain_port.h; declared here
- * are the two arithmetic routines they rest on.
+ * Its entry points, NRSS_SpectralGain and NRSS_Gains, are declared in dsp/gain_port.h; declared
+ * here are the two arithmetic routines they rest on.
  */
 #ifndef KORVANE_NRSS_GAIN_SPECTRAL_GAIN_H
 #define KORVANE_NRSS_GAIN_SPECTRAL_GAIN_H
@@ -15,8 +15,8 @@ namespace korvane {
 
 /**
  * noise / power in Q30, without a division: the power is normalised by its leading zeros and its
- * reciprocal taken from a quadratic that is exact at both ends of the octave and at most 1/27 too large
- * between them.
+ * reciprocal taken from a quadratic that is exact at both ends of the octave and at most 1/27 too
+ * large between them.
  *
  * @param noise  power of the noise, any value
  * @param power  power of the bin on the same scale, any value

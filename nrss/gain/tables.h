@@ -6,21 +6,15 @@
 
 #include <cstdint>
 
+#include "nrss/gain/window_table.h"
+
 namespace korvane {
 
-/** Over-subtraction weights, Q15, per bin: full weight at DC, where noise is strongest, falling to one
- * half. One table per rate class, since the bins lie at other frequencies. */
+/** Over-subtraction weights, Q15, per bin: full weight at DC, where noise is strongest, falling to
+ * one half. One table per rate class, since the bins lie at other frequencies. */
 extern const int16_t kOsfLowRate[144];
 extern const int16_t kOsfMidRate[288];
 extern const int16_t kOsfHighRate[288];
-
-/**
- * Analysis and synthesis window, Q15. Entries 0..143 are the rising half of a Kaiser-Bessel-derived
- * window of 288 points, alpha = 5: w[k]^2 + w[143-k]^2 = 1, so that windowing twice and overlapping
- * by half gives the input back (J. Princen, A. Bradley 1986; F. J. Harris 1978 for the Kaiser
- * window). Entries 144..287 are 0.
- */
-extern const int16_t kWindow[288];
 
 /** Coefficients c0..c5 of the over-subtraction curve, one set for three levels each. */
 extern const int32_t kOsubCurves[3][6];

@@ -2,6 +2,7 @@
 
 #include "dsp/band_processor.h"
 #include "dsp/filter_bank.h"
+#include "dsp/instruction_set.h"
 #include "nrss/gain/nrss_state.h"
 #include "nrss/pipeline/framing.h"
 #include "nrss/pipeline/full_band.h"
@@ -60,20 +61,20 @@ void two_band_hop(int16_t* x, const Channel& channel) {
 
 }  // namespace
 
-}  // namespace korvane
-
-extern "C" void Tolu_NRSS_Nonintlvd(int16_t* ch0, int16_t* ch1, int32_t n) {
-    using namespace korvane;
+void process_blocks_plain(int16_t* ch0, int16_t* ch1, int32_t n) {
     NrssState& s = nrss_state;
-    if (s.level == 0) {
-        return;
-    }
     const bool two_channels = ch1 != ch0;
     const auto process_hop = s.rate_class == kTwoBandClass ? two_band_hop : full_band_hop;
-    const Channel first0{{s.ch0_frame_a, s.ch0_frame_b}, {ch0_high_a, ch0_high_b},
-                         s.split_state_ch0, s.merge_state_ch0, true};
-    const Channel first1{{s.ch1_frame_a, s.ch1_frame_b}, {ch1_high_a, ch1_high_b},
-                         s.split_state_ch1, s.merge_state_ch1, false};
+    const Channel first0{{s.ch0_frame_a, s.ch0_frame_b},
+                         {ch0_high_a, ch0_high_b},
+                         s.split_state_ch0,
+                         s.merge_state_ch0,
+                         true};
+    const Channel first1{{s.ch1_frame_a, s.ch1_frame_b},
+                         {ch1_high_a, ch1_high_b},
+                         s.split_state_ch1,
+                         s.merge_state_ch1,
+                         false};
     const Channel second0 = first0.next_hop();
     const Channel second1 = first1.next_hop();
 
@@ -89,5 +90,33 @@ extern "C" void Tolu_NRSS_Nonintlvd(int16_t* ch0, int16_t* ch1, int32_t n) {
         if (two_channels) {
             process_hop(ch1 + start + hop, second1);
         }
+    }
+}
+
+namespace {
+
+ProcessBlocks process_blocks() {
+    switch (instruction_set()) {
+#if defined(KORVANE_SIMD) && defined(__x86_64__)
+        case InstructionSet::kSse2:
+            return sse2::process_blocks;
+        case InstructionSet::kAvx2:
+            return avx2::process_blocks;
+#elif defined(KORVANE_SIMD) && defined(__aarch64__)
+        case InstructionSet::kNeon:
+            return neon::process_blocks;
+#endif
+        default:
+            return process_blocks_plain;
+    }
+}
+
+}  // namespace
+
+}  // namespace korvane
+
+extern "C" void Tolu_NRSS_Nonintlvd(int16_t* ch0, int16_t* ch1, int32_t n) {
+    if (korvane::nrss_state.level != 0) {
+        korvane::process_blocks()(ch0, ch1, n);
     }
 }

@@ -2,8 +2,8 @@
  * Overlap-add framing: a signal becomes frames of 288 values that overlap by half, and processed
  * frames become samples again, one hop late.
  *
- * Each signal owns a pair of frame buffers that change roles from hop to hop. In one hop one of them
- * is the current frame (cur), the other (oth) takes what the next hop will need:
+ * Each signal owns a pair of frame buffers that change roles from hop to hop. In one hop one of
+ * them is the current frame (cur), the other (oth) takes what the next hop will need:
  *
  *              words 0..143                          words 144..287
  *      cur     previous hop, rising window     |     this hop, falling window
@@ -29,8 +29,8 @@ namespace korvane {
 void NRSS_WindowFrame(const int16_t* x, int32_t* cur, int32_t* oth);
 
 /**
- * Synthesis: the first half of the processed current frame under the rising half of the window, plus
- * the second half of the previous processed frame under the falling half.
+ * Synthesis: the first half of the processed current frame under the rising half of the window,
+ * plus the second half of the previous processed frame under the falling half.
  *
  * @param cur  [0..143] read, int32, the current processed frame
  * @param oth  [144..287] read, int32, the previous processed frame

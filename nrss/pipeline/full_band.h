@@ -1,5 +1,6 @@
 /**
- * Full-band spectral step: one windowed frame is transformed, weighted bin by bin, and transformed back.
+ * Full-band spectral step: one windowed frame is transformed, weighted bin by bin, and transformed
+ * back.
  */
 #ifndef KORVANE_NRSS_PIPELINE_FULL_BAND_H
 #define KORVANE_NRSS_PIPELINE_FULL_BAND_H
@@ -9,8 +10,8 @@
 namespace korvane {
 
 /**
- * @param frame    [0..287] int32, windowed samples within +-32767; on return 9/16 of the frame with its
- *                 bins weighted and DC and Nyquist removed
+ * @param frame    [0..287] int32, windowed samples within +-32767; on return 9/16 of the frame with
+ * its bins weighted and DC and Nyquist removed
  * @param compute  true: compute new gains from this frame (channel 0); false: use the gains as they
  *                 are (channel 1)
  */

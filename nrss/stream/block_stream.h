@@ -1,6 +1,6 @@
 /**
- * Block streaming: a ring of two blocks per channel turns calls of any length into whole blocks for the
- * block pipeline and hands the cleaned samples back one block later. Its entry points,
+ * Block streaming: a ring of two blocks per channel turns calls of any length into whole blocks for
+ * the block pipeline and hands the cleaned samples back one block later. Its entry points,
  * Tolu_NRSS_BufInit and Tolu_NRSS_Buffered, are exported: see korvane_nrss.h.
  */
 #ifndef KORVANE_NRSS_STREAM_BLOCK_STREAM_H
@@ -10,8 +10,8 @@
 
 namespace korvane {
 
-inline constexpr int32_t kBlockSize = 576;             ///< samples per channel in a block
-inline constexpr int32_t kRingSize = 2 * kBlockSize;   ///< samples per channel in the ring
+inline constexpr int32_t kBlockSize = 576;            ///< samples per channel in a block
+inline constexpr int32_t kRingSize = 2 * kBlockSize;  ///< samples per channel in the ring
 
 /** Always write_pos = (read_pos + 576) mod 1152 and fill = write_pos mod 576 once initialised. */
 struct NrssStreamState {
@@ -26,7 +26,8 @@ struct NrssStreamState {
 extern NrssStreamState nrss_stream_state;
 
 /**
- * One step of the ring: stores n samples, cleans a block if one is now complete, hands n samples back.
+ * One step of the ring: stores n samples, cleans a block if one is now complete, hands n samples
+ * back.
  *
  * @param ch0  [0..n-1] int16 samples, overwritten
  * @param ch1  [0..n-1] int16 samples, overwritten; not touched where two_channel is 0

@@ -1,0 +1,238 @@
+/**
+ * The gain engine on the powers of one frame, in passes over the bins. Written for a value type V,
+ * as its arithmetic is; passes are kept short, so that the chains of several bins overlap in the
+ * processor.
+ *
+ * Bins 0..143 go through V; on the two-band path the high band's entry, number 144, follows alone.
+ */
+#ifndef KORVANE_NRSS_GAIN_GAIN_ENGINE_H
+#define KORVANE_NRSS_GAIN_GAIN_ENGINE_H
+
+#include "nrss/gain/gain_arithmetic.h"
+#include "nrss/gain/nrss_state.h"
+
+namespace korvane {
+
+template <class V>
+KORVANE_INLINE V load_bins(const int32_t* p) {
+    if constexpr (kLanesOf<V> == 1) {
+        return *p;
+    } else {
+        return V::load(p);
+    }
+}
+
+template <class V>
+KORVANE_INLINE V load_bins(const int16_t* p) {
+    if constexpr (kLanesOf<V> == 1) {
+        return *p;
+    } else {
+        return V::extend(p);
+    }
+}
+
+template <class V>
+KORVANE_INLINE void store_bins(int32_t* p, V a) {
+    if constexpr (kLanesOf<V> == 1) {
+        *p = a;
+    } else {
+        store(p, a);
+    }
+}
+
+/** Cuts to 16 bits. */
+template <class V>
+KORVANE_INLINE void store_bins(int16_t* p, V a) {
+    if constexpr (kLanesOf<V> == 1) {
+        *p = static_cast<int16_t>(a);
+    } else {
+        store_low16(p, a);
+    }
+}
+
+// The passes, over bins first..last-1; a whole number of vectors.
+
+/** Updates both power averages and returns the sum of power / 128, modulo 2^32. */
+template <class V>
+KORVANE_INLINE int32_t track_power(NrssState& s, const int32_t* power, int32_t first,
+                                   int32_t last) {
+    const V alpha_fast = constant<V>(s.alpha_fast);
+    const V alpha_slow = constant<V>(s.alpha_slow);
+    V energy = constant<V>(0);
+    for (int32_t k = first; k < last; k += kLanesOf<V>) {
+        const V p = load_bins<V>(power + k);
+        store_bins(s.psd_fast + k, average(load_bins<V>(s.psd_fast + k), p, alpha_fast));
+        store_bins(s.psd_slow + k, average(load_bins<V>(s.psd_slow + k), p, alpha_slow));
+        energy = add_wrap(energy, lsr<7>(p));
+    }
+    return sum_lanes(energy);
+}
+
+/** Lowers the current row of the minimum search to psd_slow, or starts it from there. */
+template <class V>
+KORVANE_INLINE void track_minimum(NrssState& s, bool start, int32_t first, int32_t last) {
+    int32_t* const row = s.min_win_row[0];
+    for (int32_t k = first; k < last; k += kLanesOf<V>) {
+        const V slow = load_bins<V>(s.psd_slow + k);
+        store_bins(row + k, start ? slow : minimum(load_bins<V>(row + k), slow));
+    }
+}
+
+/** Noise power: the minimum over all sub-windows, times 1.15 for the bias of a minimum. The factor
+ * is 18841/16384; the minimum takes two bits for it and wraps from 2^29 on. Returns whether any
+ * noise or power has wrapped to a negative value. */
+template <class V>
+KORVANE_INLINE bool estimate_noise(NrssState& s, int32_t first, int32_t last) {
+    V signs = constant<V>(0);
+    for (int32_t k = first; k < last; k += kLanesOf<V>) {
+        const V newer =
+            minimum(load_bins<V>(s.min_win_row[0] + k), load_bins<V>(s.min_win_row[1] + k));
+        const V older =
+            minimum(load_bins<V>(s.min_win_row[2] + k), load_bins<V>(s.min_win_row[3] + k));
+        const V noise = mul_half_q15<18841>(shl<2>(minimum(newer, older)));
+        store_bins(s.noise + k, noise);
+        const V powers = bit_or(load_bins<V>(s.psd_slow + k), load_bins<V>(s.psd_fast + k));
+        signs = bit_or(signs, bit_or(noise, powers));
+    }
+    return any_negative(signs);
+}
+
+/** gain_scratch = noise / power, Q30. */
+template <class V, bool kWrapped>
+KORVANE_INLINE void compute_ratios(NrssState& s, const int32_t* power, int32_t first,
+                                   int32_t last) {
+    for (int32_t k = first; k < last; k += kLanesOf<V>) {
+        store_bins(s.gain_scratch + k,
+                   ratio_q30<V, kWrapped>(load_bins<V>(s.noise + k), load_bins<V>(power + k)));
+    }
+}
+
+/** Over-subtraction factors from the ratios: the lower a bin's signal-to-noise ratio, the more is
+ * subtracted. */
+template <class V>
+KORVANE_INLINE void update_oversubtraction(NrssState& s, int32_t first, int32_t last) {
+    const OsubCurve<V> curve(s.osub_coef);
+    const V alpha = constant<V>(s.alpha_osub);
+    for (int32_t k = first; k < last; k += kLanesOf<V>) {
+        const V target = curve.target(load_bins<V>(s.gain_scratch + k));
+        store_bins(s.osub + k, average(load_bins<V>(s.osub + k), target, alpha));
+    }
+}
+
+/** Square roots of the ratios in place, Q15. */
+template <class V, bool kWrapped>
+KORVANE_INLINE void take_roots(NrssState& s, int32_t first, int32_t last) {
+    for (int32_t k = first; k < last; k += kLanesOf<V>) {
+        store_bins(s.gain_scratch + k, sqrt_q15<V, kWrapped>(load_bins<V>(s.gain_scratch + k)));
+    }
+}
+
+/** gain = 1 - weight * factor * root, not below the floor; compared with it in 32 bits and cut to
+ * 16 afterwards. The roots give way to the gains after the cut. */
+template <class V, bool kWrapped>
+KORVANE_INLINE void compute_gains(NrssState& s, int32_t first, int32_t last) {
+    const int16_t* const weight = osf;
+    const V floor = constant<V>(s.gain_floor);
+    for (int32_t k = first; k < last; k += kLanesOf<V>) {
+        const V gain = gain_q15<V, kWrapped>(load_bins<V>(weight + k), load_bins<V>(s.osub + k),
+                                             load_bins<V>(s.gain_scratch + k), floor);
+        store_bins(s.gain + k, gain);
+        store_bins(s.gain_scratch + k, asr<16>(shl<16>(gain)));
+    }
+}
+
+/** From the noise estimate to the gains, before smoothing. */
+template <class V, bool kWrapped>
+KORVANE_INLINE void subtract_noise(NrssState& s, int32_t first, int32_t last) {
+    compute_ratios<V, kWrapped>(s, s.psd_slow, first, last);
+    update_oversubtraction<V>(s, first, last);
+    compute_ratios<V, kWrapped>(s, s.psd_fast, first, last);
+    take_roots<V, kWrapped>(s, first, last);
+    compute_gains<V, kWrapped>(s, first, last);
+}
+
+/** Replaces the gains of bins kFirst..kLast by the mean over kReach neighbours on either side, from
+ * gain_scratch, so that every sum is taken before any gain changes. */
+template <class V, int kFirst, int kLast, int kReach>
+KORVANE_INLINE void smooth_run(NrssState& s) {
+    constexpr int kWidth = 2 * kReach + 1;
+    static_assert((kLast - kFirst + 1) % kLanesOf<V> == 0);
+    for (int k = kFirst; k <= kLast; k += kLanesOf<V>) {
+        V sum = load_bins<V>(s.gain_scratch + k - kReach);
+        for (int i = 1; i < kWidth; ++i) {
+            sum = add_wrap(sum, load_bins<V>(s.gain_scratch + k - kReach + i));
+        }
+        // times 1/width in Q16, truncated; the low 16 bits count
+        store_bins(s.gain + k, mul_half_q15<65536 / kWidth>(sum));
+    }
+}
+
+/**
+ * Updates the noise estimate with the powers of one frame and computes the gains for it.
+ *
+ * @param power       [0..143] re*re + im*im + 2 of each bin, modulo 2^32; the 2 keeps a silent bin
+ *                    above zero. [144] with an extra bin: its power.
+ * @param extra_bins  0 or 1
+ */
+template <class V>
+void run_gain_engine(NrssState& s, const int32_t* power, int32_t extra_bins) {
+    const bool extra = extra_bins != 0;
+    const int32_t bins = kBins + extra_bins;
+
+    s.subwin_count = add_wrap(s.subwin_count, 1);
+    // Counts only to tell the start-up; it stops rather than wrap, which after 2^31 frames (223
+    // days at 16 kHz) would send a running suppressor back into its start-up.
+    s.frame_count += s.frame_count < INT32_MAX ? 1 : 0;
+
+    int32_t energy = track_power<V>(s, power, 0, kBins);
+    if (extra) {
+        track_power<int32_t>(s, power, kBins, bins);
+        energy = add_wrap(energy, asr<7>(power[kBins]));
+    }
+    if (s.frame_count < s.startup_frames) {
+        return;
+    }
+
+    if (energy >= 1) {  // a silent frame must not pull the minimum down
+        // When its sub-window is full, the oldest row becomes the current one.
+        const bool rotate = s.subwin_count >= s.subwin_len;
+        if (rotate) {
+            int32_t* const oldest = s.min_win_row[kSubWindows - 1];
+            for (int i = kSubWindows - 1; i > 0; --i) {
+                s.min_win_row[i] = s.min_win_row[i - 1];
+            }
+            s.min_win_row[0] = oldest;
+            s.subwin_count = 0;
+            s.noise_ready = 1;
+        }
+        track_minimum<V>(s, rotate, 0, kBins);
+        if (extra) {
+            track_minimum<int32_t>(s, rotate, kBins, bins);
+        }
+    }
+
+    const bool wrapped = estimate_noise<V>(s, 0, kBins);
+    if (extra) {
+        estimate_noise<int32_t>(s, kBins, bins);
+    }
+    if (s.noise_ready != 1) {
+        return;
+    }
+
+    if (wrapped) {
+        subtract_noise<V, true>(s, 0, kBins);
+    } else {
+        subtract_noise<V, false>(s, 0, kBins);
+    }
+    if (extra) {
+        subtract_noise<int32_t, true>(s, kBins, bins);
+    }
+    // Smoothing across frequency, wider towards higher bins, as hearing's resolution is.
+    smooth_run<V, 2, 33, 1>(s);
+    smooth_run<V, 34, 65, 2>(s);
+    smooth_run<V, 66, 129, 3>(s);
+}
+
+}  // namespace korvane
+
+#endif

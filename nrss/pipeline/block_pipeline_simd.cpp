@@ -1,0 +1,390 @@
+// The block pipeline in vectors.
+//
+// Hop by hop, a block is: window, transform, gains, weighting, inverse transform, overlap-add. Only
+// the gains tie one hop to the next; everything before them needs the input alone. So the work is
+// done in another order, with the same results: the frames of all hops of a block are windowed and
+// transformed side by side, one frame to a lane; the gain engine then runs hop after hop on channel
+// 0's powers, vectorised across bins; and all frames are weighted, each with the gains of its own
+// hop, transformed back and overlapped side by side.
+//
+// A batch has kHops hops of each of its channels, the channels one after the other:
+//     Quad, 4 hops    one channel           Quad, 2 hops    two channels (or one, and an idle one)
+//     Wide, 4 hops    two channels, where Wide has eight lanes
+// "The hop before" is then the lane before, and for the first hop what the last batch left.
+
+#include <algorithm>
+
+#include "dsp/fft288_batch.h"
+#include "dsp/filter_bank_simd.h"
+#include "nrss/gain/gain_engine.h"
+#include "nrss/pipeline/block_pipeline.h"
+
+namespace korvane::KORVANE_ISA {
+
+namespace {
+
+/** One channel's part in a batch: kHops * 144 samples in and out, and what it keeps between
+ * batches. */
+struct Signal {
+    const int16_t* in;
+    int16_t* out;     // may be in
+    int32_t* rising;  // [0..143] the last hop under the rising window
+    int32_t* tail;    // [0..143] second half of the last processed frame
+};
+
+/** The work area of a batch; one for each vector type. */
+template <class V>
+struct BatchArea {
+    Complex<V> work[kComplexSize];
+    V spectrum[kFrameSize];
+};
+
+constexpr int kMaxHops = 4;
+
+/** The rising window in 32 bits, so that a value broadcasts in one instruction. */
+constexpr auto wide_window = [] {
+    struct {
+        int32_t w[kHopSize];
+        constexpr operator const int32_t*() const { return w; }
+    } table{};
+    for (int k = 0; k < kHopSize; ++k) {
+        table.w[k] = kWindow[k];
+    }
+    return table;
+}();
+
+template <class V>
+constinit BatchArea<V> batch_area = {};
+alignas(32) constinit int32_t hop_power[kMaxHops][kRowSize] = {};
+alignas(32) constinit int16_t hop_gain[kMaxHops][kRowSize] = {};
+
+template <class V, int kHops>
+constexpr int kChannelsOf = V::kLanes / kHops;
+
+/** Word k of every channel's kept array, in the lane of its first hop. */
+template <class V, int kHops>
+KORVANE_INLINE V gather_kept(const int32_t* const* kept, int k) {
+    if constexpr (kHops == 2) {
+        return pair4(kept[0][k], kept[1][k]);
+    } else if constexpr (V::kLanes == 4) {
+        return single4(kept[0][k]);
+    } else {
+        return V::join(single4(kept[0][k]), single4(kept[1][k]));
+    }
+}
+
+/** The reverse. */
+template <class V, int kHops>
+KORVANE_INLINE void scatter_kept(V v, int32_t* const* kept, int k) {
+    kept[0][k] = lane0(group0(v));
+    if constexpr (kHops == 2) {
+        kept[1][k] = lane2(v);
+    } else if constexpr (V::kLanes == 8) {
+        kept[1][k] = lane0(group1(v));
+    }
+}
+
+/**
+ * Exchanges a value with the hop before: returns for each lane the v of the lane before it, and for
+ * the first hop what was kept; keeps the v of the last hop.
+ */
+template <class V, int kHops>
+KORVANE_INLINE V from_hop_before(V v, int32_t* const* kept, int k) {
+    const V moved = cycle<kHops>(v);
+    const V before = first_of_cycle<kHops>(gather_kept<V, kHops>(kept, k), moved);
+    scatter_kept<V, kHops>(moved, kept, k);
+    return before;
+}
+
+/** Windows the hops of a batch into frames, as NRSS_WindowFrame does, where the transform wants
+ * them. */
+template <class V, int kHops>
+void window_frames(const Signal* signals, Complex<V>* work) {
+    constexpr int kChannels = kChannelsOf<V, kHops>;
+    const int32_t* const w = wide_window;
+    const int16_t* lane[V::kLanes];
+    int32_t* rising[kChannels];
+    for (int l = 0; l < V::kLanes; ++l) {
+        lane[l] = signals[l / kHops].in + kHopSize * (l % kHops);
+    }
+    for (int c = 0; c < kChannels; ++c) {
+        rising[c] = signals[c].rising;
+    }
+    for (int k = 0; k < kHopSize; k += 8) {
+        V x[8];
+        load_samples(lane, x);
+        for (int i = 0; i < 8; i += 2) {
+            const auto rising_part = [&](int n) {
+                const V up = asr<15>(mul_samples(x[n - k], V::broadcast(w[n])));
+                return from_hop_before<V, kHops>(up, rising, n);
+            };
+            const auto falling_part = [&](int n) {
+                return asr<15>(mul_samples(x[n - k], V::broadcast(w[kHopSize - 1 - n])));
+            };
+            const int n = k + i;
+            store_parts(&entry(work, n / 2), rising_part(n), rising_part(n + 1));
+            store_parts(&entry(work, (kHopSize + n) / 2), falling_part(n), falling_part(n + 1));
+        }
+        for (int l = 0; l < V::kLanes; ++l) {
+            lane[l] += 8;
+        }
+    }
+}
+
+/** The powers of channel 0's bins, hop by hop, as the gain engine takes them. */
+template <class V, int kHops>
+void channel0_powers(const V* spectrum) {
+    for (int k = 0; k < kBins; k += 4) {
+        Quad p[4];
+        for (int i = 0; i < 4; ++i) {
+            const Quad re = group0(spectrum[2 * (k + i)]);
+            const Quad im = group0(spectrum[2 * (k + i) + 1]);
+            p[i] = add_wrap(add_wrap(mul_low(re, re), mul_low(im, im)), Quad::broadcast(2));
+        }
+        transpose(p[0], p[1], p[2], p[3]);
+        for (int h = 0; h < kHops; ++h) {
+            store(hop_power[h] + k, p[h]);
+        }
+    }
+}
+
+/** Runs the gain engine on the hops of channel 0, in their order. */
+void compute_gains_of_hops(int hops, int32_t extra_bins) {
+    for (int h = 0; h < hops; ++h) {
+        run_gain_engine<Wide>(nrss_state, hop_power[h], extra_bins);
+        std::copy_n(nrss_state.gain, kGains, hop_gain[h]);
+    }
+}
+
+/** Weights every bin with the gain of its hop, as NRSS_GainMul does, and clears DC and Nyquist. */
+template <class V, int kHops>
+void weight_bins(V* spectrum) {
+    const int16_t* lane[V::kLanes];
+    for (int l = 0; l < V::kLanes; ++l) {
+        lane[l] = hop_gain[l % kHops];
+    }
+    for (int k = 0; k < kBins; k += 8) {
+        V gain[8];
+        load_samples(lane, gain);
+        for (int i = 0; i < 16; ++i) {
+            V& value = spectrum[2 * k + i];
+            const V product = mul_q15(value, gain[i / 2]);
+            value = add_wrap(product, lsr<31>(product));
+        }
+        for (int l = 0; l < V::kLanes; ++l) {
+            lane[l] += 8;
+        }
+    }
+    spectrum[0] = V::broadcast(0);
+    spectrum[1] = V::broadcast(0);
+}
+
+/** Turns processed frames into samples, as NRSS_OverlapAdd does. */
+template <class V, int kHops>
+void overlap_add(const Complex<V>* work, const Signal* signals) {
+    constexpr int kChannels = kChannelsOf<V, kHops>;
+    const int32_t* const w = wide_window;
+    int16_t* lane[V::kLanes];
+    int32_t* tail[kChannels];
+    for (int l = 0; l < V::kLanes; ++l) {
+        lane[l] = signals[l / kHops].out + kHopSize * (l % kHops);
+    }
+    for (int c = 0; c < kChannels; ++c) {
+        tail[c] = signals[c].tail;
+    }
+    for (int k = 0; k < kHopSize; k += 8) {
+        V x[8];
+        for (int i = 0; i < 8; i += 2) {
+            const auto sample = [&](int n, V head, V end) {
+                const V before = from_hop_before<V, kHops>(end, tail, n);
+                return add_wrap(
+                    mul_half_positive(add_wrap(head, head), V::broadcast(w[n])),
+                    mul_half_positive(add_wrap(before, before), V::broadcast(w[kHopSize - 1 - n])));
+            };
+            const int n = k + i;
+            const Complex<V>& head = result(work, n / 2);
+            const Complex<V>& end = result(work, (kHopSize + n) / 2);
+            x[i] = sample(n, head.re, end.re);
+            x[i + 1] = sample(n + 1, head.im, end.im);
+        }
+        store_samples(x, lane);
+        for (int l = 0; l < V::kLanes; ++l) {
+            lane[l] += 8;
+        }
+    }
+}
+
+/** A batch of the full band; the gains are computed by the batch that has channel 0. */
+template <class V, int kHops>
+void full_band_batch(const Signal* signals, bool computes_gains) {
+    BatchArea<V>& area = batch_area<V>;
+    window_frames<V, kHops>(signals, area.work);
+    forward_batch<8>(area.work, area.spectrum);
+    if (computes_gains) {
+        channel0_powers<V, kHops>(area.spectrum);
+        compute_gains_of_hops(kHops, 0);
+    }
+    weight_bins<V, kHops>(area.spectrum);
+    inverse_batch(area.spectrum, area.work);
+    overlap_add<V, kHops>(area.work, signals);
+}
+
+/** A batch of the low band; extra[h] is the energy of channel 0's high band in hop h. */
+void low_band_batch(const Signal* signals, const int32_t* extra) {
+    BatchArea<Quad>& area = batch_area<Quad>;
+    window_frames<Quad, 2>(signals, area.work);
+    forward_batch<7>(area.work, area.spectrum);
+    channel0_powers<Quad, 2>(area.spectrum);
+    hop_power[0][kBins] = extra[0];
+    hop_power[1][kBins] = extra[1];
+    compute_gains_of_hops(2, 1);
+    weight_bins<Quad, 2>(area.spectrum);
+    inverse_batch(area.spectrum, area.work);
+    overlap_add<Quad, 2>(area.work, signals);
+}
+
+/** The high band of one channel: two hops windowed, weighted by one gain each, and overlapped. The
+ * values stay within 16 bits throughout, so the products are exact in 32. */
+class HighBand {
+  public:
+    explicit HighBand(const Signal& signal) : signal_(signal), w_(nrss_state.window) {}
+
+    /** Energy of the frame of hop h, each square divided by 65536. */
+    int32_t energy(int h) const {
+        Wide sum = Wide::broadcast(0);
+        for (int k = 0; k < kHopSize; k += Wide::kLanes) {
+            const Wide rising = rising_part(h, k);
+            const Wide falling = falling_part(h, k);
+            sum = add_wrap(sum, asr<16>(mul_low(rising, rising)));
+            sum = add_wrap(sum, asr<16>(mul_low(falling, falling)));
+        }
+        return sum_lanes(sum);
+    }
+
+    /** Weights and overlaps both hops; the state advances. */
+    void process() const {
+        for (int k = 0; k < kHopSize; k += Wide::kLanes) {
+            const Wide head0 = weighted(0, rising_part(0, k));
+            const Wide tail0 = weighted(0, falling_part(0, k));
+            const Wide head1 = weighted(1, rising_part(1, k));
+            const Wide tail1 = weighted(1, falling_part(1, k));
+            const Wide kept = Wide::load(signal_.tail + k);
+            store(signal_.tail + k, tail1);
+            store(signal_.rising + k, rising_part(2, k));
+            store_saturated(signal_.out + k, overlapped(head0, kept, k));
+            store_saturated(signal_.out + kHopSize + k, overlapped(head1, tail0, k));
+        }
+    }
+
+  private:
+    KORVANE_INLINE Wide falling_window(int k) const {
+        return reverse(Wide::extend(w_ + kHopSize - Wide::kLanes - k));
+    }
+    /** First half of the frame of hop h: the hop before it under the rising window. */
+    KORVANE_INLINE Wide rising_part(int h, int k) const {
+        if (h == 0) {
+            return Wide::load(signal_.rising + k);
+        }
+        const Wide x = Wide::extend(signal_.in + kHopSize * (h - 1) + k);
+        return asr<15>(mul_samples(x, Wide::extend(w_ + k)));
+    }
+    KORVANE_INLINE Wide falling_part(int h, int k) const {
+        return asr<15>(mul_samples(Wide::extend(signal_.in + kHopSize * h + k), falling_window(k)));
+    }
+    KORVANE_INLINE static Wide weighted(int h, Wide v) {
+        return mul_q15(v, Wide::broadcast(hop_gain[h][kBins]));
+    }
+    KORVANE_INLINE Wide overlapped(Wide head, Wide tail, int k) const {
+        return add_wrap(mul_half_positive(add_wrap(head, head), Wide::extend(w_ + k)),
+                        mul_half_positive(add_wrap(tail, tail), falling_window(k)));
+    }
+
+    Signal signal_;
+    const int16_t* w_;
+};
+
+// The idle second channel of a batch that has room for two.
+constinit int16_t idle_samples[2 * kHopSize] = {};
+constinit int32_t idle_kept[2][kHopSize] = {};
+
+Signal channel0_frames(int16_t* x) {
+    return {x, x, nrss_state.ch0_frame_a, nrss_state.ch0_frame_b + kHopSize};
+}
+
+Signal channel1_frames(int16_t* x) {
+    return {x, x, nrss_state.ch1_frame_a, nrss_state.ch1_frame_b + kHopSize};
+}
+
+Signal idle_channel() { return {idle_samples, idle_samples, idle_kept[0], idle_kept[1]}; }
+
+void full_band(int16_t* ch0, int16_t* ch1, int32_t n) {
+    const bool two_channels = ch1 != ch0;
+    int32_t start = 0;
+    for (; n - start >= 4 * kHopSize; start += 4 * kHopSize) {
+        const Signal signals[2] = {channel0_frames(ch0 + start), channel1_frames(ch1 + start)};
+        if (!two_channels) {
+            full_band_batch<Quad, 4>(signals, true);
+        } else if constexpr (Wide::kLanes == 8) {
+            full_band_batch<Wide, 4>(signals, true);
+        } else {
+            full_band_batch<Quad, 4>(signals, true);
+            full_band_batch<Quad, 4>(signals + 1, false);
+        }
+    }
+    if (n - start >= 2 * kHopSize) {
+        const Signal signals[2] = {channel0_frames(ch0 + start),
+                                   two_channels ? channel1_frames(ch1 + start) : idle_channel()};
+        full_band_batch<Quad, 2>(signals, true);
+    }
+}
+
+// Scratch of the two-band path.
+constinit BranchHistory branch_history[2][2] = {};
+constinit Bands channel_bands[2] = {};
+
+/** One block of 576 samples a channel, that is two hops of each band. */
+template <int kChannels>
+void two_band_block(int16_t* ch0, int16_t* ch1) {
+    NrssState& s = nrss_state;
+    int16_t* const x[2] = {ch0, ch1};
+    int32_t* const split_state[2] = {s.split_state_ch0, s.split_state_ch1};
+    int32_t* const merge_state[2] = {s.merge_state_ch0, s.merge_state_ch1};
+    split_bands<kChannels>(x, split_state, branch_history, channel_bands);
+
+    const Signal low[2] = {channel0_frames(channel_bands[0].low),
+                           kChannels == 2 ? channel1_frames(channel_bands[1].low) : idle_channel()};
+    int16_t* const high0 = channel_bands[0].high;
+    int16_t* const high1 = channel_bands[1].high;
+    const HighBand high[2] = {HighBand({high0, high0, ch0_high_a, ch0_high_b + kHopSize}),
+                              HighBand({high1, high1, ch1_high_a, ch1_high_b + kHopSize})};
+    const int32_t energy[2] = {high[0].energy(0), high[0].energy(1)};
+    low_band_batch(low, energy);
+    for (int c = 0; c < kChannels; ++c) {
+        high[c].process();
+    }
+
+    merge_bands<kChannels>(channel_bands, merge_state, branch_history, x);
+}
+
+void two_band(int16_t* ch0, int16_t* ch1, int32_t n) {
+    constexpr int32_t kBlock = 4 * kBandSize;
+    for (int32_t start = 0; n - start >= kBlock; start += kBlock) {
+        if (ch1 != ch0) {
+            two_band_block<2>(ch0 + start, ch1 + start);
+        } else {
+            two_band_block<1>(ch0 + start, ch0 + start);
+        }
+    }
+}
+
+}  // namespace
+
+void process_blocks(int16_t* ch0, int16_t* ch1, int32_t n) {
+    if (nrss_state.rate_class == kTwoBandClass) {
+        two_band(ch0, ch1, n);
+    } else {
+        full_band(ch0, ch1, n);
+    }
+}
+
+}  // namespace korvane::KORVANE_ISA
