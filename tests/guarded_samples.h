@@ -1,0 +1,88 @@
+/** What the tests of the stream and of the detector share: samples between guard words, seeded
+ * signals, and the library's static state as a whole. */
+#ifndef KORVANE_TESTS_GUARDED_SAMPLES_H
+#define KORVANE_TESTS_GUARDED_SAMPLES_H
+
+#include <algorithm>
+#include <cstdint>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "detector/level_decision.h"
+#include "korvane_nrss.h"
+#include "nrss/gain/nrss_state.h"
+#include "nrss/pipeline/block_pipeline.h"
+#include "nrss/stream/block_stream.h"
+
+namespace korvane::test {
+
+using Samples = std::vector<int16_t>;
+
+/** A buffer of samples with guard words on both sides. */
+class GuardedSamples {
+  public:
+    explicit GuardedSamples(const Samples& x) : words_(x.size() + 2 * kGuards, kGuard) {
+        std::copy(x.begin(), x.end(), words_.begin() + kGuards);
+    }
+    int16_t* data() { return words_.data() + kGuards; }
+    Samples samples() const { return {words_.begin() + kGuards, words_.end() - kGuards}; }
+    bool intact() const {
+        const auto is_guard = [](int16_t word) { return word == kGuard; };
+        return std::all_of(words_.begin(), words_.begin() + kGuards, is_guard) &&
+               std::all_of(words_.end() - kGuards, words_.end(), is_guard);
+    }
+
+  private:
+    static constexpr int kGuards = 8;
+    static constexpr int16_t kGuard = 0x5AA5;
+    Samples words_;
+};
+
+/** White noise, amplitude 2^15 >> shift. */
+inline Samples noise(int n, uint32_t seed, int shift = 0) {
+    std::mt19937 generator(seed);
+    Samples x(static_cast<size_t>(n));
+    for (int16_t& v : x) {
+        v = static_cast<int16_t>(static_cast<int16_t>(generator() >> 16) >> shift);
+    }
+    return x;
+}
+
+/** Bursts of full-scale noise in faint noise: gains open, close and saturate. */
+inline Samples bursts(int n, uint32_t seed) {
+    Samples x = noise(n, seed);
+    for (size_t i = 0; i < x.size(); ++i) {
+        x[i] = static_cast<int16_t>(x[i] >> (i / 2500 % 3 == 1 ? 0 : 9));
+    }
+    return x;
+}
+
+/** All static state as it is when the library is loaded. */
+inline void forget_everything() {
+    vor_state = {};
+    nrss_stream_state = {};
+    nrss_state = {};
+    osf = nullptr;
+    for (int32_t* const frame : {ch0_high_a, ch0_high_b, ch1_high_a, ch1_high_b}) {
+        std::fill_n(frame, kFrameWords, 0);
+    }
+}
+
+template <class T>
+std::string bytes_of(const T& object) {
+    return {reinterpret_cast<const char*>(&object), sizeof object};
+}
+
+/** The bytes of all static state that outlives a call. */
+inline std::string library_state() {
+    std::string state = bytes_of(vor_state) + bytes_of(nrss_stream_state) + bytes_of(nrss_state);
+    for (const int32_t* const frame : {ch0_high_a, ch0_high_b, ch1_high_a, ch1_high_b}) {
+        state.append(reinterpret_cast<const char*>(frame), kFrameWords * sizeof *frame);
+    }
+    return state;
+}
+
+}  // namespace korvane::test
+
+#endif

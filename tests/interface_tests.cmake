@@ -1,0 +1,46 @@
+# Tests of the stream, the detector, the log, the built file and the tree.
+find_package(Python3 REQUIRED COMPONENTS Interpreter)
+set(python ${Python3_EXECUTABLE} -B)
+
+foreach(name stream detector)
+  add_executable(${name}_test ${name}_test.cpp)
+  target_link_libraries(${name}_test PRIVATE korvane_test_core)
+  gtest_discover_tests(${name}_test TEST_PREFIX ${name}. DISCOVERY_MODE PRE_TEST PROPERTIES TIMEOUT 300)
+endforeach()
+
+# C99 programs on the shared library, without a log function of their own.
+foreach(name c_api log_child)
+  add_executable(${name} ${name}.c)
+  target_link_libraries(${name} PRIVATE KorvaneVAD::korvane-vad m)
+  target_compile_options(${name} PRIVATE -pedantic -Wall -Wextra -Werror)
+  set_target_properties(${name} PROPERTIES C_STANDARD_REQUIRED ON C_EXTENSIONS OFF)
+endforeach()
+add_test(NAME c_api COMMAND c_api)
+add_test(NAME log_stderr COMMAND ${python} ${CMAKE_CURRENT_SOURCE_DIR}/log_stderr_test.py
+  $<TARGET_FILE:c_api> $<TARGET_FILE:log_child> ${CMAKE_CROSSCOMPILING_EMULATOR})
+
+add_test(NAME source_tree COMMAND ${python} ${CMAKE_CURRENT_SOURCE_DIR}/source_tree_test.py
+  ${PROJECT_SOURCE_DIR} ${CMAKE_C_COMPILER} ${CMAKE_CXX_COMPILER})
+
+# A build with instruments needs their runtime and is not the file that is delivered.
+if(NOT KORVANE_SANITIZE AND NOT "${CMAKE_C_FLAGS} ${CMAKE_CXX_FLAGS}" MATCHES "-fsanitize|-fprofile|--coverage")
+  add_test(NAME built_file COMMAND ${python} ${CMAKE_CURRENT_SOURCE_DIR}/built_file_test.py
+    $<TARGET_FILE:korvane_vad> ${PROJECT_SOURCE_DIR}/exports.txt ${CMAKE_READELF} ${CMAKE_NM}
+    $<TARGET_OBJECTS:korvane_core> COMMAND_EXPAND_LISTS)
+  set_tests_properties(built_file PROPERTIES ENVIRONMENT LC_ALL=C)
+  if(NOT CMAKE_CROSSCOMPILING)
+    get_target_property(core_sources korvane_core SOURCES)
+    add_test(NAME compilers COMMAND ${python} ${CMAKE_CURRENT_SOURCE_DIR}/compilers_test.py
+      ${PROJECT_SOURCE_DIR} ${CMAKE_CURRENT_BINARY_DIR}/compilers ${core_sources})
+    set_tests_properties(compilers PROPERTIES LABELS compilers PROCESSORS 2 TIMEOUT 600)
+  endif()
+endif()
+
+# Real speech from Debian's alsa-utils and asterisk-core-sounds-en-wav, read with libsndfile.
+if(KORVANE_BUILD_TOOLS AND NOT CMAKE_CROSSCOMPILING)
+  pkg_check_modules(SAMPLERATE REQUIRED IMPORTED_TARGET samplerate)
+  add_executable(speech_test speech_test.cpp)
+  target_link_libraries(speech_test PRIVATE
+    KorvaneVAD::korvane-vad korvane_warnings gtest_main PkgConfig::SNDFILE PkgConfig::SAMPLERATE)
+  gtest_discover_tests(speech_test TEST_PREFIX speech. DISCOVERY_MODE PRE_TEST PROPERTIES TIMEOUT 300)
+endif()

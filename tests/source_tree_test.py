@@ -1,0 +1,91 @@
+"""Checks the tree: includes run one way, own headers come first, headers stand alone, the C program
+calls every exported name.
+
+    source_tree_test.py ROOT C_COMPILER CXX_COMPILER
+"""
+import concurrent.futures
+import pathlib
+import re
+import subprocess
+import sys
+
+root = pathlib.Path(sys.argv[1])
+c_compiler, cxx_compiler = sys.argv[2:]
+failures = []
+
+# What the files of a folder may include, besides the folder itself: folders, or single files.
+ALLOWED = {
+    "include": [],
+    "platform": [],
+    "dsp": ["include"],
+    "nrss/gain": ["dsp", "include"],
+    "nrss/pipeline": ["dsp", "nrss/gain", "include"],
+    "nrss/stream": ["include"],
+    "detector": ["include", "platform", "dsp/fixed_point.h"],
+    "tools": ["include"],
+}
+SOURCES = {".c", ".cpp", ".h"}
+
+
+def resolve(source, name):
+    """The included file, relative to the root; None where there is none."""
+    for folder in (source.parent, root, root / "include"):
+        if (folder / name).is_file():
+            return (folder / name).resolve().relative_to(root.resolve()).as_posix()
+    return None
+
+
+headers = []
+seen = set()
+for folder, allowed in ALLOWED.items():
+    for source in sorted((root / folder).rglob("*")):
+        if source.suffix not in SOURCES:
+            continue
+        seen.add(source)
+        if source.suffix == ".h":
+            headers.append(source)
+        where = source.relative_to(root).as_posix()
+        includes = re.findall(r'^\s*#\s*include\s*(["<])([^">]+)[">]', source.read_text(), re.M)
+        for quote, name in includes:
+            target = resolve(source, name)
+            if target is None:
+                if quote == '"':
+                    failures.append(f"{where} includes {name}, which is not in the tree")
+            elif not any(target == a or target.startswith(a + "/") for a in [folder, *allowed]):
+                failures.append(f"{where} must not include {target}")
+        own = source.with_suffix(".h")
+        if source.suffix != ".h" and own.exists():
+            if not includes or resolve(source, includes[0][1]) != own.relative_to(root).as_posix():
+                failures.append(f"{where} does not include its own header first")
+
+for source in root.rglob("*"):
+    top = source.relative_to(root).parts[0]
+    if source.suffix in SOURCES and top in ("dsp", "nrss", "detector", "platform", "include"):
+        if source not in seen:
+            failures.append(f"{source} lies in a folder without include rules")
+
+calls = (root / "tests/c_api.c").read_text()
+for name in (root / "exports.txt").read_text().split():
+    if not re.search(rf"\b{name}\b[\[( ]", calls):
+        failures.append(f"tests/c_api.c does not use {name}")
+
+
+def compiles_alone(command):
+    result = subprocess.run(command, capture_output=True, text=True)
+    return None if result.returncode == 0 else f"{' '.join(command)}\n{result.stderr}"
+
+
+WARNINGS = ["-fsyntax-only", "-Wall", "-Wextra", "-Werror", "-pedantic"]
+PATHS = [f"-I{root}", f"-I{root / 'include'}"]
+commands = []
+for header in headers:
+    if header.parent == root / "include":
+        commands.append([c_compiler, "-x", "c", "-std=c99", *WARNINGS, str(header)])
+        commands.append([cxx_compiler, "-x", "c++", "-std=c++11", *WARNINGS, str(header)])
+    else:
+        commands.append([cxx_compiler, "-x", "c++", "-std=c++20", "-fsyntax-only", *PATHS, str(header)])
+with concurrent.futures.ThreadPoolExecutor(2) as pool:
+    failures += [failure for failure in pool.map(compiles_alone, commands) if failure]
+
+print("\n".join(failures))
+sys.exit(1 if failures or not headers else 0)
