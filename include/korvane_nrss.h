@@ -8,14 +8,13 @@
  * (M. Berouti, R. Schwartz, J. Makhoul, "Enhancement of speech corrupted by acoustic noise", ICASSP
  * 1979). Everything is fixed point: the same input gives the same bits on every machine.
  *
- * Most hosts want korvane_vad.h, which runs this suppressor for them. Use this header to clean audio
- * without a speech decision, to drive the block core directly, or to use the transforms.
+ * Most hosts want korvane_vad.h, which runs this suppressor for them. Use this header to clean
+ * audio without a speech decision, to drive the block core directly, or to use the transforms.
  *
  * LIFE CYCLE
- *   1. Tolu_NRSS_Init(level, rate)     chooses strength and rate class; also prepares the transforms.
- *   2. Tolu_NRSS_BufInit()             empties the stream (only Tolu_NRSS_Buffered, Tolu_NRSS,
- *                                      Tolu_NRSS_EXE use it).
- *   3. Tolu_NRSS_EXE / _Buffered       any number of samples a call, as often as needed.
+ *   1. Tolu_NRSS_Init(level, rate)   chooses strength and rate class, prepares the transforms
+ *   2. Tolu_NRSS_BufInit()           empties the stream that _Buffered, _EXE and Tolu_NRSS use
+ *   3. Tolu_NRSS_EXE / _Buffered     any number of samples a call, as often as needed
  *   There is nothing to close. Either initialisation may be repeated at any time between calls.
  *
  * STATE AND THREADS
@@ -35,8 +34,8 @@
  *   The first 576 samples per channel that the stream returns after Tolu_NRSS_BufInit are zeros.
  *
  * LEVEL OF THE OUTPUT
- *   With every gain open, a tone comes back at 0.5625 of its amplitude below 25000 Hz; on the two-band
- *   path at 1.125 below a quarter of the rate and at 1.0 above it. Samples saturate at
+ *   With every gain open, a tone comes back at 0.5625 of its amplitude below 25000 Hz; on the
+ *   two-band path at 1.125 below a quarter of the rate and at 1.0 above it. Samples saturate at
  *   -32768..32767, they never wrap. DC and the Nyquist frequency are removed from every frame.
  *
  * NOTHING IS CHECKED unless said below. Pointers must be valid for the stated number of samples.
@@ -61,29 +60,29 @@ extern "C" {
 /**
  * Puts the suppressor into its starting state.
  *
- * @param level  0..9: 0 switches the suppressor off, 1 (at most -3 dB) to 9 (at most -26 dB) set how
- *               far a bin may be attenuated. Values outside are clamped.
- * @param rate   sampling rate in Hz. It selects the rate class: below 10000 (zero and negative rates
- *               included), below 20000, below 25000, below 50000. A rate of 50000 or more keeps the
- *               class chosen last (the first class if none ever was).
+ * @param level  0..9: 0 switches the suppressor off, 1 (at most -3 dB) to 9 (at most -26 dB) set
+ *               how far a bin may be attenuated. Values outside are clamped.
+ * @param rate   sampling rate in Hz. It selects the rate class: below 10000 (zero and negative
+ *               rates included), below 20000, below 25000, below 50000. A rate of 50000 or more
+ *               keeps the class chosen last (the first class if none ever was).
  *
  * Level 0 changes the level and the rate class and nothing else; audio then passes untouched, and
  * the rest of the state waits as it was. Every other level resets noise estimate, gains, frames and
- * filter memories, except for the frames of the high band (25000 Hz and more): the first hop after a
- * re-initialisation still overlaps with what they held. The stream's ring is not touched; see
+ * filter memories, except for the frames of the high band (25000 Hz and more): the first hop after
+ * a re-initialisation still overlaps with what they held. The stream's ring is not touched; see
  * Tolu_NRSS_BufInit.
  *
  * For the first frames (63 at 8 and 16 kHz: 0.57 s at 16 kHz; 125 at 48 kHz: 0.75 s) every gain is
- * open while the noise estimate forms. The count of frames behind this stops at 2^31 - 1, so a stream
- * that runs for months never falls back into its start-up.
+ * open while the noise estimate forms. The count of frames behind this stops at 2^31 - 1, so a
+ * stream that runs for months never falls back into its start-up.
  */
 KORVANE_API void Tolu_NRSS_Init(int32_t level, int32_t rate);
 
 /**
  * Over-subtraction weight of each spectral bin, Q15, in the table of the current rate class: 32767
- * (full weight) at bin 0, falling to 16384. Null until the first Tolu_NRSS_Init with a level of 1 or
- * more. The gain engine reads entries 0..143, and 144 as well from 25000 Hz on. Read it, do not set
- * it.
+ * (full weight) at bin 0, falling to 16384. Null until the first Tolu_NRSS_Init with a level of 1
+ * or more. The gain engine reads entries 0..143, and 144 as well from 25000 Hz on. Read it, do not
+ * set it.
  */
 KORVANE_API extern const int16_t* osf;
 

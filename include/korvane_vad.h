@@ -1,9 +1,9 @@
 /**
  * Korvane VAD: streaming voice-activity detection for 16-bit PCM.
  *
- * The host hands over one frame of samples at a time. The library suppresses the noise in it, measures
- * the level of what is left and answers 1 (speech) or 0 (no speech). The cleaned samples come back
- * too.
+ * The host hands over one frame of samples at a time. The library suppresses the noise in it,
+ * measures the level of what is left and answers 1 (speech) or 0 (no speech). The cleaned samples
+ * come back too.
  *
  * A MONO STREAM AT 16 kHz, FRAMES OF 10 ms
  *
@@ -21,8 +21,8 @@
  *   VoiceActivityDetectionInit comes first and may be repeated at any time: it starts a new stream.
  *   Then the configuration calls, the channel mode before the frame length (which is halved unless
  *   the mode already stored is 1). The first sampling-rate configuration after an Init sets the
- *   suppressor up for that rate; later ones are stored and logged but do not reach it. So a new rate
- *   takes a new Init. There is nothing to close.
+ *   suppressor up for that rate; later ones are stored and logged but do not reach it. So a new
+ *   rate takes a new Init. There is nothing to close.
  *
  * ONE DETECTOR PER PROCESS
  *   The handle holds configuration and work buffers; the state of the stream is static inside the
@@ -31,19 +31,19 @@
  *   to a handle or buffer between calls.
  *
  * OWNERSHIP
- *   The host owns the handle and the sample buffer. In modes 1 and 3 the buffer is only read; in mode
- *   2 the cleaned samples overwrite it.
+ *   The host owns the handle and the sample buffer. In modes 1 and 3 the buffer is only read; in
+ *   mode 2 the cleaned samples overwrite it.
  *
  * DELAY of the cleaned samples and of the decision made on them, in samples per channel
  *   below 25000 Hz            720  (576 of the stream's ring + 144 of the frames)
- *   25000 to 49999 Hz         864, plus the phase of an allpass filter: about 3 samples below 0.07 of
+ *   25000 to 49999 Hz         864, plus the phase of an allpass filter: about 3 below 0.07 of
  *                             the rate, 55 at a quarter of it
  *   Speech is declared after 480 samples above -45 dB and ends after 19200 samples at or below
- *   -50 dB, counted in whole frames: at 16 kHz 30 ms and 1.2 s, at 48 kHz 10 ms and 400 ms. The first
- *   576 samples per channel after an Init come back as zeros.
+ *   -50 dB, counted in whole frames: at 16 kHz 30 ms and 1.2 s, at 48 kHz 10 ms and 400 ms. The
+ *   first 576 samples per channel after an Init come back as zeros.
  *
  * RANGES
- *   sampling rate   1..49999 Hz is meant to be used. 0 counts as below 10000 Hz; 50000 to 2^31-1 keep
+ *   sampling rate   1..49999 Hz is meant to be used. 0 counts as 1; 50000 to 2^31-1 keep
  *                   the suppressor's rate class (16 kHz's after an Init); 2^31 and more count as
  *                   below 10000 Hz.
  *   frame length    1..4096 samples per channel, any number
@@ -51,9 +51,9 @@
  *
  * BAD INPUT
  *   VoiceActivityDetectionExe returns 0 and touches nothing, neither buffers nor state, where the
- *   handle's frame length is outside 1..4096 or its channel mode is not 1, 2 or 3: a frame that does
- *   not fit the work buffers is never written. Pointers are not checked: the handle must be valid,
- *   and so must the sample pointer for a whole frame. Nothing reports an error otherwise.
+ *   handle's frame length is outside 1..4096 or its channel mode is not 1, 2 or 3: a frame that
+ *   does not fit the work buffers is never written. Pointers are not checked: the handle must be
+ *   valid, and so must the sample pointer for a whole frame. Nothing reports an error otherwise.
  *   Before the first Init all state is zero: the suppressor is off, the thresholds are 0 dB.
  *
  * LOG
@@ -106,8 +106,8 @@ KORVANE_API int VoiceActivityDetectionInit(void);
 KORVANE_API int VoiceActivityDetectionSamplingRateConfig(VadHandle* handle, uint32_t rate);
 
 /**
- * Stores the frame length: in mode 1 length itself, otherwise half of it, cut to 16 bits. So pass the
- * total number of samples in a frame, all channels together, after the channel mode is set.
+ * Stores the frame length: in mode 1 length itself, otherwise half of it, cut to 16 bits. So pass
+ * the total number of samples in a frame, all channels together, after the channel mode is set.
  * Returns 0; a length that VoiceActivityDetectionExe will refuse is stored all the same.
  */
 KORVANE_API int VoiceActivityDetectionFrameLengthConfig(VadHandle* handle, uint32_t length);
@@ -145,8 +145,8 @@ KORVANE_API const char* VoiceActivityDetectionVersion(void);
 
 /* ---- Level decision, callable on its own ---------------------------------------------------- */
 
-/** Resets the level decision: no speech, thresholds -45 dB (enter) and -50 dB (stay), 480 samples of
- * onset, 19200 of hang-over. */
+/** Resets the level decision: no speech, thresholds -45 dB (enter) and -50 dB (stay), 480 samples
+ * of onset, 19200 of hang-over. */
 KORVANE_API void OLM_VOR_Init(void);
 
 /** Sets the counts again: 480 and 19200 at every rate (0 and 0 before the first OLM_VOR_Init). The
@@ -154,13 +154,13 @@ KORVANE_API void OLM_VOR_Init(void);
 KORVANE_API void OLM_VOR_SetFs(int rate);
 
 /**
- * Measures one frame and updates the decision. The level is 20*log10(rms + 1e-7) dB, where full scale
- * is 32768; of two channels the louder counts.
+ * Measures one frame and updates the decision. The level is 20*log10(rms + 1e-7) dB, where full
+ * scale is 32768; of two channels the louder counts.
  *
  * @param ch0  n samples, only read
  * @param ch1  n samples, only read, or null for one channel; may be ch0
- * @param n    samples per channel, 1 or more. With n = 0 there is no level: the decision stays and a
- *             running countdown is cleared. A negative n reads nothing and counts as silence.
+ * @param n    samples per channel, 1 or more. With n = 0 there is no level: the decision stays and
+ *             a running countdown is cleared. A negative n reads nothing and counts as silence.
  * @return 1 speech, 0 no speech
  */
 KORVANE_API int OLM_VOR(const int16_t* ch0, const int16_t* ch1, int n);

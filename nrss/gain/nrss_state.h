@@ -13,10 +13,10 @@
 
 namespace korvane {
 
-inline constexpr int kGains = kBins + 1;           ///< one gain per bin, and one for the high band
-inline constexpr int kRowSize = 152;            ///< a row of gains, up to a whole number of vectors
-inline constexpr int kSubWindows = 4;              ///< sub-windows of the minimum search
-inline constexpr int16_t kUnityGain = 32767;       ///< Q15
+inline constexpr int kGains = kBins + 1;      ///< one gain per bin, and one for the high band
+inline constexpr int kRowSize = 152;          ///< a row of gains, up to a whole number of vectors
+inline constexpr int kSubWindows = 4;         ///< sub-windows of the minimum search
+inline constexpr int16_t kUnityGain = 32767;  ///< Q15
 inline constexpr int32_t kNoMinimum = 0x3FFFFFFF;  ///< above any power: a minimum not yet taken
 inline constexpr int32_t kTwoBandClass = 3;        ///< the rate class that runs on two bands
 
@@ -26,13 +26,13 @@ struct NrssState {
     int32_t ch0_frame_b[kFrameWords];
     int32_t ch1_frame_a[kFrameWords];
     int32_t ch1_frame_b[kFrameWords];
-    uint8_t noise_ready;                   ///< 1 once a whole sub-window has been tracked
-    alignas(32) int32_t min_win[kSubWindows][kRowSize];  ///< minimum of psd_slow per bin and sub-window
-    alignas(32) int16_t gain[kGains];                  ///< Q15
-    int32_t level;                         ///< 0..9, 0 is off
-    int32_t rate_class;                    ///< 0..3
-    int32_t gain_floor;                    ///< lowest gain, Q15
-    int32_t alpha_fast;                    ///< smoothing coefficients, Q15
+    uint8_t noise_ready;  ///< 1 once a whole sub-window has been tracked
+    alignas(32) int32_t min_win[kSubWindows][kRowSize];  ///< minimum of psd_slow, per sub-window
+    alignas(32) int16_t gain[kGains];                    ///< Q15
+    int32_t level;                                       ///< 0..9, 0 is off
+    int32_t rate_class;                                  ///< 0..3
+    int32_t gain_floor;                                  ///< lowest gain, Q15
+    int32_t alpha_fast;                                  ///< smoothing coefficients, Q15
     int32_t alpha_slow;
     int32_t alpha_osub;
     int32_t subwin_len;                 ///< frames per sub-window

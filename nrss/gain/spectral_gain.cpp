@@ -11,7 +11,7 @@ int32_t sqrt_q15(int32_t ratio) { return sqrt_q15<int32_t, true>(ratio); }
 const int16_t* NRSS_Gains() { return nrss_state.gain; }
 
 void NRSS_SpectralGain(const int32_t* spectrum, int32_t n, int32_t extra_bins) {
-    int32_t power[kGains];
+    int32_t power[kGains] = {};
     for (int32_t k = 0; k < n; ++k) {
         // The sum of two squares may need the 32nd bit, so it is formed without a sign.
         const uint32_t re = static_cast<uint32_t>(spectrum[2 * k]);

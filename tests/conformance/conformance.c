@@ -1,12 +1,12 @@
 /*
- * Conformance: runs every row of a table of calls through the library and compares what comes out with
- * the digest in the row. The digests come from two models of the system that were written separately
- * from this library and agree with each other.
+ * Conformance: runs every row of a table of calls through the library and compares what comes out
+ * with the digest in the row. The digests come from two models of the system that were written
+ * separately from this library and agree with each other.
  *
  *     conformance table.tsv
  *
- * A C program on the public headers alone: it builds and runs wherever the library does. Exit code 0
- * when every row matches, 1 when one does not, 2 when the table cannot be read.
+ * A C program on the public headers alone: it builds and runs wherever the library does. Exit code
+ * 0 when every row matches, 1 when one does not, 2 when the table cannot be read.
  */
 #include <inttypes.h>
 #include <stdio.h>
@@ -172,14 +172,16 @@ static int run_row(const Row* row, char digest[65]) {
     Signal signals[2];
     const int two = strcmp(row->signal[1], "-") != 0;
     if (!parse_signal(row->signal[0], &signals[0]) ||
-        (two && !parse_signal(row->signal[1], &signals[1])) || row->chunk < 1 ||
-        row->samples < 0) {
+        (two && !parse_signal(row->signal[1], &signals[1])) || two != (row->mode != 1) ||
+        row->chunk < 1 || row->samples < 0) {
         return 0;
     }
-    int16_t* channel[2] = {NULL, NULL};
-    for (int c = 0; c < 1 + two; ++c) {
+    int16_t* channel[2];
+    for (int c = 0; c < 2; ++c) {
         channel[c] = allocate((size_t)row->samples, sizeof *channel[c]);
-        make_signal(&signals[c], channel[c], row->samples);
+        if (c == 0 || two) {
+            make_signal(&signals[c], channel[c], row->samples);
+        }
     }
     int known = 1;
     Sha256 sha;

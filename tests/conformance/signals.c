@@ -29,8 +29,7 @@ static int32_t triangle(int32_t a, int32_t p, int32_t i) {
 
 int parse_signal(const char* text, Signal* signal) {
     return sscanf(text, "%11[a-z],%" SCNd32 ",%" SCNd32 ",%" SCNd32 ",%" SCNd32 ",%" SCNu32,
-                  signal->kind, &signal->a, &signal->p, &signal->q, &signal->s,
-                  &signal->seed) == 6;
+                  signal->kind, &signal->a, &signal->p, &signal->q, &signal->s, &signal->seed) == 6;
 }
 
 void make_signal(const Signal* g, int16_t* x, int32_t n) {
