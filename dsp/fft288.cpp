@@ -1,6 +1,7 @@
 #include "dsp/fft288.h"
 
 #include "dsp/fft288_kernels.h"
+#include "dsp/instruction_set.h"
 
 namespace korvane {
 
@@ -54,22 +55,38 @@ void transform144() {
     }
 }
 
-}  // namespace
+// The forms in use: plain until fft288_init chooses.
+constinit Transform forward = real_fft288_plain;
+constinit Transform inverse = real_ifft288_plain;
 
-}  // namespace korvane
-
-extern "C" {
-
-void fft288_init(void) {
-    using namespace korvane;
-    for (int i = 0; i < kColumns; ++i) {
-        fft_bitrev16[i] = kBitrev16[i];
+/** The forms for this machine. */
+void choose_transforms() {
+    switch (instruction_set()) {
+#if defined(KORVANE_SIMD) && defined(__x86_64__)
+        case InstructionSet::kSse2:
+            forward = sse2::real_fft288;
+            inverse = sse2::real_ifft288;
+            break;
+        case InstructionSet::kAvx2:
+            forward = avx2::real_fft288;
+            inverse = avx2::real_ifft288;
+            break;
+#elif defined(KORVANE_SIMD) && defined(__aarch64__)
+        case InstructionSet::kNeon:
+            forward = neon::real_fft288;
+            inverse = neon::real_ifft288;
+            break;
+#endif
+        default:
+            forward = real_fft288_plain;
+            inverse = real_ifft288_plain;
+            break;
     }
-    fft_col_stride = kColumns;
 }
 
-void real_fft288(int32_t* out, const int32_t* in) {
-    using namespace korvane;
+}  // namespace
+
+void real_fft288_plain(int32_t* out, const int32_t* in) {
     for (int m = 0; m < kComplexSize; ++m) {
         entry(m) = {in[2 * m], in[2 * m + 1]};
     }
@@ -93,8 +110,7 @@ void real_fft288(int32_t* out, const int32_t* in) {
     }
 }
 
-void real_ifft288(int32_t* out, const int32_t* in) {
-    using namespace korvane;
+void real_ifft288_plain(int32_t* out, const int32_t* in) {
     // The split run backwards. DC and Nyquist are not halved, unlike every other bin.
     entry(0) = {add_wrap(in[0], in[1]), sub_wrap(in[0], in[1])};
     entry(kComplexSize / 2) = {in[kComplexSize], neg_wrap(in[kComplexSize + 1])};
@@ -113,5 +129,22 @@ void real_ifft288(int32_t* out, const int32_t* in) {
         out[2 * m + 1] = z.im;
     }
 }
+
+}  // namespace korvane
+
+extern "C" {
+
+void fft288_init(void) {
+    using namespace korvane;
+    for (int i = 0; i < kColumns; ++i) {
+        fft_bitrev16[i] = kBitrev16[i];
+    }
+    fft_col_stride = kColumns;
+    choose_transforms();
+}
+
+void real_fft288(int32_t* out, const int32_t* in) { korvane::forward(out, in); }
+
+void real_ifft288(int32_t* out, const int32_t* in) { korvane::inverse(out, in); }
 
 }  // extern "C"

@@ -19,6 +19,27 @@ inline constexpr int kBins = kComplexSize;          ///< complex bins the gain e
 inline constexpr int kFrameWords = kFrameSize + 2;  ///< a frame buffer: 288 values and a pair that
                                                     ///< carries the high band's energy
 
+/** A transform: real_fft288 or real_ifft288, with their arguments. */
+using Transform = void (*)(int32_t* out, const int32_t* in);
+
+/** The transforms one value at a time. Before fft288_init their permutation is all zero. */
+void real_fft288_plain(int32_t* out, const int32_t* in);
+void real_ifft288_plain(int32_t* out, const int32_t* in);
+
+// In vectors; one form for each instruction set. They need no initialisation.
+namespace sse2 {
+void real_fft288(int32_t* out, const int32_t* in);
+void real_ifft288(int32_t* out, const int32_t* in);
+}  // namespace sse2
+namespace avx2 {
+void real_fft288(int32_t* out, const int32_t* in);
+void real_ifft288(int32_t* out, const int32_t* in);
+}  // namespace avx2
+namespace neon {
+void real_fft288(int32_t* out, const int32_t* in);
+void real_ifft288(int32_t* out, const int32_t* in);
+}  // namespace neon
+
 }  // namespace korvane
 
 #endif

@@ -37,6 +37,9 @@ struct Quad {
         return {_mm_loadu_si128(reinterpret_cast<const __m128i*>(p))};
     }
     KORVANE_INLINE static Quad broadcast(int32_t a) { return {_mm_set1_epi32(a)}; }
+    KORVANE_INLINE static Quad of(int32_t a, int32_t b, int32_t c, int32_t d) {
+        return {_mm_setr_epi32(a, b, c, d)};
+    }
     /** Consecutive samples, sign-extended. */
     KORVANE_INLINE static Quad extend(const int16_t* p) {
         const __m128i x = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(p));
@@ -277,6 +280,28 @@ KORVANE_INLINE void store_interleaved(int16_t* p, Quad even, Quad odd) {
                      _mm_unpacklo_epi16(both, _mm_unpackhi_epi64(both, both)));
 }
 KORVANE_INLINE Quad reverse(Quad a) { return {_mm_shuffle_epi32(a.v, 0x1B)}; }
+/** a[0], a[2], b[0], b[2]. */
+KORVANE_INLINE Quad even_lanes(Quad a, Quad b) {
+    return {_mm_castps_si128(_mm_shuffle_ps(_mm_castsi128_ps(a.v), _mm_castsi128_ps(b.v), 0x88))};
+}
+/** a[1], a[3], b[1], b[3]. */
+KORVANE_INLINE Quad odd_lanes(Quad a, Quad b) {
+    return {_mm_castps_si128(_mm_shuffle_ps(_mm_castsi128_ps(a.v), _mm_castsi128_ps(b.v), 0xDD))};
+}
+/** a[0], b[0], a[1], b[1]. */
+KORVANE_INLINE Quad zip_low(Quad a, Quad b) { return {_mm_unpacklo_epi32(a.v, b.v)}; }
+/** a[2], b[2], a[3], b[3]. */
+KORVANE_INLINE Quad zip_high(Quad a, Quad b) { return {_mm_unpackhi_epi32(a.v, b.v)}; }
+/** a[0], a[1], b[0], b[1]. */
+KORVANE_INLINE Quad load_two_pairs(const int32_t* a, const int32_t* b) {
+    const __m128i low = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(a));
+    const __m128i high = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(b));
+    return {_mm_unpacklo_epi64(low, high)};
+}
+KORVANE_INLINE void store_two_pairs(int32_t* a, int32_t* b, Quad v) {
+    _mm_storel_epi64(reinterpret_cast<__m128i*>(a), v.v);
+    _mm_storel_epi64(reinterpret_cast<__m128i*>(b), _mm_unpackhi_epi64(v.v, v.v));
+}
 
 #elif defined(__ARM_NEON)
 
@@ -286,6 +311,10 @@ struct Quad {
 
     KORVANE_INLINE static Quad load(const int32_t* p) { return {vld1q_s32(p)}; }
     KORVANE_INLINE static Quad broadcast(int32_t a) { return {vdupq_n_s32(a)}; }
+    KORVANE_INLINE static Quad of(int32_t a, int32_t b, int32_t c, int32_t d) {
+        const int32_t lanes[4] = {a, b, c, d};
+        return load(lanes);
+    }
     KORVANE_INLINE static Quad extend(const int16_t* p) { return {vmovl_s16(vld1_s16(p))}; }
 };
 
@@ -415,6 +444,17 @@ KORVANE_INLINE void store_interleaved(int16_t* p, Quad even, Quad odd) {
 KORVANE_INLINE Quad reverse(Quad a) {
     const int32x4_t pairs = vrev64q_s32(a.v);
     return {vextq_s32(pairs, pairs, 2)};
+}
+KORVANE_INLINE Quad even_lanes(Quad a, Quad b) { return {vuzp1q_s32(a.v, b.v)}; }
+KORVANE_INLINE Quad odd_lanes(Quad a, Quad b) { return {vuzp2q_s32(a.v, b.v)}; }
+KORVANE_INLINE Quad zip_low(Quad a, Quad b) { return {vzip1q_s32(a.v, b.v)}; }
+KORVANE_INLINE Quad zip_high(Quad a, Quad b) { return {vzip2q_s32(a.v, b.v)}; }
+KORVANE_INLINE Quad load_two_pairs(const int32_t* a, const int32_t* b) {
+    return {vcombine_s32(vld1_s32(a), vld1_s32(b))};
+}
+KORVANE_INLINE void store_two_pairs(int32_t* a, int32_t* b, Quad v) {
+    vst1_s32(a, vget_low_s32(v.v));
+    vst1_s32(b, vget_high_s32(v.v));
 }
 
 #endif
