@@ -87,14 +87,14 @@ KORVANE_INLINE PackedComplex quarter_turn(PackedComplex a) {
     const Wide turned = swap_groups(a.v);
     return {kDirection == Direction::kForward ? negate_group1(turned) : negate_group0(turned)};
 }
+KORVANE_INLINE PackedComplex twice(PackedComplex a) { return {add_wrap(a.v, a.v)}; }
 template <int kC>
-KORVANE_INLINE PackedComplex scale(PackedComplex a) {
-    return {mul_q15<kC>(a.v)};
+KORVANE_INLINE PackedComplex half_scale(PackedComplex a) {
+    return {mul_half_q15<kC>(a.v)};
 }
 template <int kC>
-KORVANE_INLINE PackedComplex scaled_turn(PackedComplex a) {
-    const Wide turned = swap_groups(a.v);
-    return {mul_half_by_group<kC, -kC>(add_wrap(turned, turned))};
+KORVANE_INLINE PackedComplex half_scaled_turn(PackedComplex a) {
+    return {mul_half_by_group<kC, -kC>(swap_groups(a.v))};
 }
 
 KORVANE_INLINE PackedComplex load_complex(const Complex<Quad>* z) {

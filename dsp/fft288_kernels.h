@@ -65,16 +65,22 @@ KORVANE_INLINE constexpr Complex<V> quarter_turn(Complex<V> a) {
     }
 }
 
-/** Real and imaginary part times the same constant, Q15. */
-template <int kC, class V>
-KORVANE_INLINE constexpr Complex<V> scale(Complex<V> a) {
-    return {mul_q15<kC>(a.re), mul_q15<kC>(a.im)};
+/** 2a, wrapping: how an operand enters a Q15 product. */
+template <class V>
+KORVANE_INLINE constexpr Complex<V> twice(Complex<V> a) {
+    return {add_wrap(a.re, a.re), add_wrap(a.im, a.im)};
 }
 
-/** a times -i*c or, for a negative c, i*|c|; the sign goes with the constant. */
+/** Half of both parts times the same constant, Q15. */
 template <int kC, class V>
-KORVANE_INLINE constexpr Complex<V> scaled_turn(Complex<V> a) {
-    return {mul_q15<kC>(a.im), mul_q15<-kC>(a.re)};
+KORVANE_INLINE constexpr Complex<V> half_scale(Complex<V> a) {
+    return {mul_half_q15<kC>(a.re), mul_half_q15<kC>(a.im)};
+}
+
+/** Half of a times -i*c or, for a negative c, i*|c|; the sign goes with the constant. */
+template <int kC, class V>
+KORVANE_INLINE constexpr Complex<V> half_scaled_turn(Complex<V> a) {
+    return {mul_half_q15<kC>(a.im), mul_half_q15<-kC>(a.re)};
 }
 
 // The butterflies are written for a complex type C: Complex<V>, or one that keeps both parts in one
@@ -83,18 +89,19 @@ KORVANE_INLINE constexpr Complex<V> scaled_turn(Complex<V> a) {
 /** a times the twiddle factor c - i*s (forward) or its conjugate (inverse). */
 template <Direction kDirection, Twiddle kW, class C>
 KORVANE_INLINE constexpr C twist(C a) {
-    return add(scale<kW.c>(a), scale<kW.s>(quarter_turn<kDirection>(a)));
+    const C d = twice(a);
+    return add(half_scale<kW.c>(d), half_scale<kW.s>(quarter_turn<kDirection>(d)));
 }
 
 /** 3-point DFT of x0, x1, x2, in place. */
 template <Direction kDirection, class C>
 KORVANE_INLINE constexpr void radix3(C& x0, C& x1, C& x2) {
     const C s = add(x1, x2);
-    const C d = sub(x1, x2);
+    const C d = twice(sub(x1, x2));
     const C h = sub(x0, half(s));
     x0 = add(x0, s);
-    const C clockwise = add(h, scaled_turn<kSin60>(d));
-    const C counter = add(h, scaled_turn<-kSin60>(d));
+    const C clockwise = add(h, half_scaled_turn<kSin60>(d));
+    const C counter = add(h, half_scaled_turn<-kSin60>(d));
     x1 = kDirection == Direction::kForward ? clockwise : counter;
     x2 = kDirection == Direction::kForward ? counter : clockwise;
 }

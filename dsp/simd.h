@@ -160,7 +160,13 @@ KORVANE_INLINE Quad leading_zeros(Quad a) {
     const __m128i zeros = _mm_sub_epi32(_mm_set1_epi32(158), exponent);
     return {_mm_max_epi16(_mm_min_epi16(zeros, _mm_set1_epi32(32)), _mm_setzero_si128())};
 }
-/** a * 2^n, n in 0..32; 32 leaves nothing. */
+/** The same, a not negative; 32 or more for zero. */
+KORVANE_INLINE Quad leading_zeros_positive(Quad a) {
+    const __m128i highest = _mm_andnot_si128(_mm_srli_epi32(a.v, 1), a.v);
+    const __m128i exponent = _mm_srli_epi32(_mm_castps_si128(_mm_cvtepi32_ps(highest)), 23);
+    return {_mm_sub_epi32(_mm_set1_epi32(158), exponent)};
+}
+/** a * 2^n, n in 0..255; 32 and more leave nothing. */
 KORVANE_INLINE Quad shl_each(Quad a, Quad n) {
 #if defined(__AVX2__)
     return {_mm_sllv_epi32(a.v, n.v)};
@@ -172,7 +178,7 @@ KORVANE_INLINE Quad shl_each(Quad a, Quad n) {
     return mul_low(a, {_mm_and_si128(power, valid)});
 #endif
 }
-/** floor(a / 2^n), n in 0..31. */
+/** floor(a / 2^n), n in 0..31; for n in 32..127 the result is that of some shift by 16 or more. */
 KORVANE_INLINE Quad asr_each(Quad a, Quad n) {
 #if defined(__AVX2__)
     return {_mm_srav_epi32(a.v, n.v)};
@@ -359,6 +365,7 @@ KORVANE_INLINE Quad mul_half_upper(Quad a, Quad b) { return mul_half_q15(a, asr<
 KORVANE_INLINE Quad mul_half_upper_positive(Quad a, Quad b) { return mul_half_upper(a, b); }
 KORVANE_INLINE Quad mul_samples(Quad a, Quad b) { return mul_low(a, b); }
 KORVANE_INLINE Quad leading_zeros(Quad a) { return {vclzq_s32(a.v)}; }
+KORVANE_INLINE Quad leading_zeros_positive(Quad a) { return leading_zeros(a); }
 KORVANE_INLINE Quad shl_each(Quad a, Quad n) { return {vshlq_s32(a.v, n.v)}; }
 KORVANE_INLINE Quad asr_each(Quad a, Quad n) { return {vshlq_s32(a.v, vnegq_s32(n.v))}; }
 KORVANE_INLINE int32_t sum_lanes(Quad a) { return vaddvq_s32(a.v); }
@@ -551,6 +558,12 @@ KORVANE_INLINE Wide leading_zeros(Wide a) {
     const __m256i zeros = _mm256_sub_epi32(_mm256_set1_epi32(158), exponent);
     return {
         _mm256_max_epi16(_mm256_min_epi16(zeros, _mm256_set1_epi32(32)), _mm256_setzero_si256())};
+}
+KORVANE_INLINE Wide leading_zeros_positive(Wide a) {
+    const __m256i highest = _mm256_andnot_si256(_mm256_srli_epi32(a.v, 1), a.v);
+    const __m256i exponent =
+        _mm256_srli_epi32(_mm256_castps_si256(_mm256_cvtepi32_ps(highest)), 23);
+    return {_mm256_sub_epi32(_mm256_set1_epi32(158), exponent)};
 }
 KORVANE_INLINE Wide shl_each(Wide a, Wide n) { return {_mm256_sllv_epi32(a.v, n.v)}; }
 KORVANE_INLINE Wide asr_each(Wide a, Wide n) { return {_mm256_srav_epi32(a.v, n.v)}; }

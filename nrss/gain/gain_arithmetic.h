@@ -49,7 +49,7 @@ KORVANE_INLINE V average(V old, V next, V alpha) {
  */
 template <class V, bool kWrapped>
 KORVANE_INLINE V ratio_q30(V noise, V power) {
-    const V e = leading_zeros(power);
+    const V e = kWrapped ? leading_zeros(power) : leading_zeros_positive(power);
     V s = lsr<2>(shl_each(power, e));  // power * 2^(e - 2): 2^29..2^30-1 for a positive power
     if constexpr (kWrapped) {
         // A negative power has no leading zeros, and the shift right by two keeps its sign.

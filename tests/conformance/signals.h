@@ -4,6 +4,10 @@
 
 #include <stdint.h>
 
+#ifdef __cplusplus
+extern "C" {
+#endif
+
 /* A signal as the table names it: "kind,a,p,q,s,seed". */
 typedef struct Signal {
     char kind[12];
@@ -22,5 +26,9 @@ int parse_signal(const char* text, Signal* signal);
 
 /* Writes samples 0..n-1 of the signal to x. */
 void make_signal(const Signal* signal, int16_t* x, int32_t n);
+
+#ifdef __cplusplus
+}
+#endif
 
 #endif

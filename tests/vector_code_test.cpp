@@ -1,0 +1,168 @@
+// The vector forms of the block pipeline and of the transforms against the plain ones: the same samples
+// and the same state, bit by bit.
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "dsp/instruction_set.h"
+#include "nrss/gain/nrss_state.h"
+#include "nrss/pipeline/block_pipeline.h"
+#include "signals.h"
+
+namespace korvane {
+
+namespace {
+
+struct Form {
+    const char* name;
+    ProcessBlocks process_blocks;
+    Transform forward;
+    Transform inverse;
+};
+
+std::vector<Form> vector_forms() {
+    force_instruction_set(InstructionSet::kUnknown);
+    std::vector<Form> forms;
+#if defined(KORVANE_SIMD) && defined(__x86_64__)
+    forms.push_back({"sse2", sse2::process_blocks, sse2::real_fft288, sse2::real_ifft288});
+    if (instruction_set() == InstructionSet::kAvx2) {
+        forms.push_back({"avx2", avx2::process_blocks, avx2::real_fft288, avx2::real_ifft288});
+    }
+#elif defined(KORVANE_SIMD) && defined(__aarch64__)
+    forms.push_back({"neon", neon::process_blocks, neon::real_fft288, neon::real_ifft288});
+#endif
+    return forms;
+}
+
+TEST(VectorCode, TransformsGiveTheSameBits) {
+    constexpr int32_t kGuard = 0x5A5A5A5A;
+    fft288_init();
+    for (const Form& form : vector_forms()) {
+        uint32_t seed = 7;
+        for (int frame = 0; frame < 2000; ++frame) {
+            int32_t in[kFrameSize];
+            for (int32_t& v : in) {
+                // Every level, and the values at which a doubled operand wraps.
+                const uint32_t kind = draw(&seed) % 16;
+                v = static_cast<int32_t>(draw(&seed)) >> (frame % 24);
+                v = kind == 0 ? 0x40000000 : kind == 1 ? -0x40000000 : kind == 2 ? INT32_MIN : v;
+            }
+            for (const bool forward : {true, false}) {
+                int32_t expected[kFrameSize];
+                (forward ? real_fft288_plain : real_ifft288_plain)(expected, in);
+                int32_t out[kFrameSize + 2];
+                std::fill(std::begin(out), std::end(out), kGuard);
+                const Transform transform = forward ? form.forward : form.inverse;
+                transform(out + 1, in);
+                ASSERT_EQ(0, std::memcmp(out + 1, expected, sizeof expected))
+                    << form.name << (forward ? " forward " : " inverse ") << frame;
+                ASSERT_TRUE(out[0] == kGuard && out[kFrameSize + 1] == kGuard) << form.name;
+                std::memcpy(out + 1, in, sizeof in);
+                transform(out + 1, out + 1);
+                ASSERT_EQ(0, std::memcmp(out + 1, expected, sizeof expected)) << "in place";
+            }
+        }
+    }
+}
+
+/** All that one call of the pipeline leaves to the next. */
+std::vector<int32_t> live_state() {
+    const NrssState& s = nrss_state;
+    std::vector<int32_t> state = {s.subwin_count, s.frame_count, s.noise_ready};
+    const auto add = [&](const auto* values, int count) {
+        state.insert(state.end(), values, values + count);
+    };
+    for (const auto& [a, b] :
+         {std::pair{s.ch0_frame_a, s.ch0_frame_b}, std::pair{s.ch1_frame_a, s.ch1_frame_b},
+          std::pair<const int32_t*, const int32_t*>{ch0_high_a, ch0_high_b},
+          std::pair<const int32_t*, const int32_t*>{ch1_high_a, ch1_high_b}}) {
+        add(a, kHopSize);
+        add(b + kHopSize, kHopSize);
+    }
+    for (const auto* memory :
+         {s.split_state_ch0, s.split_state_ch1, s.merge_state_ch0, s.merge_state_ch1}) {
+        add(memory, kBranchState);
+    }
+    for (int row = 0; row < kSubWindows; ++row) {
+        add(s.min_win_row[row], kGains);
+    }
+    add(s.gain, kGains);
+    add(s.psd_slow, kGains);
+    add(s.psd_fast, kGains);
+    add(s.osub, kGains);
+    return state;
+}
+
+/** A saved state of the suppressor, the high band's frames included. */
+struct Snapshot {
+    NrssState state;
+    int32_t high[4][kFrameWords];
+
+    static Snapshot take() {
+        Snapshot s{nrss_state, {}};
+        const int32_t* const frames[4] = {ch0_high_a, ch0_high_b, ch1_high_a, ch1_high_b};
+        for (int i = 0; i < 4; ++i) {
+            std::copy_n(frames[i], kFrameWords, s.high[i]);
+        }
+        return s;
+    }
+    void restore() const {
+        nrss_state = state;
+        int32_t* const frames[4] = {ch0_high_a, ch0_high_b, ch1_high_a, ch1_high_b};
+        for (int i = 0; i < 4; ++i) {
+            std::copy_n(high[i], kFrameWords, frames[i]);
+        }
+    }
+};
+
+/** Samples that drive the pipeline hard: noise at a level that changes from call to call, tones at full
+ * scale that stop, silence. */
+void fill(std::vector<int16_t>& x, int32_t n, uint32_t& seed) {
+    static const char* const kinds[] = {
+        "noise,0,0,0,0,",         "noise,0,0,0,9,",      "square,32767,37,0,0,",
+        "bursts,30000,22,700,4,", "gaps,0,0,500,2,",     "constant,-32768,0,0,0,",
+        "constant,0,0,0,0,",      "square,9000,76,0,0,", "alternate,32767,0,0,0,"};
+    Signal signal;
+    const std::string kind = kinds[draw(&seed) % std::size(kinds)];
+    ASSERT_TRUE(parse_signal((kind + std::to_string(draw(&seed) | 1)).c_str(), &signal));
+    make_signal(&signal, x.data(), n);
+}
+
+TEST(VectorCode, PipelineGivesTheSameBits) {
+    constexpr int16_t kGuard = 0x5A5A;
+    uint32_t seed = 99;
+    for (const Form& form : vector_forms()) {
+        for (const int32_t rate : {8000, 16000, 22050, 48000}) {
+            Tolu_NRSS_Init(1 + static_cast<int32_t>(draw(&seed) % 9), rate);
+            for (int call = 0; call < 700; ++call) {
+                const int32_t n = call % 3 != 0 ? 576 : static_cast<int32_t>(draw(&seed) % 2000);
+                const bool two_channels = draw(&seed) % 3 != 0;
+                std::vector<int16_t> plain[2];
+                std::vector<int16_t> vector[2];
+                for (int c = 0; c < 2; ++c) {
+                    plain[c].assign(static_cast<size_t>(n) + 1, kGuard);
+                    fill(plain[c], n, seed);
+                    vector[c] = plain[c];
+                }
+                const Snapshot before = Snapshot::take();
+                process_blocks_plain(plain[0].data(), plain[two_channels ? 1 : 0].data(), n);
+                const std::vector<int32_t> expected = live_state();
+                before.restore();
+                form.process_blocks(vector[0].data(), vector[two_channels ? 1 : 0].data(), n);
+                for (int c = 0; c < 2; ++c) {
+                    ASSERT_EQ(vector[c], plain[c]) << form.name << ", " << rate << " Hz, call "
+                                                   << call << ", n " << n << ", channel " << c;
+                }
+                ASSERT_EQ(live_state(), expected)
+                    << form.name << ", " << rate << " Hz, call " << call;
+            }
+        }
+    }
+}
+
+}  // namespace
+
+}  // namespace korvane

@@ -1,0 +1,16 @@
+# The vector code against the plain one.
+if(KORVANE_VECTOR_ISAS)
+  add_executable(vector_test vector_code_test.cpp)
+  target_compile_definitions(vector_test PRIVATE KORVANE_SIMD)
+  target_link_libraries(vector_test PRIVATE korvane_test_core conformance_kit)
+  foreach(isa IN LISTS KORVANE_VECTOR_ISAS)
+    add_library(vector_operations_${isa} OBJECT vector_operations_test.cpp)
+    target_compile_definitions(vector_operations_${isa} PRIVATE KORVANE_ISA=${isa})
+    target_compile_options(vector_operations_${isa} PRIVATE ${KORVANE_${isa}_OPTIONS})
+    target_include_directories(vector_operations_${isa} PRIVATE
+      ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/include conformance)
+    target_link_libraries(vector_operations_${isa} PRIVATE gtest korvane_warnings)
+    target_sources(vector_test PRIVATE $<TARGET_OBJECTS:vector_operations_${isa}>)
+  endforeach()
+  gtest_discover_tests(vector_test TEST_PREFIX vector. DISCOVERY_MODE PRE_TEST PROPERTIES TIMEOUT 600)
+endif()
