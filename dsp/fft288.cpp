@@ -61,27 +61,14 @@ constinit Transform inverse = real_ifft288_plain;
 
 /** The forms for this machine. */
 void choose_transforms() {
-    switch (instruction_set()) {
 #if defined(KORVANE_SIMD) && defined(__x86_64__)
-        case InstructionSet::kSse2:
-            forward = sse2::real_fft288;
-            inverse = sse2::real_ifft288;
-            break;
-        case InstructionSet::kAvx2:
-            forward = avx2::real_fft288;
-            inverse = avx2::real_ifft288;
-            break;
+    const bool wide = instruction_set() == InstructionSet::kAvx2;
+    forward = wide ? avx2::real_fft288 : sse2::real_fft288;
+    inverse = wide ? avx2::real_ifft288 : sse2::real_ifft288;
 #elif defined(KORVANE_SIMD) && defined(__aarch64__)
-        case InstructionSet::kNeon:
-            forward = neon::real_fft288;
-            inverse = neon::real_ifft288;
-            break;
+    forward = neon::real_fft288;
+    inverse = neon::real_ifft288;
 #endif
-        default:
-            forward = real_fft288_plain;
-            inverse = real_ifft288_plain;
-            break;
-    }
 }
 
 }  // namespace

@@ -8,12 +8,12 @@ namespace korvane {
 
 enum class InstructionSet { kUnknown, kPlain, kSse2, kAvx2, kNeon };
 
-/** The widest one that this build contains and this machine has. Asks the processor the first time,
+/** The widest that this build contains and this machine has. Asks the processor the first time,
  * remembers the answer; never kUnknown. */
 InstructionSet instruction_set();
 
-/** Makes instruction_set() answer `set`, which this machine must have: for tests and measurements.
- * kUnknown asks the processor again. What is chosen at initialisation follows at the next one. */
+/** Makes instruction_set() answer `set`, one of this build that this machine has: for tests and
+ * measurements. kUnknown asks the processor again. The transforms follow at the next fft288_init. */
 void force_instruction_set(InstructionSet set);
 
 }  // namespace korvane

@@ -95,20 +95,15 @@ void process_blocks_plain(int16_t* ch0, int16_t* ch1, int32_t n) {
 
 namespace {
 
+/** The form in use. A build with vector code has no need of the plain one. */
 ProcessBlocks process_blocks() {
-    switch (instruction_set()) {
 #if defined(KORVANE_SIMD) && defined(__x86_64__)
-        case InstructionSet::kSse2:
-            return sse2::process_blocks;
-        case InstructionSet::kAvx2:
-            return avx2::process_blocks;
+    return instruction_set() == InstructionSet::kAvx2 ? avx2::process_blocks : sse2::process_blocks;
 #elif defined(KORVANE_SIMD) && defined(__aarch64__)
-        case InstructionSet::kNeon:
-            return neon::process_blocks;
+    return neon::process_blocks;
+#else
+    return process_blocks_plain;
 #endif
-        default:
-            return process_blocks_plain;
-    }
 }
 
 }  // namespace
