@@ -1,0 +1,37 @@
+#include "bench/stage_forms.h"
+
+#include "dsp/fft288_batch.h"
+#include "dsp/filter_bank_simd.h"
+#include "nrss/gain/gain_engine.h"
+
+namespace korvane::KORVANE_ISA {
+
+namespace {
+
+constinit Complex<Wide> work[kComplexSize] = {};
+constinit Wide spectrum[kFrameSize] = {};
+
+void forward() { forward_batch<8>(work, spectrum); }
+
+void inverse() { inverse_batch(spectrum, work); }
+
+void gain_engine(const int32_t* power) { run_gain_engine<Wide>(nrss_state, power, 0); }
+
+constinit BranchHistory history[2][2] = {};
+constinit Bands bands[2] = {};
+
+template <int kChannels>
+void filter_bank(int16_t* const* x) {
+    NrssState& s = nrss_state;
+    int32_t* const split_state[2] = {s.split_state_ch0, s.split_state_ch1};
+    int32_t* const merge_state[2] = {s.merge_state_ch0, s.merge_state_ch1};
+    split_bands<kChannels>(x, split_state, history, bands);
+    merge_bands<kChannels>(bands, merge_state, history, x);
+}
+
+}  // namespace
+
+constinit const StageForms stage_forms = {Wide::kLanes, forward,        inverse,
+                                          gain_engine,  filter_bank<1>, filter_bank<2>};
+
+}  // namespace korvane::KORVANE_ISA
