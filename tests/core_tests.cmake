@@ -6,3 +6,6 @@ foreach(test IN ITEMS fft288_test fft288_uninitialised_test filter_bank_test spe
   target_link_libraries(${test} PRIVATE korvane_test_core conformance_kit)
   gtest_discover_tests(${test} DISCOVERY_MODE PRE_TEST)
 endforeach()
+if(NOT KORVANE_CORE_TARGETS STREQUAL "korvane_core")
+  target_compile_definitions(pipeline_test PRIVATE KORVANE_SIMD)
+endif()

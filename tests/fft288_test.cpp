@@ -1,16 +1,16 @@
 // The transforms against the definition of the DFT in double precision.
 //
 // How far may they be off? Every error enters as a vector at some stage, and the stages behind it
-// are DFTs of 4, 9 or 3 points, which stretch a vector's norm by the square root of their size and
-// no more. Counting the truncating products (each loses less than 1, each halving less than 1/2),
-// as root mean square over the 144 complex results:
+// are DFTs of 4, 9 or 3 points, which stretch a vector's norm by the square root of their size.
+// Counting the truncating products (each loses less than 1, each halving less than 1/2), as root
+// mean square over the 144 complex results:
 //   16-point twiddles  72 of modulus < sqrt(8), 36 points behind them   sqrt(72*8*36/144)  = 12.0
 //   first radix 3      96 of modulus < sqrt(2), 3 points behind them    sqrt(96*2*3/144)   =  2.0
 //   9-point twiddles   64 of modulus < sqrt(8), 3 points behind them    sqrt(64*8*3/144)   =  3.3
 //   second radix 3     96 of modulus < sqrt(2)                          sqrt(96*2/144)     =  1.2
 //   split              142 of modulus < sqrt(12.5)                      sqrt(142*12.5/144) =  3.5
-// Forward: 22.0 in all. Inverse: the split comes first, with all 144 points behind it (42.1),
-// so 60.6 per complex result and 60.6 / sqrt(2) = 42.9 per real one. The rounding of the constants
+// Forward: 22.0 in all. Inverse: the split comes first, with all 144 points behind it (42.1), so
+// 60.6 per complex result and 60.6 / sqrt(2) = 42.9 per real one. The rounding of the constants
 // adds a share of the result: 0.71 units of 2^-15 for each of the three twiddles on the way, 0.58
 // for each of the two radix-3 passes, 3.3 in all.
 #include "dsp/fft288.h"
@@ -19,7 +19,6 @@
 
 #include <array>
 #include <complex>
-#include <initializer_list>
 
 #include "dsp/fft288_kernels.h"
 #include "numeric_models.h"
@@ -30,10 +29,6 @@ namespace {
 using test::Random;
 using test::Reals;
 using Frame = std::array<int32_t, kFrameSize>;
-
-constexpr double kForwardTruncation = 22.0;
-constexpr double kInverseTruncation = 42.9;
-constexpr double kConstantError = 3.3 / 32768;
 
 // exp(2 pi i k n / 288)
 std::complex<double> turn(size_t k, size_t n) {
@@ -72,41 +67,25 @@ Reals inverse_dft(const Frame& packed) {
     return x;
 }
 
-// Root mean square over the 144 complex results. DC and Nyquist, each the sum or difference of one
-// result's parts, count half.
-double packed_rms(Reals packed) {
-    packed[0] /= std::sqrt(2);
-    packed[1] /= std::sqrt(2);
-    return std::sqrt(2) * test::rms(packed);
+// Over the 144 complex results. DC and Nyquist, each the sum or difference of one result's parts,
+// count half.
+double packed_rms(const Reals& packed) {
+    Reals weighted = packed;
+    weighted[0] /= std::sqrt(2);
+    weighted[1] /= std::sqrt(2);
+    return std::sqrt(2) * test::rms(weighted);
 }
 
-Frame forward(const Frame& in) {
-    Frame out;
-    real_fft288(out.data(), in.data());
-    return out;
-}
-
-Frame inverse(const Frame& in) {
-    Frame out;
-    real_ifft288(out.data(), in.data());
-    return out;
-}
-
-void expect_forward(const Frame& x) {
-    const Reals expected = dft(x);
-    const Frame got = forward(x);
-    Reals error(kFrameSize);
-    for (size_t i = 0; i < kFrameSize; ++i) {
-        error[i] = got[i] - expected[i];
-    }
-    EXPECT_LE(packed_rms(error), kForwardTruncation + kConstantError * packed_rms(expected));
-}
-
-void expect_inverse(const Frame& packed) {
-    const Reals expected = inverse_dft(packed);
-    EXPECT_LE(test::rms_difference(inverse(packed), expected, 0),
-              kInverseTruncation + kConstantError * test::rms(expected));
-}
+const struct {
+    void (*run)(int32_t*, const int32_t*);
+    Reals (*exact)(const Frame&);
+    double (*size)(const Reals&);
+    double truncation;
+    int32_t highest;  // level that no sum wraps at
+} kTransforms[] = {
+    {real_fft288, dft, packed_rms, 22.0, 1 << 22},
+    {real_ifft288, inverse_dft, [](const Reals& x) { return test::rms(x); }, 42.9, 1 << 20},
+};
 
 Frame random_frame(Random& random, int32_t lo, int32_t hi) {
     Frame x;
@@ -121,52 +100,40 @@ class Transforms : public ::testing::Test {
     void SetUp() override { fft288_init(); }
 };
 
-TEST_F(Transforms, ForwardIsTheDftAtEveryLevel) {
+TEST_F(Transforms, FollowTheirDefinitionAtEveryLevel) {
     Random random(1);
-    for (const int32_t level : {30, 1000, 32767, 1 << 22}) {
-        SCOPED_TRACE(level);
-        expect_forward(random_frame(random, -level, level));
-        Frame square;  // on a bin, full energy in few lines
-        for (size_t i = 0; i < kFrameSize; ++i) {
-            square[i] = i / 9 % 2 == 0 ? level : -level;
+    for (const auto& transform : kTransforms) {
+        const auto check = [&](const Frame& in) {
+            const Reals expected = transform.exact(in);
+            Frame out;
+            transform.run(out.data(), in.data());
+            Reals error(kFrameSize);
+            for (size_t i = 0; i < kFrameSize; ++i) {
+                error[i] = out[i] - expected[i];
+            }
+            ASSERT_LE(transform.size(error),
+                      transform.truncation + 3.3 / 32768 * transform.size(expected));
+        };
+        for (const int32_t level : {30, 1000, 32767, transform.highest}) {
+            check(random_frame(random, -level, level));
         }
-        expect_forward(square);
-    }
-    for (size_t at = 0; at < kFrameSize; ++at) {  // every path through the butterflies on its own
-        SCOPED_TRACE(at);
-        Frame impulse{};
-        impulse[at] = -(1 << 22);
-        expect_forward(impulse);
-    }
-}
-
-TEST_F(Transforms, InverseIsTheInverseDftAtEveryLevel) {
-    Random random(2);
-    for (const int32_t level : {30, 1000, 32767, 1 << 20}) {
-        SCOPED_TRACE(level);
-        expect_inverse(random_frame(random, -level, level));
-    }
-    for (size_t at = 0; at < kFrameSize; ++at) {  // every bin on its own, at its own weight
-        SCOPED_TRACE(at);
-        Frame packed{};
-        packed[at] = 1 << 20;
-        expect_inverse(packed);
-    }
-}
-
-TEST_F(Transforms, ConstantAndAlternatingFramesAreExact) {
-    EXPECT_EQ(forward(Frame{}), Frame{});
-    EXPECT_EQ(inverse(Frame{}), Frame{});
-    for (const int32_t a : {1, -1, 32767, -32768, 1 << 22, -(1 << 22)}) {
-        Frame constant, alternating;
-        for (size_t i = 0; i < kFrameSize; ++i) {
-            constant[i] = a;
-            alternating[i] = i % 2 == 0 ? a : -a;
+        for (size_t at = 0; at < kFrameSize; ++at) {  // every path on its own
+            Frame impulse{};
+            impulse[at] = -transform.highest;
+            check(impulse);
         }
-        EXPECT_EQ(forward(constant), (Frame{kFrameSize * a}));
-        EXPECT_EQ(forward(alternating), (Frame{0, kFrameSize * a}));
-        EXPECT_EQ(inverse(Frame{a}), constant);
-        EXPECT_EQ(inverse(Frame{0, a}), alternating);
+        for (const int32_t a : {0, 1, -1, 32767, -32768, 1 << 22, -(1 << 22)}) {  // exact
+            Frame constant, alternating, out;
+            for (size_t i = 0; i < kFrameSize; ++i) {
+                constant[i] = a;
+                alternating[i] = i % 2 == 0 ? a : -a;
+            }
+            const bool forward = transform.run == real_fft288;
+            transform.run(out.data(), (forward ? constant : Frame{a}).data());
+            EXPECT_EQ(out, forward ? Frame{kFrameSize * a} : constant);
+            transform.run(out.data(), (forward ? alternating : Frame{0, a}).data());
+            EXPECT_EQ(out, (forward ? Frame{0, kFrameSize * a} : alternating));
+        }
     }
 }
 
@@ -174,30 +141,23 @@ TEST_F(Transforms, StayInTheirBuffersAndRunInPlaceOnEveryInput) {
     constexpr size_t kGuard = 16;
     constexpr int32_t kMark = 0x5A5A5A5A;
     Random random(3);
-    for (const auto transform : {real_fft288, real_ifft288}) {
-        // Full-range input wraps everywhere; the result still depends on nothing but the input.
-        for (const int32_t level : {1000, INT32_MAX}) {
-            const Frame in = random_frame(random, level == INT32_MAX ? INT32_MIN : -level, level);
+    for (const auto& transform : kTransforms) {
+        for (const int32_t low : {-1000, INT32_MIN}) {  // full-range input wraps everywhere
+            const Frame in = random_frame(random, low, low == INT32_MIN ? INT32_MAX : -low);
             std::array<int32_t, kFrameSize + 2 * kGuard> guarded;
             guarded.fill(kMark);
             Frame kept = in;
-            transform(guarded.data() + kGuard, kept.data());
+            transform.run(guarded.data() + kGuard, kept.data());
             EXPECT_EQ(kept, in);
             for (size_t i = 0; i < kGuard; ++i) {
                 EXPECT_EQ(guarded[i], kMark);
                 EXPECT_EQ(guarded[kGuard + kFrameSize + i], kMark);
             }
-            forward(random_frame(random, INT32_MIN, INT32_MAX));  // leaves its own numbers behind
-            fft288_init();  // and repeating this changes nothing
-            transform(kept.data(), kept.data());
+            Frame other = random_frame(random, INT32_MIN, INT32_MAX);
+            transform.run(other.data(), other.data());  // leaves its own numbers behind
+            fft288_init();                              // and repeating this changes nothing
+            transform.run(kept.data(), kept.data());
             EXPECT_TRUE(std::equal(kept.begin(), kept.end(), guarded.begin() + kGuard));
-        }
-        for (const int32_t corner : {INT32_MIN, INT32_MAX}) {
-            Frame frame;
-            for (size_t i = 0; i < kFrameSize; ++i) {
-                frame[i] = i % 3 == 0 ? corner : ~corner;
-            }
-            transform(frame.data(), frame.data());  // for the sanitizers
         }
     }
 }

@@ -17,47 +17,33 @@
 namespace korvane {
 namespace {
 
-using Complexes = std::array<std::complex<double>, kComplexSize>;
-
-Complexes uninitialised144(const Complexes& z) {
-    std::array<std::complex<double>, kRows> row_sum{};
-    for (size_t m = 0; m < kComplexSize; ++m) {
-        row_sum[m % kRows] += z[m];
-    }
-    row_sum[0] = 0;
-    Complexes result;
-    for (size_t k = 0; k < kComplexSize; ++k) {
-        const size_t line = 4 * k % kRows;
-        result[k] = row_sum[line % 3 * 3 + line / 3];
-    }
-    return result;
-}
-
-std::complex<double> twiddle(size_t k) {
-    return std::polar(1.0, -2 * std::numbers::pi * static_cast<double>(k) / kFrameSize);
-}
-
-constexpr std::complex<double> kI{0, 1};
+using Complex = std::complex<double>;
 
 TEST(TransformsBeforeInitialisation, ForwardSeesRowSumsOnly) {
     test::Random random(4);
     std::array<int32_t, kFrameSize> x;
-    Complexes z;
+    std::array<Complex, kRows> row_sum{};
     for (size_t m = 0; m < kComplexSize; ++m) {
         x[2 * m] = random.between(-2000, 2000);
         x[2 * m + 1] = random.between(-2000, 2000);
-        z[m] = {static_cast<double>(x[2 * m]), static_cast<double>(x[2 * m + 1])};
+        row_sum[m % kRows] += Complex(x[2 * m], x[2 * m + 1]);
     }
-    z = uninitialised144(z);
+    row_sum[0] = 0;
+    const auto result = [&](size_t k) {
+        const size_t line = 4 * k % kRows;
+        return row_sum[line % 3 * 3 + line / 3];
+    };
     real_fft288(x.data(), x.data());
     EXPECT_EQ(x[0], 0);  // results 0 and 72 stand in row 0
     EXPECT_EQ(x[1], 0);
     EXPECT_EQ(x[144], 0);
     EXPECT_EQ(x[145], 0);
     for (size_t k = 1; k < kComplexSize; ++k) {
-        const std::complex<double> a = z[k];
-        const std::complex<double> b = std::conj(z[kComplexSize - k]);
-        const std::complex<double> expected = (a + b) / 2.0 - kI * twiddle(k) * (a - b) / 2.0;
+        const Complex a = result(k);
+        const Complex b = std::conj(result(kComplexSize - k));
+        const double angle = -2 * std::numbers::pi * static_cast<double>(k) / kFrameSize;
+        const Complex expected =
+            (a + b) / 2.0 - Complex(0, 1) * std::polar(1.0, angle) * (a - b) / 2.0;
         // Two truncated products and a halving, and the rounding of the twiddles.
         const double bound = 2.5 + std::abs(a - b) / 2 * 0.71 / 32768;
         EXPECT_NEAR(x[2 * k], expected.real(), bound) << k;

@@ -1,23 +1,20 @@
-/** What the tests of the stream and of the detector share: samples between guard words, seeded
- * signals, and the library's static state as a whole. */
+/** What the tests of the pipeline, the stream and the detector share: samples between guard words,
+ * seeded signals, and the library's static state as a whole. */
 #ifndef KORVANE_TESTS_GUARDED_SAMPLES_H
 #define KORVANE_TESTS_GUARDED_SAMPLES_H
 
 #include <algorithm>
 #include <cstdint>
-#include <random>
 #include <string>
-#include <vector>
 
 #include "detector/level_decision.h"
 #include "korvane_nrss.h"
 #include "nrss/gain/nrss_state.h"
 #include "nrss/pipeline/block_pipeline.h"
 #include "nrss/stream/block_stream.h"
+#include "numeric_models.h"
 
 namespace korvane::test {
-
-using Samples = std::vector<int16_t>;
 
 /** A buffer of samples with guard words on both sides. */
 class GuardedSamples {
@@ -28,9 +25,8 @@ class GuardedSamples {
     int16_t* data() { return words_.data() + kGuards; }
     Samples samples() const { return {words_.begin() + kGuards, words_.end() - kGuards}; }
     bool intact() const {
-        const auto is_guard = [](int16_t word) { return word == kGuard; };
-        return std::all_of(words_.begin(), words_.begin() + kGuards, is_guard) &&
-               std::all_of(words_.end() - kGuards, words_.end(), is_guard);
+        return std::count(words_.begin(), words_.begin() + kGuards, kGuard) == kGuards &&
+               std::count(words_.end() - kGuards, words_.end(), kGuard) == kGuards;
     }
 
   private:
@@ -39,19 +35,9 @@ class GuardedSamples {
     Samples words_;
 };
 
-/** White noise, amplitude 2^15 >> shift. */
-inline Samples noise(int n, uint32_t seed, int shift = 0) {
-    std::mt19937 generator(seed);
-    Samples x(static_cast<size_t>(n));
-    for (int16_t& v : x) {
-        v = static_cast<int16_t>(static_cast<int16_t>(generator() >> 16) >> shift);
-    }
-    return x;
-}
-
 /** Bursts of full-scale noise in faint noise: gains open, close and saturate. */
 inline Samples bursts(int n, uint32_t seed) {
-    Samples x = noise(n, seed);
+    Samples x = Random(seed).noise(static_cast<size_t>(n), 32767);
     for (size_t i = 0; i < x.size(); ++i) {
         x[i] = static_cast<int16_t>(x[i] >> (i / 2500 % 3 == 1 ? 0 : 9));
     }
@@ -76,11 +62,9 @@ std::string bytes_of(const T& object) {
 
 /** The bytes of all static state that outlives a call. */
 inline std::string library_state() {
-    std::string state = bytes_of(vor_state) + bytes_of(nrss_stream_state) + bytes_of(nrss_state);
-    for (const int32_t* const frame : {ch0_high_a, ch0_high_b, ch1_high_a, ch1_high_b}) {
-        state.append(reinterpret_cast<const char*>(frame), kFrameWords * sizeof *frame);
-    }
-    return state;
+    return bytes_of(vor_state) + bytes_of(nrss_stream_state) + bytes_of(nrss_state) +
+           bytes_of(ch0_high_a) + bytes_of(ch0_high_b) + bytes_of(ch1_high_a) +
+           bytes_of(ch1_high_b);
 }
 
 }  // namespace korvane::test

@@ -4,7 +4,7 @@ set(python ${Python3_EXECUTABLE} -B)
 
 foreach(name stream detector)
   add_executable(${name}_test ${name}_test.cpp)
-  target_link_libraries(${name}_test PRIVATE korvane_test_core)
+  target_link_libraries(${name}_test PRIVATE korvane_test_core conformance_kit)
   gtest_discover_tests(${name}_test TEST_PREFIX ${name}. DISCOVERY_MODE PRE_TEST PROPERTIES TIMEOUT 300)
 endforeach()
 
@@ -24,9 +24,13 @@ add_test(NAME source_tree COMMAND ${python} ${CMAKE_CURRENT_SOURCE_DIR}/source_t
 
 # A build with instruments needs their runtime and is not the file that is delivered.
 if(NOT KORVANE_SANITIZE AND NOT "${CMAKE_C_FLAGS} ${CMAKE_CXX_FLAGS}" MATCHES "-fsanitize|-fprofile|--coverage")
+  set(core_objects)
+  foreach(target IN LISTS KORVANE_CORE_TARGETS)
+    list(APPEND core_objects $<TARGET_OBJECTS:${target}>)
+  endforeach()
   add_test(NAME built_file COMMAND ${python} ${CMAKE_CURRENT_SOURCE_DIR}/built_file_test.py
     $<TARGET_FILE:korvane_vad> ${PROJECT_SOURCE_DIR}/exports.txt ${CMAKE_READELF} ${CMAKE_NM}
-    $<TARGET_OBJECTS:korvane_core> COMMAND_EXPAND_LISTS)
+    ${core_objects} COMMAND_EXPAND_LISTS)
   set_tests_properties(built_file PROPERTIES ENVIRONMENT LC_ALL=C)
   if(NOT CMAKE_CROSSCOMPILING)
     get_target_property(core_sources korvane_core SOURCES)
@@ -38,9 +42,8 @@ endif()
 
 # Real speech from Debian's alsa-utils and asterisk-core-sounds-en-wav, read with libsndfile.
 if(KORVANE_BUILD_TOOLS AND NOT CMAKE_CROSSCOMPILING)
-  pkg_check_modules(SAMPLERATE REQUIRED IMPORTED_TARGET samplerate)
   add_executable(speech_test speech_test.cpp)
   target_link_libraries(speech_test PRIVATE
-    KorvaneVAD::korvane-vad korvane_warnings gtest_main PkgConfig::SNDFILE PkgConfig::SAMPLERATE)
+    KorvaneVAD::korvane-vad korvane_warnings gtest_main PkgConfig::SNDFILE)
   gtest_discover_tests(speech_test TEST_PREFIX speech. DISCOVERY_MODE PRE_TEST PROPERTIES TIMEOUT 300)
 endif()

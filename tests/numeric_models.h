@@ -17,23 +17,21 @@ namespace korvane::test {
 using Samples = std::vector<int16_t>;
 using Reals = std::vector<double>;
 
-/** Seeded integers, uniform in lo..hi; the whole range of int32 is allowed. */
+/** Seeded integers. */
 class Random {
   public:
     explicit Random(uint32_t seed) : state_(seed) {}
 
+    /** Uniform in lo..hi; the whole range of int32 is allowed. */
     int32_t between(int32_t lo, int32_t hi) {
         const uint32_t span = static_cast<uint32_t>(hi) - static_cast<uint32_t>(lo) + 1;
         const uint32_t value = draw(&state_);
         return static_cast<int32_t>(static_cast<uint32_t>(lo) + (span == 0 ? value : value % span));
     }
-    int16_t sample(int32_t amplitude) {
-        return static_cast<int16_t>(between(-amplitude, amplitude));
-    }
     Samples noise(size_t n, int32_t amplitude) {
         Samples x(n);
         for (int16_t& v : x) {
-            v = sample(amplitude);
+            v = static_cast<int16_t>(between(-amplitude, amplitude));
         }
         return x;
     }
@@ -42,38 +40,21 @@ class Random {
     uint32_t state_;
 };
 
-/** amplitude * sin(2 pi f n), f in cycles per sample. */
-inline Samples tone(size_t n, double amplitude, double f) {
-    Samples x(n);
-    for (size_t i = 0; i < n; ++i) {
-        x[i] = static_cast<int16_t>(
-            std::lround(amplitude * std::sin(2 * std::numbers::pi * f * static_cast<double>(i))));
-    }
-    return x;
-}
-
-/** Root of the mean square of a[from..] - b[from..]. */
-template <class A, class B>
-double rms_difference(const A& a, const B& b, size_t from) {
+/** Root of the mean square of a[from..] - b[from..], zeros where there is no b. */
+template <class A>
+double rms(const A& a, size_t from = 0, const Reals& b = {}) {
     double sum = 0;
     for (size_t i = from; i < a.size(); ++i) {
-        const double d = static_cast<double>(a[i]) - static_cast<double>(b[i]);
+        const double d = static_cast<double>(a[i]) - (b.empty() ? 0 : b[i]);
         sum += d * d;
     }
     return std::sqrt(sum / static_cast<double>(a.size() - from));
 }
 
-template <class A>
-double rms(const A& a, size_t from = 0) {
-    return rms_difference(a, Reals(a.size()), from);
-}
-
 /** Second-order allpass, the product of two first-order ones; its denominator is held in Q14. */
 struct Allpass {
-    double c1;
-    double c2;
-    double u1 = 0;
-    double u2 = 0;
+    double c1, c2;
+    double u1 = 0, u2 = 0;
 
     Allpass(double a, double b)
         : c1(std::round(16384 * (a + b)) / 16384), c2(std::round(16384 * a * b) / 16384) {}
@@ -87,40 +68,32 @@ struct Allpass {
     }
 };
 
-/** The two branches of the filter bank, by their first-order coefficients. */
-inline Allpass branch_a() { return {0.89749, 0.40580}; }
-inline Allpass branch_b() { return {0.67861, 0.12718}; }
-
+/** The filter bank: two allpass branches; both bands with their inverted sign. */
 struct Bands {
-    Reals low;
-    Reals high;
+    static Allpass branch_a() { return {0.89749, 0.40580}; }
+    static Allpass branch_b() { return {0.67861, 0.12718}; }
+
+    Reals low, high;
+
+    explicit Bands(const Samples& x) {
+        Allpass a = branch_a(), b = branch_b();
+        for (size_t m = 0; m + 1 < x.size(); m += 2) {
+            const double even = a.step(x[m]);
+            const double odd = b.step(x[m + 1]);
+            low.push_back(-(even + odd) / 2);
+            high.push_back(-(even - odd) / 2);
+        }
+    }
+    Reals merged() const {
+        Allpass a = branch_a(), b = branch_b();
+        Reals x;
+        for (size_t m = 0; m < low.size(); ++m) {
+            x.push_back(-b.step(low[m] + high[m]));
+            x.push_back(-a.step(low[m] - high[m]));
+        }
+        return x;
+    }
 };
-
-/** The split, both bands with their inverted sign. */
-template <class Signal>
-Bands split(const Signal& x) {
-    Allpass a = branch_a();
-    Allpass b = branch_b();
-    Bands bands;
-    for (size_t m = 0; m + 1 < x.size(); m += 2) {
-        const double even = a.step(x[m]);
-        const double odd = b.step(x[m + 1]);
-        bands.low.push_back(-(even + odd) / 2);
-        bands.high.push_back(-(even - odd) / 2);
-    }
-    return bands;
-}
-
-inline Reals merge(const Bands& bands) {
-    Allpass a = branch_a();
-    Allpass b = branch_b();
-    Reals x;
-    for (size_t m = 0; m < bands.low.size(); ++m) {
-        x.push_back(-b.step(bands.low[m] + bands.high[m]));
-        x.push_back(-a.step(bands.low[m] - bands.high[m]));
-    }
-    return x;
-}
 
 }  // namespace korvane::test
 

@@ -1,13 +1,11 @@
-// Real speech, through the public calls: speech is found where it is and silence is not, and the
-// stream's properties hold on it. The recordings are those of Debian's alsa-utils (48 kHz) and
+// Real speech, through the public calls: it is found where it is and silence is not. The recordings are those of Debian's alsa-utils (48 kHz) and
 // asterisk-core-sounds-en-wav (8 kHz).
 
 #include <gtest/gtest.h>
-#include <samplerate.h>
 #include <sndfile.h>
 
 #include <algorithm>
-#include <cmath>
+#include <array>
 #include <cstdint>
 #include <memory>
 #include <random>
@@ -30,12 +28,13 @@ using Samples = std::vector<int16_t>;
 constexpr size_t kOnset = 480;
 constexpr size_t kHangover = 19200;
 
-Samples read_recording(const std::string& path, int rate) {
+Samples read_recording(const std::string& path) {
     SF_INFO info = {};
     SNDFILE* const file = sf_open(path.c_str(), SFM_READ, &info);
-    if (file == nullptr || info.samplerate != rate || info.channels != 1) {
-        throw std::runtime_error(path + " is not a mono recording at " + std::to_string(rate) +
-                                 " Hz: install alsa-utils and asterisk-core-sounds-en-wav");
+    if (file == nullptr || info.channels != 1) {
+        throw std::runtime_error(path +
+                                 " is not a mono recording: install alsa-utils and "
+                                 "asterisk-core-sounds-en-wav");
     }
     Samples x(static_cast<size_t>(info.frames));
     sf_read_short(file, x.data(), info.frames);
@@ -43,24 +42,12 @@ Samples read_recording(const std::string& path, int rate) {
     return x;
 }
 
-Samples resampled(const Samples& x, int from, int to) {
-    if (from == to) {
-        return x;
+/** Means of three samples: a third of the rate, with a treble that folds over. */
+Samples third(const Samples& x) {
+    Samples y;
+    for (size_t i = 0; i + 2 < x.size(); i += 3) {
+        y.push_back(static_cast<int16_t>((x[i] + x[i + 1] + x[i + 2]) / 3));
     }
-    std::vector<float> in(x.size());
-    src_short_to_float_array(x.data(), in.data(), static_cast<int>(x.size()));
-    std::vector<float> out(x.size() * static_cast<size_t>(to) / static_cast<size_t>(from));
-    SRC_DATA data = {};
-    data.data_in = in.data();
-    data.data_out = out.data();
-    data.input_frames = static_cast<long>(in.size());
-    data.output_frames = static_cast<long>(out.size());
-    data.src_ratio = double(to) / from;
-    if (src_simple(&data, SRC_SINC_MEDIUM_QUALITY, 1) != 0) {
-        throw std::runtime_error("cannot resample");
-    }
-    Samples y(static_cast<size_t>(data.output_frames_gen));
-    src_float_to_short_array(out.data(), y.data(), static_cast<int>(y.size()));
     return y;
 }
 
@@ -71,72 +58,51 @@ struct Span {
 
 /** Utterances between stretches of faint noise, each longer than the hang-over by 1.5 s. */
 struct Scene {
-    int rate = 0;
+    size_t window;  ///< 20 ms
     Samples samples;
     std::vector<Span> utterances;
-    std::vector<bool> loud;  ///< per 20 ms: the utterance alone lies above -30 dB, well into speech
+    std::vector<bool> loud;  ///< per window: the utterance alone lies above -30 dB
 
-    size_t window() const { return static_cast<size_t>(rate / 50); }
+    Scene(int rate, int gain) : window(static_cast<size_t>(rate / 50)) {
+        const std::string folder =
+            rate == 8000 ? "/usr/share/asterisk/sounds/en/" : "/usr/share/sounds/alsa/";
+        const auto names = rate == 8000 ? std::array{"vm-intro", "hello-world", "conf-invalid"}
+                                        : std::array{"Front_Center", "Front_Left", "Rear_Right"};
+        const size_t gap = kHangover + static_cast<size_t>(rate) * 3 / 2;
+        samples.resize(gap);
+        for (const char* const name : names) {
+            const Samples recording = read_recording(folder + name + ".wav");
+            const Samples utterance = rate == 16000 ? third(recording) : recording;
+            utterances.push_back({samples.size(), samples.size() + utterance.size()});
+            samples.insert(samples.end(), utterance.begin(), utterance.end());
+            samples.resize(samples.size() + gap);
+        }
+        for (size_t at = 0; at + window <= samples.size(); at += window) {
+            double energy = 0.0;
+            for (size_t i = at; i < at + window; ++i) {
+                energy += double(samples[i]) * samples[i];
+            }
+            loud.push_back(energy > 1e-3 * 32768.0 * 32768.0 * static_cast<double>(window));
+        }
+        std::mt19937 generator(7);
+        for (int16_t& v : samples) {  // -84 dB; gain is applied to all, and clips
+            const int noisy = gain * (v + static_cast<int>(generator() % 7) - 3);
+            v = static_cast<int16_t>(std::clamp(noisy, -32768, 32767));
+        }
+    }
 };
 
-Scene make_scene(int rate, int gain) {
-    std::vector<Samples> utterances;
-    if (rate == 8000) {
-        for (const char* const name : {"vm-intro", "hello-world", "conf-invalid"}) {
-            utterances.push_back(read_recording(
-                std::string("/usr/share/asterisk/sounds/en/") + name + ".wav", 8000));
-        }
-    } else {
-        for (const char* const name : {"Front_Center", "Front_Left", "Rear_Right"}) {
-            utterances.push_back(resampled(
-                read_recording(std::string("/usr/share/sounds/alsa/") + name + ".wav", 48000),
-                48000, rate));
-        }
-    }
-    const size_t gap = kHangover + static_cast<size_t>(rate) * 3 / 2;
-    Scene scene;
-    scene.rate = rate;
-    scene.samples.resize(gap);
-    for (const Samples& utterance : utterances) {
-        const size_t begin = scene.samples.size();
-        scene.samples.insert(scene.samples.end(), utterance.begin(), utterance.end());
-        scene.utterances.push_back({begin, scene.samples.size()});
-        scene.samples.resize(scene.samples.size() + gap);
-    }
-    for (size_t at = 0; at + scene.window() <= scene.samples.size(); at += scene.window()) {
-        double energy = 0.0;
-        for (size_t i = at; i < at + scene.window(); ++i) {
-            energy += double(scene.samples[i]) * scene.samples[i];
-        }
-        const double rms = std::sqrt(energy / static_cast<double>(scene.window()));
-        scene.loud.push_back(20.0 * std::log10(rms / 32768.0 + 1e-9) > -30.0);
-    }
-    std::mt19937 generator(7);
-    for (int16_t& v : scene.samples) {  // -84 dB; gain is applied to all, and clips
-        const int noisy = gain * (v + static_cast<int>(generator() % 7) - 3);
-        v = static_cast<int16_t>(std::clamp(noisy, -32768, 32767));
-    }
-    return scene;
-}
-
-struct Result {
-    Samples ch0;
-    Samples ch1;
-    std::vector<int> flags;
-};
-
-/** One stream from its initialisation on, in frames of n; what does not fill a frame is left out.
- */
-Result detect(int rate, const Samples& ch0, const Samples& ch1, size_t n, int mode) {
+/** The decisions of one stream from its initialisation on, in frames of 10 ms. */
+std::vector<int> detect(int rate, const Samples& ch0, const Samples& ch1, int mode) {
     const auto vad = std::make_unique<VadHandle>();
+    const auto n = static_cast<size_t>(rate / 100);
     Samples frame(2 * n);
     VoiceActivityDetectionInit();
     VoiceActivityDetectionChannelModeConfig(vad.get(), mode);
-    VoiceActivityDetectionSamplingRateConfig(vad.get(), static_cast<uint32_t>(rate));
-    VoiceActivityDetectionFrameLengthConfig(vad.get(),
-                                            static_cast<uint32_t>(mode == 1 ? n : 2 * n));
-    VoiceActivityDetectionInOutConfig(vad.get(), frame.data());
-    Result result;
+    VoiceActivityDetectionConfigAll(vad.get(), static_cast<uint32_t>(rate),
+                                    static_cast<uint32_t>(mode == 1 ? n : 2 * n), frame.data(),
+                                    mode);
+    std::vector<int> flags;
     for (size_t at = 0; at + n <= ch0.size(); at += n) {
         if (mode == 2) {
             Tolu_NRSS_Interleave(frame.data(), &ch0[at], &ch1[at], static_cast<int>(n));
@@ -144,11 +110,9 @@ Result detect(int rate, const Samples& ch0, const Samples& ch1, size_t n, int mo
             std::copy_n(&ch0[at], n, frame.data());
             std::copy_n(&ch1[at], n, frame.data() + n);
         }
-        result.flags.push_back(VoiceActivityDetectionExe(vad.get()));
-        result.ch0.insert(result.ch0.end(), vad->ch0_work, vad->ch0_work + n);
-        result.ch1.insert(result.ch1.end(), vad->ch1_work, vad->ch1_work + n);
+        flags.push_back(VoiceActivityDetectionExe(vad.get()));
     }
-    return result;
+    return flags;
 }
 
 class Speech : public testing::TestWithParam<int> {
@@ -169,7 +133,7 @@ class Speech : public testing::TestWithParam<int> {
         for (size_t f = 0; f < flags.size(); ++f) {
             const size_t at = f * n;  // of the cleaned stream
             if (at >= delay()) {
-                const size_t window = (at - delay()) / scene.window();
+                const size_t window = (at - delay()) / scene.window;
                 loud = scene.loud[window] ? loud + n : 0;
             }
             if (loud >= certain) {
@@ -194,67 +158,20 @@ class Speech : public testing::TestWithParam<int> {
             EXPECT_NE(std::count(begin, end, 1), 0);
         }
     }
-
-    /** The high band's frames outlive an initialisation: a block of silence empties them. */
-    static void flush_high_band() {
-        Samples silence(1152);
-        Tolu_NRSS_Init(9, 48000);
-        Tolu_NRSS_Nonintlvd(silence.data(), silence.data() + 576, 576);
-    }
 };
 
-INSTANTIATE_TEST_SUITE_P(Rates, Speech, testing::Values(8000, 16000, 44100, 48000),
+INSTANTIATE_TEST_SUITE_P(Rates, Speech, testing::Values(8000, 16000, 48000),
                          testing::PrintToStringParamName());
 
 TEST_P(Speech, IsFoundWhereItIsAndSilenceIsNot) {
     for (const int gain : {1, 4}) {
-        const Scene scene = make_scene(rate(), gain);
+        const Scene scene(rate(), gain);
         const Samples silence(scene.samples.size());
-        expect_found(scene, detect(rate(), scene.samples, silence, frame(), 1).flags);
+        expect_found(scene, detect(rate(), scene.samples, silence, 1));
         // In either channel of two.
-        expect_found(scene, detect(rate(), scene.samples, silence, frame(), 2).flags);
-        expect_found(scene, detect(rate(), silence, scene.samples, frame(), 3).flags);
+        expect_found(scene, detect(rate(), scene.samples, silence, 2));
+        expect_found(scene, detect(rate(), silence, scene.samples, 3));
     }
-}
-
-TEST_P(Speech, TheCleanedStreamDependsOnTheSamplesAlone) {
-    for (const int gain : {1, 4}) {
-        const Samples ch0 = make_scene(rate(), gain).samples;
-        const Samples ch1(ch0.rbegin(), ch0.rend());
-        flush_high_band();
-        const Result mono = detect(rate(), ch0, ch1, frame(), 1);
-        ASSERT_NE(std::count(mono.flags.begin(), mono.flags.end(), 1), 0);
-        flush_high_band();
-        const Result stereo = detect(rate(), ch0, ch1, frame(), 3);
-        EXPECT_TRUE(stereo.ch0 == mono.ch0);
-        for (const size_t n : {size_t{1}, size_t{161}, size_t{577}, size_t{4096}}) {
-            for (const int mode : {2, 3}) {
-                flush_high_band();
-                Result cut = detect(rate(), ch0, ch1, n, mode);
-                const size_t common = std::min(cut.ch0.size(), stereo.ch0.size());
-                for (Samples* const x : {&cut.ch0, &cut.ch1}) {
-                    x->resize(common);
-                    const Samples& whole = x == &cut.ch0 ? stereo.ch0 : stereo.ch1;
-                    EXPECT_TRUE(std::equal(x->begin(), x->end(), whole.begin()))
-                        << n << " " << mode;
-                }
-            }
-        }
-    }
-}
-
-TEST_P(Speech, InitialisedAgainIsAsFresh) {
-    const Samples ch0 = make_scene(rate(), 1).samples;
-    const Samples ch1(ch0.rbegin(), ch0.rend());
-    flush_high_band();
-    const Result fresh = detect(rate(), ch0, ch1, frame(), 2);
-    detect(rate() == 16000 ? 8000 : 16000, ch1, ch0, 333, 2);
-    if (rate() > 25000) {
-        flush_high_band();
-    }
-    const Result again = detect(rate(), ch0, ch1, frame(), 2);
-    EXPECT_TRUE(again.ch0 == fresh.ch0 && again.ch1 == fresh.ch1);
-    EXPECT_EQ(again.flags, fresh.flags);
 }
 
 }  // namespace

@@ -5,6 +5,7 @@ The command is taken from KORVANE_VAD_TOOL (words as in a shell, so that an emul
 
 import math
 import os
+import pathlib
 import resource
 import shlex
 import shutil
@@ -65,10 +66,9 @@ def best_lag(x, y, reach):
     return max(range(-reach, reach + 1), key=product)
 
 
-def loud_samples(samples, rate, level_db):
+def loud_samples(samples, level_db):
     """First and last sample beyond a level in dB of full scale."""
-    limit = 32768 * 10 ** (level_db / 20)
-    loud = [i for i, x in enumerate(samples) if abs(x) > limit]
+    loud = [i for i, x in enumerate(samples) if abs(x) > 32768 * 10 ** (level_db / 20)]
     return loud[0], loud[-1]
 
 
@@ -116,28 +116,23 @@ class ToolTest(unittest.TestCase):
 
 
 class Speech(ToolTest):
-    def recordings(self):
-        yield PROMPT
-        yield self.convert("16k.wav", "rate", "16000")
-        yield self.convert("44k.wav", "rate", "44100")
-        yield ALSA
-
-    def test_is_found_where_it_is(self):
+    def test_is_found_where_it_is_and_cleaned_in_place(self):
         # Digital silence, speech, digital silence. What the suppressor's overlapping frames of 288
         # values can do is to move sound by less than two of them: 576 samples, 1152 where the values
         # are those of a half-rate band.
-        for recording in self.recordings():
+        for recording in (PROMPT, self.convert("16k.wav", "rate", "16000"),
+                          self.convert("44k.wav", "rate", "44100"), ALSA):
             with self.subTest(recording):
-                rate, _, speech = read_wav(recording)
+                rate, speech = read_wav(recording)[0::2]
                 lead = 2 * rate + 77
                 tail = 19200 + 2 * rate
-                path = self.path("padded.wav")
-                write_wav(path, rate, 1, [0] * lead + list(speech) + [0] * tail)
-                rows = self.segments(path)
+                padded = [0] * lead + list(speech) + [0] * tail
+                write_wav(self.path("in.wav"), rate, 1, padded)
+                rows = self.segments(self.path("in.wav"), "--cleaned", self.path("out.wav"))
                 spread = 576 if rate < 25000 else 1152
                 frame = rate // 100
-                first, _ = loud_samples(speech, rate, -30)
-                audible, last = loud_samples(speech, rate, -55)
+                first, _ = loud_samples(speech, -30)
+                audible, last = loud_samples(speech, -55)
                 start, end = rows[0][0] * rate, rows[-1][1] * rate
                 # No frame with nothing in it is above -45 dB.
                 self.assertGreaterEqual(start, lead + audible - spread - frame)
@@ -148,139 +143,79 @@ class Speech(ToolTest):
                 hangover = -(-19200 // frame) * frame
                 self.assertLessEqual(end, lead + last + spread + hangover + frame)
                 self.assertGreaterEqual(end, lead + first + hangover)
-                self.assertLess(end, lead + len(speech) + tail)
+                self.assertLess(end, len(padded))
+                out = read_wav(self.path("out.wav"))
+                self.assertEqual((out[0], out[1], len(out[2])), (rate, 1, len(padded)))
+                self.assertEqual(best_lag(speech, out[2][lead:lead + len(speech)], 40), 0)
 
-    def test_silence_has_none(self):
-        for rate in (1, 8000, 49999):
-            write_wav(self.path("silence.wav"), rate, 2, [0] * 2 * 3000)
-            self.assertEqual(self.segments(self.path("silence.wav")), [])
-
-    def test_lasting_to_the_end_ends_there(self):
-        for recording in self.recordings():
-            with self.subTest(recording):
-                rate, _, speech = read_wav(recording)
-                length = rate + 5
+                length = rate + 5  # speech that lasts to the end ends there
                 write_wav(self.path("cut.wav"), rate, 1, speech[:length])
-                rows = self.segments(self.path("cut.wav"))
-                self.assertEqual(rows[-1][1], math.floor(length / rate * 1000 + 0.5) / 1000)
+                self.assertEqual(self.segments(self.path("cut.wav"))[-1][1],
+                                 math.floor(length / rate * 1000 + 0.5) / 1000)
 
     def test_in_the_last_samples_is_not_lost(self):
         # A tone of 80 ms at the very end: most of it is still in the delay when the input ends. It
         # begins somewhere in a frame; the first loud frame is that one or the next, or, where the
         # suppressor spreads the tone by one of its frames of 288 values, one before. Speech is
-        # declared in the last frame of the onset.
+        # declared in the last frame of the onset. Figures are rounded to half a millisecond.
         for rate, spread in ((8000, 288), (16000, 288), (44100, 576), (48000, 576)):
             with self.subTest(rate):
-                length = 8 * rate // 100
                 tone = [round(16000 * math.sin(2 * math.pi * 1000 * i / rate))
-                        for i in range(length)]
+                        for i in range(8 * rate // 100)]
                 write_wav(self.path("late.wav"), rate, 1, [0] * rate + tone)
                 rows = self.segments(self.path("late.wav"))
-                self.assertEqual(len(rows), 1)
                 frame = rate // 100
                 later = -(-480 // frame) * frame - frame
-                half_millisecond = rate / 2000
-                start = rows[0][0] * rate - half_millisecond
-                self.assertLessEqual(start, rate + frame + later)
-                start = rows[0][0] * rate + half_millisecond
-                self.assertGreaterEqual(start, rate - spread - frame + later)
-                self.assertEqual(rows[0][1], 1.08)
+                self.assertLessEqual(rows[0][0] * rate, rate + frame + later + rate / 2000)
+                self.assertGreaterEqual(rows[0][0] * rate,
+                                        rate - spread - frame + later - rate / 2000)
+                self.assertEqual([row[1] for row in rows], [1.08])
 
-    def test_in_either_channel_counts(self):
-        rate, _, speech = read_wav(PROMPT)
-        mono = self.segments(PROMPT)
-        both = self.path("both.wav")
-        write_wav(both, rate, 2, [x for sample in speech for x in (sample, sample)])
-        self.assertEqual(self.segments(both), mono)
-        write_wav(both, rate, 2, [x for sample in speech for x in (sample, 0)])
-        self.assertEqual(self.segments(both), mono)
-
-
-class Cleaned(ToolTest):
-    def test_is_as_long_as_the_recording_and_aligned(self):
-        for name in ("8k", "16k", "44k", "48k"):
-            with self.subTest(name):
-                source = {"8k": PROMPT, "48k": ALSA}.get(name)
-                if source is None:
-                    source = self.convert(name + "-in.wav", "rate",
-                                          {"16k": "16000", "44k": "44100"}[name])
-                self.segments(source, "--cleaned", self.path("out.wav"))
-                rate, channels, speech = read_wav(source)
-                self.assertEqual(read_wav(self.path("out.wav"))[:2], (rate, channels))
-                cleaned = read_wav(self.path("out.wav"))[2]
-                self.assertEqual(len(cleaned), len(speech))
-                self.assertEqual(best_lag(speech, cleaned, 40), 0)
-
-    def test_keeps_the_channels_apart(self):
-        rate, _, speech = read_wav(PROMPT)
+    def test_channels_are_kept_apart_and_either_counts(self):
+        rate, speech = read_wav(PROMPT)[0::2]
+        silent = [0] * len(speech)
         later = [0] * 1000 + list(speech[:-1000])
-        write_wav(self.path("in.wav"), rate, 2,
-                  [x for pair in zip(speech, later) for x in pair])
-        self.segments(self.path("in.wav"), "--cleaned", self.path("out.wav"))
-        _, channels, cleaned = read_wav(self.path("out.wav"))
-        self.assertEqual(channels, 2)
-        self.assertEqual(len(cleaned), 2 * len(speech))
+        mono = self.segments(PROMPT)
+        for left, right in ((speech, speech), (speech, silent), (speech, later)):
+            write_wav(self.path("in.wav"), rate, 2, [x for pair in zip(left, right) for x in pair])
+            rows = self.segments(self.path("in.wav"), "--cleaned", self.path("out.wav"))
+            self.assertTrue(rows == mono or right is later)
+        channels, cleaned = read_wav(self.path("out.wav"))[1:]
+        self.assertEqual((channels, len(cleaned)), (2, 2 * len(speech)))
         self.assertEqual(best_lag(speech, cleaned[0::2], 20), 0)
         self.assertEqual(best_lag(later, cleaned[1::2], 20), 0)
 
-    def test_of_every_short_length(self):
+    def test_cleaned_recordings_of_every_short_length(self):
         # Around frames, delay, and their sums; at the slowest rate too, where a frame is one sample.
-        for rate in (1, 8000, 24999, 25000):
-            for length in (1, 2, 79, 80, 81, 250, 719, 720, 721, 866, 867, 868, 1000):
+        for rate in (1, 8000, 24999, 25000, 49999):
+            for length in (1, 79, 80, 81, 250, 719, 720, 721, 866, 867, 868):
                 with self.subTest(rate=rate, length=length):
-                    write_wav(self.path("in.wav"), rate, 1, [1000] * length)
-                    self.run_tool(self.path("in.wav"), "--cleaned", self.path("out.wav"))
+                    write_wav(self.path("in.wav"), rate, 1, [0] * length)
+                    self.assertEqual(self.segments(self.path("in.wav"), "-c", self.path("out.wav")), [])
                     out = read_wav(self.path("out.wav"))
                     self.assertEqual((out[0], len(out[2])), (rate, length))
 
     def test_longer_than_one_piece(self):
         # What is read and written in pieces of 64 Ki frames is the same as what fits in one: the
         # first part of a long recording equals the cleaned short one up to the delay of its end.
-        rate, _, speech = read_wav(PROMPT)
+        rate, speech = read_wav(PROMPT)[0::2]
         long = list(speech) * (200000 // len(speech) + 1)
-        short = long[:60000]
-        write_wav(self.path("long.wav"), rate, 1, long)
-        write_wav(self.path("short.wav"), rate, 1, short)
-        self.run_tool(self.path("long.wav"), "--cleaned", self.path("long-out.wav"))
-        self.run_tool(self.path("short.wav"), "--cleaned", self.path("short-out.wav"))
-        long_out = read_wav(self.path("long-out.wav"))[2]
-        short_out = read_wav(self.path("short-out.wav"))[2]
-        self.assertEqual(len(long_out), len(long))
-        self.assertEqual(long_out[:59000], short_out[:59000])
-        self.assertEqual(best_lag(long[131072:180000], long_out[131072:180000], 5), 0)
-
-    def test_is_the_same_every_time_and_in_place(self):
-        for run in ("one", "two", "two"):
-            self.segments(ALSA, "--cleaned", self.path(run + ".wav"))
-        with open(self.path("one.wav"), "rb") as one, open(self.path("two.wav"), "rb") as two:
-            expected = one.read()
-            self.assertEqual(two.read(), expected)
-        shutil.copy(ALSA, self.path("self.wav"))
-        os.chmod(self.path("self.wav"), 0o640)
-        os.symlink("self.wav", self.path("link.wav"))
-        self.assertEqual(self.segments(self.path("self.wav"), "--cleaned", self.path("link.wav")),
-                         self.segments(ALSA))
-        with open(self.path("self.wav"), "rb") as result:
-            self.assertEqual(result.read(), expected)
-        self.assertTrue(os.path.islink(self.path("link.wav")))
-        self.assertEqual(os.stat(self.path("self.wav")).st_mode & 0o777, 0o640)
-        self.assertEqual(sorted(os.listdir(self.folder)),
-                         ["link.wav", "one.wav", "self.wav", "two.wav"])
-
-    def test_in_the_current_folder_with_the_usual_permissions(self):
-        done = self.run_tool(ALSA, "--cleaned", "out.wav", cwd=self.folder, umask=0o027)
-        self.assertEqual(done.returncode, 0, done.stderr)
-        self.assertEqual(os.stat(self.path("out.wav")).st_mode & 0o777, 0o640)
+        cleaned = []
+        for x in (long, long[:60000]):
+            write_wav(self.path("in.wav"), rate, 1, x)
+            self.run_tool(self.path("in.wav"), "--cleaned", self.path("out.wav"))
+            cleaned.append(read_wav(self.path("out.wav"))[2])
+        self.assertEqual(len(cleaned[0]), len(long))
+        self.assertEqual(cleaned[0][:59000], cleaned[1][:59000])
+        self.assertEqual(best_lag(long[131072:180000], cleaned[0][131072:180000], 5), 0)
 
 
 class Formats(ToolTest):
     def test_lossless_ones_give_the_same(self):
-        self.segments(ALSA, "--cleaned", self.path("reference.wav"))
+        rows = self.segments(ALSA, "--cleaned", self.path("reference.wav"))
         expected = read_wav(self.path("reference.wav"))
-        rows = self.segments(ALSA)
         for name, options in (("a.flac", ()), ("b.flac", ("-b", "24")), ("a.aiff", ()), ("a.au", ()),
-                              ("a.w64", ()), ("a.caf", ()), ("float.wav", ("-e", "float", "-b", "32")),
-                              ("double.wav", ("-e", "float", "-b", "64"))):
+                              ("a.w64", ()), ("a.caf", ()), ("float.wav", ("-e", "float", "-b", "32"))):
             with self.subTest(name):
                 recording = self.convert(name, options=options)
                 self.assertEqual(self.segments(recording, "-c", self.path("out.wav")), rows)
@@ -288,30 +223,25 @@ class Formats(ToolTest):
 
     def test_ogg(self):
         recording = self.convert("a.ogg", "rate", "44100", "remix", "1", "1", options=("-C", "8"))
-        rows = self.segments(recording, "--cleaned", self.path("out.wav"))
-        self.assertEqual(len(rows), 1)
+        self.assertEqual(len(self.segments(recording, "--cleaned", self.path("out.wav"))), 1)
         rate, channels, cleaned = read_wav(self.path("out.wav"))
         self.assertEqual((rate, channels), (44100, 2))
-        _, _, speech = read_wav(self.convert("a.wav", "rate", "44100"))
+        speech = read_wav(self.convert("a.wav", "rate", "44100"))[2]
         self.assertEqual(len(cleaned), 2 * len(speech))
         self.assertEqual(best_lag(speech, cleaned[0::2], 20), 0)
 
     def test_through_a_pipe_whose_length_the_header_cannot_know(self):
-        with open(PROMPT, "rb") as file:
-            data = file.read()
-        _, _, speech = read_wav(PROMPT)
-        for data_bytes in (2 * len(speech), 0xFFFFFFFF - 36):
-            header = wav_header(8000, 1, data_bytes)
-            done = self.run_piped(header + speech.tobytes())
+        def run_piped(data):
+            return subprocess.run(TOOL + ["/dev/stdin"], input=data, capture_output=True, timeout=60)
+
+        samples = read_wav(PROMPT)[2].tobytes()
+        for data_bytes in (len(samples), 0xFFFFFFFF - 36):
+            done = run_piped(wav_header(8000, 1, data_bytes) + samples)
             self.assertEqual((done.returncode, done.stderr), (0, b""))
             self.assertEqual(done.stdout.decode(), self.run_tool(PROMPT).stdout)
-        done = self.run_piped(data[:20001])
+        done = run_piped(wav_header(8000, 1, len(samples)) + samples[:20001])
         self.assertEqual(done.returncode, 1)
         self.assertIn(b"/dev/stdin: truncated", done.stderr)
-
-    def run_piped(self, data):
-        return subprocess.run(TOOL + ["/dev/stdin"], input=data, stdout=subprocess.PIPE,
-                              stderr=subprocess.PIPE, timeout=60)
 
 
 class BadRecordings(ToolTest):
@@ -321,95 +251,87 @@ class BadRecordings(ToolTest):
         self.fails(recording, reason, recording, "--cleaned", self.path("new.wav"))
         self.assertEqual(sorted(os.listdir(self.folder)), before)
         with tempfile.TemporaryDirectory() as folder:
-            old = os.path.join(folder, "old.wav")
-            with open(old, "w") as file:
-                file.write("kept")
-            self.fails(recording, reason, recording, "--cleaned", old)
-            self.assertEqual(os.listdir(folder), ["old.wav"])
-            with open(old) as file:
-                self.assertEqual(file.read(), "kept")
+            old = pathlib.Path(folder, "old.wav")
+            old.write_text("kept")
+            self.fails(recording, reason, recording, "--cleaned", str(old))
+            self.assertEqual((os.listdir(folder), old.read_text()), (["old.wav"], "kept"))
 
-    def test_missing_and_directory(self):
+    def test_unreadable(self):
         self.rejected(self.path("none.wav"), "No such file or directory")
         self.rejected("", "No such file or directory")
         self.rejected(self.folder, "Is a directory")
-
-    @unittest.skipUnless(os.geteuid() != 0 or shutil.which("setpriv"), "root may read everything")
-    def test_unreadable(self):
+        self.rejected("/dev/null", "")
         shutil.copy(ALSA, self.path("secret.wav"))
         os.chmod(self.folder, 0o755)
         os.chmod(self.path("secret.wav"), 0)
         drop = ["setpriv", "--reuid=65534", "--clear-groups"] if os.geteuid() == 0 else []
-        shutil.copy(TOOL[-1], self.path("tool"))  # the build folder may be closed to others
-        done = subprocess.run(drop + TOOL[:-1] + [TOOL[-1], self.path("secret.wav")],
-                              stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
-        if done.returncode in (126, 127):
-            self.skipTest("the tool is out of reach for other users")
-        self.assertEqual(done.returncode, 1)
-        self.assertEqual(done.stderr,
-                         f"korvane-vad: {self.path('secret.wav')}: Permission denied\n")
-
-    def test_empty(self):
-        open(self.path("zero.wav"), "w").close()
-        self.rejected(self.path("zero.wav"), "empty file")
-        write_wav(self.path("header.wav"), 8000, 1, [])
-        self.rejected(self.path("header.wav"), "no samples")
-        self.rejected("/dev/null", "")
+        done = subprocess.run(drop + TOOL + [self.path("secret.wav")], capture_output=True, text=True)
+        if done.returncode not in (126, 127):  # the tool is within other users' reach
+            self.assertEqual((done.returncode, done.stderr),
+                             (1, f"korvane-vad: {self.path('secret.wav')}: Permission denied\n"))
 
     def test_unsupported(self):
-        with open(self.path("text.wav"), "w") as file:
-            file.write("This is no recording.\n" * 100)
-        self.rejected(self.path("text.wav"), "")
-        write_wav(self.path("three.wav"), 8000, 3, [0] * 300)
-        self.rejected(self.path("three.wav"), "3 channels")
-        for rate in (50000, 96000):
-            write_wav(self.path("fast.wav"), rate, 1, [0] * 300)
-            self.rejected(self.path("fast.wav"), "below 50000 Hz")
+        for name, data, reason in (
+                ("zero.wav", b"", "empty file"), ("header.wav", wav_header(8000, 1, 0), "no samples"),
+                ("text.wav", b"This is no recording.\n" * 100, ""),
+                ("three.wav", wav_header(8000, 3, 600) + bytes(600), "3 channels"),
+                ("fast.wav", wav_header(50000, 1, 600) + bytes(600), "below 50000 Hz")):
+            pathlib.Path(self.path(name)).write_bytes(data)
+            self.rejected(self.path(name), reason)
 
-    def test_truncated(self):
+    def test_truncated_and_damaged(self):
         for name in ("a.wav", "a.flac", "a.ogg", "a.aiff", "a.au", "a.w64"):
             with self.subTest(name):
                 whole = self.convert(name)
                 self.segments(whole)
-                with open(whole, "r+b") as file:
-                    file.truncate(os.path.getsize(whole) * 6 // 10)
+                os.truncate(whole, os.path.getsize(whole) * 6 // 10)
                 self.rejected(whole, "")
-
-    def test_damaged(self):
         # Twelve seconds: the reader's first piece of 64 Ki frames and the ninth.
         for place in (0.03, 0.97):
-            damaged = self.convert("a.flac", "repeat", "8")
+            damaged = self.convert("b.flac", "repeat", "8")
             with open(damaged, "r+b") as file:
                 file.seek(int(os.path.getsize(damaged) * place))
                 file.write(bytes(2000))
             self.rejected(damaged, "flac decoder")
 
 
-class BadOutputs(ToolTest):
+class Outputs(ToolTest):
+    def test_are_the_same_every_time_and_replace_the_recording_itself(self):
+        for run in ("one", "two", "two"):
+            self.segments(ALSA, "--cleaned", self.path(run + ".wav"))
+        expected = pathlib.Path(self.path("one.wav")).read_bytes()
+        self.assertEqual(pathlib.Path(self.path("two.wav")).read_bytes(), expected)
+        own = pathlib.Path(shutil.copy(ALSA, self.path("self.wav")))
+        own.chmod(0o640)
+        os.symlink("self.wav", self.path("link.wav"))
+        self.assertEqual(self.segments(str(own), "--cleaned", self.path("link.wav")),
+                         self.segments(ALSA))
+        self.assertEqual(own.read_bytes(), expected)
+        self.assertTrue(os.path.islink(self.path("link.wav")))
+        self.assertEqual(own.stat().st_mode & 0o777, 0o640)
+        self.assertEqual(len(os.listdir(self.folder)), 4)
+        shutil.copy(ALSA, self.path("-c"))  # a name like an option, the current folder, the umask
+        done = self.run_tool("--cleaned=out.wav", "--", "-c", cwd=self.folder, umask=0o027)
+        self.assertEqual((done.returncode, done.stderr), (0, ""))
+        self.assertEqual(os.stat(self.path("out.wav")).st_mode & 0o777, 0o640)
+
     def test_places_that_cannot_be_written(self):
         missing = self.path("none/out.wav")
         self.fails(missing, "No such file or directory", ALSA, "--cleaned", missing)
         self.fails(self.folder, "not a regular file", ALSA, "--cleaned", self.folder)
         self.fails("/dev/full", "not a regular file", ALSA, "--cleaned", "/dev/full")
-        self.assertEqual(os.listdir(self.folder), [])
-
-    def test_full_stdout(self):
         with open("/dev/full", "w") as full:
-            self.fails("standard output", "No space left", ALSA, "--cleaned", self.path("out.wav"),
-                       stdout=full)
-            self.fails("standard output", "No space left", "--help", stdout=full)
-        self.assertEqual(os.listdir(self.folder), [])
-
-    def test_closed_stdout(self):
+            for arguments in ((ALSA, "--cleaned", self.path("out.wav")), ("--help",)):
+                self.fails("standard output", "No space left", *arguments, stdout=full)
         # Without stdin and stdout, the next two files that are opened would take their place.
         for how in (">&-", "<&- >&-", "| true"):
             command = f"(sleep 0.2; {shlex.join(TOOL)} \"$1\" -c \"$2\"; echo $? >&3)"
             done = subprocess.run(["bash", "-c", f"{{ {command} {how}; }} 3>&2", "bash", ALSA,
                                    self.path("out.wav")], stderr=subprocess.PIPE, text=True)
             self.assertRegex(done.stderr, "^korvane-vad: standard output: [^\n]+\n1\n$")
-            self.assertEqual(os.listdir(self.folder), [])
+        self.assertEqual(os.listdir(self.folder), [])
 
-    def test_works_without_stdin_and_stderr(self):
+    def test_without_stdin_and_stderr(self):
         subprocess.run(["bash", "-c", f'{shlex.join(TOOL)} "$1" -c "$2" <&- 2>&-', "bash", ALSA,
                         self.path("out.wav")], check=True, stdout=subprocess.DEVNULL)
         self.segments(ALSA, "--cleaned", self.path("expected.wav"))
@@ -417,34 +339,27 @@ class BadOutputs(ToolTest):
 
     def test_file_size_limit(self):
         # Below and above one piece of 256 KiB: what is left at the end, and a piece in the middle.
-        out = self.path("out.wav")
-        with open(out, "w") as file:
-            file.write("kept")
-        rate, _, speech = read_wav(ALSA)
+        out = pathlib.Path(self.path("out.wav"))
+        out.write_text("kept")
+        rate, speech = read_wav(ALSA)[0::2]
         for copies in (1, 4):
-            with tempfile.TemporaryDirectory() as folder:
-                recording = os.path.join(folder, "in.wav")
-                write_wav(recording, rate, 1, list(speech) * copies)
-                self.fails(out, "File too large", recording, "--cleaned", out,
+            with tempfile.NamedTemporaryFile(suffix=".wav") as recording:
+                write_wav(recording.name, rate, 1, list(speech) * copies)
+                self.fails(out, "File too large", recording.name, "--cleaned", str(out),
                            preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_FSIZE,
                                                                  (100000, 100000)))
-        self.assertEqual(os.listdir(self.folder), ["out.wav"])
-        with open(out) as file:
-            self.assertEqual(file.read(), "kept")
+        self.assertEqual((os.listdir(self.folder), out.read_text()), (["out.wav"], "kept"))
 
     def test_full_disk(self):
-        script = ('mount -t tmpfs -o size=64k tmpfs "$1" || exit 77; shift; "$@"; code=$?; '
-                  'ls -A "$DISK"; exit $code')
+        script = ('mount -t tmpfs -o size=64k tmpfs "$1" || exit 77; cd "$1"; shift; "$@"; code=$?; '
+                  'ls -A; exit $code')
+        out = self.path("out.wav")
         done = subprocess.run(["unshare", "--mount", "bash", "-c", script, "bash", self.folder, *TOOL,
-                               ALSA, "--cleaned", self.path("out.wav")], stdout=subprocess.PIPE,
-                              stderr=subprocess.PIPE, text=True, env={**os.environ,
-                                                                      "DISK": self.folder})
+                               ALSA, "--cleaned", out], capture_output=True, text=True)
         if done.returncode == 77 or "unshare" in done.stderr:
             self.skipTest("no right to mount a small file system")
-        self.assertEqual(done.returncode, 1, done.stderr)
-        self.assertEqual(done.stdout, "")
-        self.assertEqual(done.stderr,
-                         f"korvane-vad: {self.path('out.wav')}: No space left on device\n")
+        self.assertEqual((done.returncode, done.stdout, done.stderr),
+                         (1, "", f"korvane-vad: {out}: No space left on device\n"))
 
     def test_signals_in_the_middle(self):
         # The recording is a pipe that stays open, so the tool is certainly in the middle of it.
@@ -462,14 +377,13 @@ class BadOutputs(ToolTest):
                         time.sleep(0.01)
                     self.assertEqual(len(os.listdir(out)), 2)
                     tool.send_signal(number)
-                    stdout, stderr = tool.communicate(timeout=30)
-                self.assertEqual(tool.returncode, -number)
-                self.assertEqual((stdout, stderr), (b"", b""))
+                    output = tool.communicate(timeout=30)
+                self.assertEqual((tool.returncode, output), (-number, (b"", b"")))
                 self.assertEqual(os.listdir(out), ["pipe"])
 
 
 class Usage(ToolTest):
-    def test_wrong_usage(self):
+    def test_right_and_wrong(self):
         for arguments in ((), ("a.wav", "b.wav"), ("--cleaned",), ("a.wav", "--cleaned"),
                           ("--cleaned", "out.wav"), ("a.wav", "--cleaned", ""), ("--unknown", "a.wav"),
                           ("-x",), ("--help=yes",)):
@@ -477,22 +391,11 @@ class Usage(ToolTest):
                 done = self.run_tool(*arguments)
                 self.assertEqual((done.returncode, done.stdout), (2, ""))
                 self.assertRegex(done.stderr, "^korvane-vad: [^\n]+\nusage: korvane-vad RECORD")
-
-    def test_help_and_version(self):
-        for option in ("--help", "-h"):
+        for option, text in (("--help", "--cleaned OUT.wav"), ("-h", "--cleaned OUT.wav"),
+                             ("--version", "Korvane VAD v"), ("-V", "Korvane VAD v")):
             done = self.run_tool(option)
             self.assertEqual((done.returncode, done.stderr), (0, ""))
-            self.assertIn("--cleaned OUT.wav", done.stdout)
-        for option in ("--version", "-V"):
-            done = self.run_tool(option)
-            self.assertEqual((done.returncode, done.stderr), (0, ""))
-            self.assertRegex(done.stdout, r"\AKorvane VAD v\d[^\n]*\n\Z")
-
-    def test_options_may_stand_anywhere_and_names_may_look_like_options(self):
-        shutil.copy(ALSA, self.path("-c"))
-        done = self.run_tool("--cleaned=out.wav", "--", "-c", cwd=self.folder)
-        self.assertEqual((done.returncode, done.stderr), (0, ""))
-        self.assertEqual(sorted(os.listdir(self.folder)), ["-c", "out.wav"])
+            self.assertIn(text, done.stdout)
 
 
 if __name__ == "__main__":
