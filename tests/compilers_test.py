@@ -14,8 +14,8 @@ import sys
 root = pathlib.Path(sys.argv[1])
 work = pathlib.Path(sys.argv[2])
 core = [((root / source).resolve(), ()) for source in sys.argv[3:]]
-conformance = [(root / "tests/conformance" / name, ()) for name in ("conformance.c", "sha256.c", "signals.c")]
-table = root / "tests/conformance/table.tsv"
+conformance = [(root / "conformance" / name, ()) for name in ("conformance.c", "sha256.c", "signals.c")]
+table = root / "tests/conformance.tsv"
 reduced = work / "every-eighth.tsv"
 
 COMPILERS = {"gcc": "g++", "clang": "clang++"}

@@ -8,7 +8,7 @@ if(KORVANE_VECTOR_ISAS)
     target_compile_definitions(vector_operations_${isa} PRIVATE KORVANE_ISA=${isa})
     target_compile_options(vector_operations_${isa} PRIVATE ${KORVANE_${isa}_OPTIONS})
     target_include_directories(vector_operations_${isa} PRIVATE
-      ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/include conformance)
+      ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/include ${PROJECT_SOURCE_DIR}/conformance)
     target_link_libraries(vector_operations_${isa} PRIVATE gtest korvane_warnings)
     target_sources(vector_test PRIVATE $<TARGET_OBJECTS:vector_operations_${isa}>)
   endforeach()

@@ -5,6 +5,8 @@
  *
  *     conformance table.tsv
  *
+ * By hand: compile the .c files of this folder with include/ on the path and link the library.
+ *
  * A C program on the public headers alone: it builds and runs wherever the library does. Exit code
  * 0 when every row matches, 1 when one does not, 2 when the table cannot be read.
  */
