@@ -62,74 +62,108 @@ struct SplitTwiddle {
 };
 
 /** Frame words 2m and 2m + 1 of a batch as they enter, or as they leave, the work area. */
-template <class V>
-KORVANE_INLINE Complex<V>& entry(Complex<V>* work, int m) {
+template <class Z>
+KORVANE_INLINE Z& entry(Z* work, int m) {
     return work[entry_index[static_cast<unsigned>(m)]];
 }
-template <class V>
-KORVANE_INLINE const Complex<V>& result(const Complex<V>* work, int m) {
+template <class Z>
+KORVANE_INLINE const Z& result(const Z* work, int m) {
     return work[result_index[static_cast<unsigned>(m)]];
+}
+
+/** Complex values with both parts in one vector: the real parts in its lower half, the imaginary ones in
+ * the upper. The passes take half the instructions that way. */
+template <class P>
+struct Packed {
+    P v;
+};
+
+template <class P>
+KORVANE_INLINE Packed<P> add(Packed<P> a, Packed<P> b) {
+    return {add_wrap(a.v, b.v)};
+}
+template <class P>
+KORVANE_INLINE Packed<P> sub(Packed<P> a, Packed<P> b) {
+    return {sub_wrap(a.v, b.v)};
+}
+template <class P>
+KORVANE_INLINE Packed<P> half(Packed<P> a) {
+    return {asr<1>(a.v)};
+}
+template <class P>
+KORVANE_INLINE Packed<P> twice(Packed<P> a) {
+    return {add_wrap(a.v, a.v)};
+}
+template <Direction kDirection, class P>
+KORVANE_INLINE Packed<P> quarter_turn(Packed<P> a) {
+    const P turned = swap_halves(a.v);
+    return {kDirection == Direction::kForward ? negate_upper(turned) : negate_lower(turned)};
+}
+template <int kC, class P>
+KORVANE_INLINE Packed<P> half_scale(Packed<P> a) {
+    return {mul_half_q15<kC>(a.v)};
+}
+template <int kC, class P>
+KORVANE_INLINE Packed<P> half_scaled_turn(Packed<P> a) {
+    return {mul_half_by_half<kC, -kC>(swap_halves(a.v))};
+}
+
+/** How the work area keeps the complex values of a batch: two frames packed, more in two vectors. */
+template <class V>
+struct WorkElement {
+    using type = Complex<V>;
+};
+template <>
+struct WorkElement<Duo> {
+    using type = Packed<Quad>;
+};
+template <class V>
+using Work = typename WorkElement<V>::type;
+
+template <class V>
+KORVANE_INLINE Complex<V> load_parts(const Complex<V>& z) {
+    return z;
+}
+KORVANE_INLINE Complex<Duo> load_parts(const Packed<Quad>& z) { return {z.v, swap_halves(z.v)}; }
+
+template <class V>
+KORVANE_INLINE void store_parts(Complex<V>& z, V re, V im) {
+    z = {re, im};
+}
+KORVANE_INLINE void store_parts(Packed<Quad>& z, Duo re, Duo im) { z.v = lower_halves(re, im); }
+
+/** What the passes work on, loaded from and stored to the work area. */
+template <class Z>
+KORVANE_INLINE Z load_complex(const Z* z) {
+    return *z;
+}
+template <class Z>
+KORVANE_INLINE void store_complex(Z* z, Z a) {
+    *z = a;
 }
 
 #if defined(__AVX2__)
 
-/** Both parts of four complex values in one vector: four real parts, then four imaginary ones. That
- * is how a Complex<Quad> lies in memory, so the passes below take half the instructions. */
-struct PackedComplex {
-    Wide v;
-};
-
-KORVANE_INLINE PackedComplex add(PackedComplex a, PackedComplex b) { return {add_wrap(a.v, b.v)}; }
-KORVANE_INLINE PackedComplex sub(PackedComplex a, PackedComplex b) { return {sub_wrap(a.v, b.v)}; }
-KORVANE_INLINE PackedComplex half(PackedComplex a) { return {asr<1>(a.v)}; }
-template <Direction kDirection>
-KORVANE_INLINE PackedComplex quarter_turn(PackedComplex a) {
-    const Wide turned = swap_groups(a.v);
-    return {kDirection == Direction::kForward ? negate_group1(turned) : negate_group0(turned)};
-}
-KORVANE_INLINE PackedComplex twice(PackedComplex a) { return {add_wrap(a.v, a.v)}; }
-template <int kC>
-KORVANE_INLINE PackedComplex half_scale(PackedComplex a) {
-    return {mul_half_q15<kC>(a.v)};
-}
-template <int kC>
-KORVANE_INLINE PackedComplex half_scaled_turn(PackedComplex a) {
-    return {mul_half_by_group<kC, -kC>(swap_groups(a.v))};
-}
-
-KORVANE_INLINE PackedComplex load_complex(const Complex<Quad>* z) {
+// A Complex<Quad> lies in memory as a packed Wide does. It is stored in one piece too, so that the passes
+// find it so when they load it.
+KORVANE_INLINE Packed<Wide> load_complex(const Complex<Quad>* z) {
     return {Wide::load(reinterpret_cast<const int32_t*>(z))};
 }
-KORVANE_INLINE void store_complex(Complex<Quad>* z, PackedComplex a) {
+KORVANE_INLINE void store_complex(Complex<Quad>* z, Packed<Wide> a) {
     store(reinterpret_cast<int32_t*>(z), a.v);
 }
-/** One store, so that the passes find the value in one piece when they load it. */
-KORVANE_INLINE void store_parts(Complex<Quad>* z, Quad re, Quad im) {
-    store_complex(z, {Wide::join(re, im)});
+KORVANE_INLINE void store_parts(Complex<Quad>& z, Quad re, Quad im) {
+    store_complex(&z, {Wide::join(re, im)});
 }
 
 #endif
 
-template <class V>
-KORVANE_INLINE Complex<V> load_complex(const Complex<V>* z) {
-    return *z;
-}
-template <class V>
-KORVANE_INLINE void store_complex(Complex<V>* z, Complex<V> a) {
-    *z = a;
-}
-
-template <class V>
-KORVANE_INLINE void store_parts(Complex<V>* z, V re, V im) {
-    *z = {re, im};
-}
-
 /** The 144-point transform of the work area, [0..143], in place. */
-template <Direction kDirection, class V>
-void transform144(Complex<V>* work) {
+template <Direction kDirection, class Z>
+void transform144(Z* work) {
     using C = decltype(load_complex(work));
     for (int row = 0; row < kRows; ++row) {
-        Complex<V>* const base = work + kColumns * row;
+        Z* const base = work + kColumns * row;
         C a[kColumns];
         for (int i = 0; i < kColumns; ++i) {
             a[i] = load_complex(base + i);
@@ -140,7 +174,7 @@ void transform144(Complex<V>* work) {
         }
     }
     for (int column = 0; column < kColumns; ++column) {
-        Complex<V>* const base = work + column;
+        Z* const base = work + column;
         C e[kRows];
         for (int i = 0; i < kRows; ++i) {
             e[i] = load_complex(base + kColumns * i);
@@ -159,20 +193,20 @@ void transform144(Complex<V>* work) {
  * @param spectrum  [0..287], the packed spectra, every value shifted right by kShift bits
  */
 template <int kShift, class V>
-void forward_batch(Complex<V>* work, V* spectrum) {
+void forward_batch(Work<V>* work, V* spectrum) {
     transform144<Direction::kForward>(work);
-    const Complex<V>& dc = result(work, 0);
+    const Complex<V> dc = load_parts(result(work, 0));
     spectrum[0] = asr<kShift>(add_wrap(dc.re, dc.im));
     spectrum[1] = asr<kShift>(sub_wrap(dc.re, dc.im));
-    const Complex<V>& middle = result(work, kComplexSize / 2);
+    const Complex<V> middle = load_parts(result(work, kComplexSize / 2));
     spectrum[kComplexSize] = asr<kShift>(middle.re);
     spectrum[kComplexSize + 1] = asr<kShift>(neg_wrap(middle.im));
     for (int k = 1; k < kComplexSize / 2; ++k) {
         const int mirrored = kComplexSize - k;
         const SplitTwiddle<V> w(k);
-        Complex<V> a = result(work, k);
-        Complex<V> b = result(work, mirrored);
-        split(a, b, w.c, w.s);
+        Complex<V> a = load_parts(result(work, k));
+        Complex<V> b = load_parts(result(work, mirrored));
+        split<V>(a, b, w.c, w.s);
         spectrum[2 * k] = asr<kShift>(a.re);
         spectrum[2 * k + 1] = asr<kShift>(a.im);
         spectrum[2 * mirrored] = asr<kShift>(b.re);
@@ -187,17 +221,19 @@ void forward_batch(Complex<V>* work, V* spectrum) {
  * @param work      [0..143], the frames where result finds them
  */
 template <class V>
-void inverse_batch(const V* spectrum, Complex<V>* work) {
-    entry(work, 0) = {add_wrap(spectrum[0], spectrum[1]), sub_wrap(spectrum[0], spectrum[1])};
-    entry(work, kComplexSize / 2) = {spectrum[kComplexSize], neg_wrap(spectrum[kComplexSize + 1])};
+void inverse_batch(const V* spectrum, Work<V>* work) {
+    store_parts(entry(work, 0), V(add_wrap(spectrum[0], spectrum[1])),
+                V(sub_wrap(spectrum[0], spectrum[1])));
+    store_parts(entry(work, kComplexSize / 2), spectrum[kComplexSize],
+                V(neg_wrap(spectrum[kComplexSize + 1])));
     for (int k = 1; k < kComplexSize / 2; ++k) {
         const int mirrored = kComplexSize - k;
         const SplitTwiddle<V> w(k);
         Complex<V> a = {spectrum[2 * k], spectrum[2 * k + 1]};
         Complex<V> b = {spectrum[2 * mirrored], spectrum[2 * mirrored + 1]};
-        unsplit(a, b, w.c, w.s);
-        store_parts(&entry(work, k), a.re, a.im);
-        store_parts(&entry(work, mirrored), b.re, b.im);
+        unsplit<V>(a, b, w.c, w.s);
+        store_parts(entry(work, k), a.re, a.im);
+        store_parts(entry(work, mirrored), b.re, b.im);
     }
     transform144<Direction::kInverse>(work);
 }

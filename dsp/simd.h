@@ -286,6 +286,29 @@ KORVANE_INLINE void store_interleaved(int16_t* p, Quad even, Quad odd) {
                      _mm_unpacklo_epi16(both, _mm_unpackhi_epi64(both, both)));
 }
 KORVANE_INLINE Quad reverse(Quad a) { return {_mm_shuffle_epi32(a.v, 0x1B)}; }
+/** Exchanges the lower and the upper half of the lanes. */
+KORVANE_INLINE Quad swap_halves(Quad a) { return {_mm_shuffle_epi32(a.v, 0x4E)}; }
+/** Negates, wrapping, the lanes where the mask is all ones. */
+KORVANE_INLINE Quad negate_where(Quad mask, Quad a) {
+    return {_mm_sub_epi32(_mm_xor_si128(a.v, mask.v), mask.v)};
+}
+KORVANE_INLINE Quad negate_lower(Quad a) { return negate_where({_mm_setr_epi32(-1, -1, 0, 0)}, a); }
+KORVANE_INLINE Quad negate_upper(Quad a) { return negate_where({_mm_setr_epi32(0, 0, -1, -1)}, a); }
+/** mul_half_q15 with a constant of its own for each half of the lanes, of opposite signs. */
+template <int kLower, int kUpper>
+KORVANE_INLINE Quad mul_half_by_half(Quad a) {
+    static_assert((kLower < 0) != (kUpper < 0));
+    const auto by_half = [](int32_t lower, int32_t upper) {
+        return _mm_setr_epi32(lower, lower, upper, upper);
+    };
+    const __m128i high = _mm_madd_epi16(a.v, by_half(kLower * 65536, kUpper * 65536));
+    const __m128i low = _mm_mulhi_epu16(a.v, by_half(kLower & 0xFFFF, kUpper & 0xFFFF));
+    const __m128i excess =
+        _mm_and_si128(a.v, by_half(kLower < 0 ? 0xFFFF : 0, kUpper < 0 ? 0xFFFF : 0));
+    return {_mm_sub_epi32(_mm_add_epi32(high, low), excess)};
+}
+/** a[0], a[1], b[0], b[1]. */
+KORVANE_INLINE Quad lower_halves(Quad a, Quad b) { return {_mm_unpacklo_epi64(a.v, b.v)}; }
 /** a[0], a[2], b[0], b[2]. */
 KORVANE_INLINE Quad even_lanes(Quad a, Quad b) {
     return {_mm_castps_si128(_mm_shuffle_ps(_mm_castsi128_ps(a.v), _mm_castsi128_ps(b.v), 0x88))};
@@ -452,6 +475,20 @@ KORVANE_INLINE Quad reverse(Quad a) {
     const int32x4_t pairs = vrev64q_s32(a.v);
     return {vextq_s32(pairs, pairs, 2)};
 }
+KORVANE_INLINE Quad swap_halves(Quad a) { return {vextq_s32(a.v, a.v, 2)}; }
+KORVANE_INLINE Quad lower_halves(Quad a, Quad b) {
+    return {vcombine_s32(vget_low_s32(a.v), vget_low_s32(b.v))};
+}
+KORVANE_INLINE Quad negate_lower(Quad a) {
+    return {vcombine_s32(vneg_s32(vget_low_s32(a.v)), vget_high_s32(a.v))};
+}
+KORVANE_INLINE Quad negate_upper(Quad a) {
+    return {vcombine_s32(vget_low_s32(a.v), vneg_s32(vget_high_s32(a.v)))};
+}
+template <int kLower, int kUpper>
+KORVANE_INLINE Quad mul_half_by_half(Quad a) {
+    return mul_half_q15(a, Quad::of(kLower, kLower, kUpper, kUpper));
+}
 KORVANE_INLINE Quad even_lanes(Quad a, Quad b) { return {vuzp1q_s32(a.v, b.v)}; }
 KORVANE_INLINE Quad odd_lanes(Quad a, Quad b) { return {vuzp2q_s32(a.v, b.v)}; }
 KORVANE_INLINE Quad zip_low(Quad a, Quad b) { return {vzip1q_s32(a.v, b.v)}; }
@@ -465,6 +502,33 @@ KORVANE_INLINE void store_two_pairs(int32_t* a, int32_t* b, Quad v) {
 }
 
 #endif
+
+/** Two lanes: the lower half of a Quad, whose upper half means nothing. Operations are Quad's. */
+struct Duo : Quad {
+    static constexpr int kLanes = 2;
+
+    Duo() = default;
+    // NOLINTNEXTLINE(google-explicit-constructor): what Quad's operations return is a Duo again
+    KORVANE_INLINE Duo(Quad q) : Quad(q) {}
+};
+
+KORVANE_INLINE void load_samples(const int16_t* const* lane, Duo* out) {
+    const int16_t* const lanes[4] = {lane[0], lane[1], lane[0], lane[1]};
+    Quad x[8];
+    load_samples(lanes, x);
+    for (int i = 0; i < 8; ++i) {
+        out[i] = x[i];
+    }
+}
+KORVANE_INLINE void store_samples(const Duo* in, int16_t* const* lane) {
+    int16_t nowhere[2][8];
+    int16_t* const lanes[4] = {lane[0], lane[1], nowhere[0], nowhere[1]};
+    Quad x[8];
+    for (int i = 0; i < 8; ++i) {
+        x[i] = in[i];
+    }
+    store_samples(x, lanes);
+}
 
 #if defined(__AVX2__)
 
@@ -604,24 +668,23 @@ KORVANE_INLINE void store_saturated(int16_t* p, Wide a) {
     _mm_storeu_si128(reinterpret_cast<__m128i*>(p), _mm_packs_epi32(group0(a).v, group1(a).v));
 }
 KORVANE_INLINE void store_low16(int16_t* p, Wide a) { store_saturated(p, asr<16>(shl<16>(a))); }
-KORVANE_INLINE Wide swap_groups(Wide a) { return {_mm256_permute4x64_epi64(a.v, 0x4E)}; }
-KORVANE_INLINE Wide negate_group0(Wide a) {
+KORVANE_INLINE Wide swap_halves(Wide a) { return {_mm256_permute4x64_epi64(a.v, 0x4E)}; }
+KORVANE_INLINE Wide negate_lower(Wide a) {
     return {_mm256_sign_epi32(a.v, _mm256_setr_epi32(-1, -1, -1, -1, 1, 1, 1, 1))};
 }
-KORVANE_INLINE Wide negate_group1(Wide a) {
+KORVANE_INLINE Wide negate_upper(Wide a) {
     return {_mm256_sign_epi32(a.v, _mm256_setr_epi32(1, 1, 1, 1, -1, -1, -1, -1))};
 }
-/** mul_half_q15 with a constant of its own for each group, of opposite signs. */
-template <int kC0, int kC1>
-KORVANE_INLINE Wide mul_half_by_group(Wide a) {
-    static_assert((kC0 < 0) != (kC1 < 0));
-    const auto by_group = [](int32_t c0, int32_t c1) {
-        return _mm256_set_m128i(_mm_set1_epi32(c1), _mm_set1_epi32(c0));
+template <int kLower, int kUpper>
+KORVANE_INLINE Wide mul_half_by_half(Wide a) {
+    static_assert((kLower < 0) != (kUpper < 0));
+    const auto by_half = [](int32_t lower, int32_t upper) {
+        return _mm256_set_m128i(_mm_set1_epi32(upper), _mm_set1_epi32(lower));
     };
-    const __m256i high = _mm256_madd_epi16(a.v, by_group(kC0 * 65536, kC1 * 65536));
-    const __m256i low = _mm256_mulhi_epu16(a.v, by_group(kC0 & 0xFFFF, kC1 & 0xFFFF));
+    const __m256i high = _mm256_madd_epi16(a.v, by_half(kLower * 65536, kUpper * 65536));
+    const __m256i low = _mm256_mulhi_epu16(a.v, by_half(kLower & 0xFFFF, kUpper & 0xFFFF));
     const __m256i excess =
-        _mm256_and_si256(a.v, by_group(kC0 < 0 ? 0xFFFF : 0, kC1 < 0 ? 0xFFFF : 0));
+        _mm256_and_si256(a.v, by_half(kLower < 0 ? 0xFFFF : 0, kUpper < 0 ? 0xFFFF : 0));
     return {_mm256_sub_epi32(_mm256_add_epi32(high, low), excess)};
 }
 KORVANE_INLINE void store_interleaved(int16_t* p, Wide even, Wide odd) {

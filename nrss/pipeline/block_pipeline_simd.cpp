@@ -8,11 +8,13 @@
 // hop, transformed back and overlapped side by side.
 //
 // A batch has kHops hops of each of its channels, the channels one after the other:
-//     Quad, 4 hops    one channel           Quad, 2 hops    two channels (or one, and an idle one)
+//     Quad, 4 hops    one channel           Duo, 2 hops     one channel
 //     Wide, 4 hops    two channels, where Wide has eight lanes
+//     Quad, 2 hops    two channels
 // "The hop before" is then the lane before, and for the first hop what the last batch left.
 
 #include <algorithm>
+#include <type_traits>
 
 #include "dsp/fft288_batch.h"
 #include "dsp/filter_bank_simd.h"
@@ -35,7 +37,7 @@ struct Signal {
 /** The work area of a batch; one for each vector type. */
 template <class V>
 struct BatchArea {
-    Complex<V> work[kComplexSize];
+    Work<V> work[kComplexSize];
     V spectrum[kFrameSize];
 };
 
@@ -64,10 +66,10 @@ constexpr int kChannelsOf = V::kLanes / kHops;
 /** Word k of every channel's kept array, in the lane of its first hop. */
 template <class V, int kHops>
 KORVANE_INLINE V gather_kept(const int32_t* const* kept, int k) {
-    if constexpr (kHops == 2) {
-        return pair4(kept[0][k], kept[1][k]);
-    } else if constexpr (V::kLanes == 4) {
+    if constexpr (kChannelsOf<V, kHops> == 1) {
         return single4(kept[0][k]);
+    } else if constexpr (kHops == 2) {
+        return pair4(kept[0][k], kept[1][k]);
     } else {
         return V::join(single4(kept[0][k]), single4(kept[1][k]));
     }
@@ -77,10 +79,10 @@ KORVANE_INLINE V gather_kept(const int32_t* const* kept, int k) {
 template <class V, int kHops>
 KORVANE_INLINE void scatter_kept(V v, int32_t* const* kept, int k) {
     kept[0][k] = lane0(group0(v));
-    if constexpr (kHops == 2) {
-        kept[1][k] = lane2(v);
-    } else if constexpr (V::kLanes == 8) {
+    if constexpr (V::kLanes == 8) {
         kept[1][k] = lane0(group1(v));
+    } else if constexpr (kChannelsOf<V, kHops> == 2) {
+        kept[1][k] = lane2(v);
     }
 }
 
@@ -99,7 +101,7 @@ KORVANE_INLINE V from_hop_before(V v, int32_t* const* kept, int k) {
 /** Windows the hops of a batch into frames, as NRSS_WindowFrame does, where the transform wants
  * them. */
 template <class V, int kHops>
-void window_frames(const Signal* signals, Complex<V>* work) {
+void window_frames(const Signal* signals, Work<V>* work) {
     constexpr int kChannels = kChannelsOf<V, kHops>;
     const int32_t* const w = wide_window;
     const int16_t* lane[V::kLanes];
@@ -122,8 +124,8 @@ void window_frames(const Signal* signals, Complex<V>* work) {
                 return asr<15>(mul_samples(x[n - k], V::broadcast(w[kHopSize - 1 - n])));
             };
             const int n = k + i;
-            store_parts(&entry(work, n / 2), rising_part(n), rising_part(n + 1));
-            store_parts(&entry(work, (kHopSize + n) / 2), falling_part(n), falling_part(n + 1));
+            store_parts(entry(work, n / 2), rising_part(n), rising_part(n + 1));
+            store_parts(entry(work, (kHopSize + n) / 2), falling_part(n), falling_part(n + 1));
         }
         for (int l = 0; l < V::kLanes; ++l) {
             lane[l] += 8;
@@ -181,7 +183,7 @@ void weight_bins(V* spectrum) {
 
 /** Turns processed frames into samples, as NRSS_OverlapAdd does. */
 template <class V, int kHops>
-void overlap_add(const Complex<V>* work, const Signal* signals) {
+void overlap_add(const Work<V>* work, const Signal* signals) {
     constexpr int kChannels = kChannelsOf<V, kHops>;
     const int32_t* const w = wide_window;
     int16_t* lane[V::kLanes];
@@ -202,8 +204,8 @@ void overlap_add(const Complex<V>* work, const Signal* signals) {
                     mul_half_positive(add_wrap(before, before), V::broadcast(w[kHopSize - 1 - n])));
             };
             const int n = k + i;
-            const Complex<V>& head = result(work, n / 2);
-            const Complex<V>& end = result(work, (kHopSize + n) / 2);
+            const Complex<V> head = load_parts(result(work, n / 2));
+            const Complex<V> end = load_parts(result(work, (kHopSize + n) / 2));
             x[i] = sample(n, head.re, end.re);
             x[i + 1] = sample(n + 1, head.im, end.im);
         }
@@ -230,17 +232,18 @@ void full_band_batch(const Signal* signals, bool computes_gains) {
 }
 
 /** A batch of the low band; extra[h] is the energy of channel 0's high band in hop h. */
+template <class V>
 void low_band_batch(const Signal* signals, const int32_t* extra) {
-    BatchArea<Quad>& area = batch_area<Quad>;
-    window_frames<Quad, 2>(signals, area.work);
+    BatchArea<V>& area = batch_area<V>;
+    window_frames<V, 2>(signals, area.work);
     forward_batch<7>(area.work, area.spectrum);
-    channel0_powers<Quad, 2>(area.spectrum);
+    channel0_powers<V, 2>(area.spectrum);
     hop_power[0][kBins] = extra[0];
     hop_power[1][kBins] = extra[1];
     compute_gains_of_hops(2, 1);
-    weight_bins<Quad, 2>(area.spectrum);
+    weight_bins<V, 2>(area.spectrum);
     inverse_batch(area.spectrum, area.work);
-    overlap_add<Quad, 2>(area.work, signals);
+    overlap_add<V, 2>(area.work, signals);
 }
 
 /** The high band of one channel: two hops windowed, weighted by one gain each, and overlapped. The
@@ -303,10 +306,6 @@ class HighBand {
     const int16_t* w_;
 };
 
-// The idle second channel of a batch that has room for two.
-constinit int16_t idle_samples[2 * kHopSize] = {};
-constinit int32_t idle_kept[2][kHopSize] = {};
-
 Signal channel0_frames(int16_t* x) {
     return {x, x, nrss_state.ch0_frame_a, nrss_state.ch0_frame_b + kHopSize};
 }
@@ -314,8 +313,6 @@ Signal channel0_frames(int16_t* x) {
 Signal channel1_frames(int16_t* x) {
     return {x, x, nrss_state.ch1_frame_a, nrss_state.ch1_frame_b + kHopSize};
 }
-
-Signal idle_channel() { return {idle_samples, idle_samples, idle_kept[0], idle_kept[1]}; }
 
 void full_band(int16_t* ch0, int16_t* ch1, int32_t n) {
     const bool two_channels = ch1 != ch0;
@@ -332,9 +329,12 @@ void full_band(int16_t* ch0, int16_t* ch1, int32_t n) {
         }
     }
     if (n - start >= 2 * kHopSize) {
-        const Signal signals[2] = {channel0_frames(ch0 + start),
-                                   two_channels ? channel1_frames(ch1 + start) : idle_channel()};
-        full_band_batch<Quad, 2>(signals, true);
+        const Signal signals[2] = {channel0_frames(ch0 + start), channel1_frames(ch1 + start)};
+        if (two_channels) {
+            full_band_batch<Quad, 2>(signals, true);
+        } else {
+            full_band_batch<Duo, 2>(signals, true);
+        }
     }
 }
 
@@ -352,13 +352,13 @@ void two_band_block(int16_t* ch0, int16_t* ch1) {
     split_bands<kChannels>(x, split_state, branch_history, channel_bands);
 
     const Signal low[2] = {channel0_frames(channel_bands[0].low),
-                           kChannels == 2 ? channel1_frames(channel_bands[1].low) : idle_channel()};
+                           channel1_frames(channel_bands[1].low)};
     int16_t* const high0 = channel_bands[0].high;
     int16_t* const high1 = channel_bands[1].high;
     const HighBand high[2] = {HighBand({high0, high0, ch0_high_a, ch0_high_b + kHopSize}),
                               HighBand({high1, high1, ch1_high_a, ch1_high_b + kHopSize})};
     const int32_t energy[2] = {high[0].energy(0), high[0].energy(1)};
-    low_band_batch(low, energy);
+    low_band_batch<std::conditional_t<kChannels == 2, Quad, Duo>>(low, energy);
     for (int c = 0; c < kChannels; ++c) {
         high[c].process();
     }
