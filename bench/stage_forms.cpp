@@ -8,7 +8,7 @@ namespace korvane::KORVANE_ISA {
 
 namespace {
 
-constinit Complex<Wide> work[kComplexSize] = {};
+constinit Work<Wide> work[kComplexSize] = {};
 constinit Wide spectrum[kFrameSize] = {};
 
 void forward() { forward_batch<8>(work, spectrum); }

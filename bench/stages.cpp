@@ -18,6 +18,7 @@
 #include "korvane_nrss.h"
 #include "korvane_vad.h"
 #include "nrss/gain/nrss_state.h"
+#include "nrss/pipeline/block_pipeline.h"
 #include "nrss/pipeline/framing.h"
 
 // Where the library's log goes meanwhile: nowhere.
@@ -41,18 +42,25 @@ struct Form {
     InstructionSet set;
     const char* name;
     const StageForms* vector_stages;  // null in plain code
+    Transform forward;
+    Transform inverse;
+    ProcessBlocks process_blocks;
 };
 
 /** What this build contains and this machine has. */
 std::vector<Form> available_forms() {
-    std::vector<Form> forms = {{InstructionSet::kPlain, "plain", nullptr}};
+    std::vector<Form> forms = {{InstructionSet::kPlain, "plain", nullptr, real_fft288_plain,
+                                real_ifft288_plain, process_blocks_plain}};
 #if defined(KORVANE_SIMD) && defined(__x86_64__)
-    forms.push_back({InstructionSet::kSse2, "sse2", &sse2::stage_forms});
+    forms.push_back({InstructionSet::kSse2, "sse2", &sse2::stage_forms, sse2::real_fft288,
+                     sse2::real_ifft288, sse2::process_blocks});
     if (instruction_set() == InstructionSet::kAvx2) {
-        forms.push_back({InstructionSet::kAvx2, "avx2", &avx2::stage_forms});
+        forms.push_back({InstructionSet::kAvx2, "avx2", &avx2::stage_forms, avx2::real_fft288,
+                         avx2::real_ifft288, avx2::process_blocks});
     }
 #elif defined(KORVANE_SIMD) && defined(__aarch64__)
-    forms.push_back({InstructionSet::kNeon, "neon", &neon::stage_forms});
+    forms.push_back({InstructionSet::kNeon, "neon", &neon::stage_forms, neon::real_fft288,
+                     neon::real_ifft288, neon::process_blocks});
 #endif
     return forms;
 }
@@ -227,12 +235,13 @@ void framing_plain(State& state) {
 
 // ---- The whole ----------------------------------------------------------------------------------
 
-void block_core(State& state, InstructionSet set, int rate, int channels) {
+void block_core(State& state, InstructionSet set, ProcessBlocks process_blocks, int rate,
+                int channels) {
     Blocks blocks(rate, channels);
     start_up(set, rate, blocks);
     for (auto _ : state) {
         const auto x = blocks.next();
-        Tolu_NRSS_Nonintlvd(x[0], x[1], kBlock);
+        process_blocks(x[0], x[1], kBlock);
         benchmark::ClobberMemory();
     }
     report(state, "block");
@@ -283,9 +292,11 @@ void register_all() {
     for (const Form& form : available_forms()) {
         const InstructionSet set = form.set;
         const StageForms* const stages = form.vector_stages;
+        // A build with vector code runs the plain form only where it is called by name.
+        const bool whole = stages != nullptr || available_forms().size() == 1;
         const std::string slash_name = std::string("/") + form.name;
-        add("real_fft288" + slash_name, [=](State& s) { transform(s, set, real_fft288); });
-        add("real_ifft288" + slash_name, [=](State& s) { transform(s, set, real_ifft288); });
+        add("real_fft288" + slash_name, [=](State& s) { transform(s, set, form.forward); });
+        add("real_ifft288" + slash_name, [=](State& s) { transform(s, set, form.inverse); });
         if (stages != nullptr) {
             const int frames = stages->batch_frames;
             add("forward_batch" + slash_name,
@@ -302,14 +313,19 @@ void register_all() {
                 [=](State& s) { filter_bank(s, stages, channels); });
             for (const int rate : {8000, 16000, 22050, 48000}) {
                 add("block_core" + slash_name + "/" + std::to_string(rate) + slash_channels,
-                    [=](State& s) { block_core(s, set, rate, channels); });
+                    [=](State& s) { block_core(s, set, form.process_blocks, rate, channels); });
             }
             for (const int rate : {16000, 48000}) {
+                if (!whole) {
+                    continue;
+                }
                 add("detector" + slash_name + "/" + std::to_string(rate) + slash_channels,
                     [=](State& s) { detector(s, set, rate, channels); });
             }
         }
-        add("initialisation" + slash_name, [=](State& s) { initialisation(s, set); });
+        if (whole) {
+            add("initialisation" + slash_name, [=](State& s) { initialisation(s, set); });
+        }
     }
 }
 

@@ -7,7 +7,7 @@ namespace korvane {
 
 namespace {
 
-// The 144-point result with index k stands, after both passes, at row kDigitrev9[4k mod 9] and
+// The 144-point result with index k stands, after both passes, at row fft_digitrev9[4k mod 9] and
 // column fft_bitrev16[9k mod 16]: 4 is the inverse of 16 modulo 9, and 9 its own inverse modulo 16.
 constexpr int32_t kBitrev16[kColumns] = {0, 8, 4, 12, 2, 10, 6, 14, 1, 9, 5, 13, 3, 11, 7, 15};
 constexpr int32_t fft_digitrev9[kRows] = {0, 3, 6, 1, 4, 7, 2, 5, 8};

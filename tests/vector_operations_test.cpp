@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
 #include <vector>
 
@@ -58,10 +59,8 @@ void check_operations() {
     const std::vector<int32_t> a = corner_values();
     std::vector<int32_t> b(a.rbegin(), a.rend());
     const auto limited = [&](auto limit) {
-        std::vector<int32_t> v;
-        for (const int32_t x : b) {
-            v.push_back(limit(x));
-        }
+        std::vector<int32_t> v(b.size());
+        std::transform(b.begin(), b.end(), v.begin(), limit);
         return v;
     };
     const auto any16 =
@@ -117,12 +116,11 @@ template <class V>
 void check_gain_arithmetic() {
     const std::vector<int32_t> a = corner_values();
     const std::vector<int32_t> b(a.rbegin(), a.rend());
-    std::vector<int32_t> positive_a;
-    std::vector<int32_t> positive_b;
-    for (size_t i = 0; i < a.size(); ++i) {
-        positive_a.push_back(a[i] & INT32_MAX);
-        positive_b.push_back(b[i] & INT32_MAX);
+    std::vector<int32_t> positive_a(a);
+    for (int32_t& v : positive_a) {
+        v &= INT32_MAX;
     }
+    const std::vector<int32_t> positive_b(positive_a.rbegin(), positive_a.rend());
     const auto ratio = [](int32_t x, int32_t y) { return ratio_q30<int32_t, true>(x, y); };
     const auto root = [](int32_t x, int32_t) { return sqrt_q15<int32_t, true>(x); };
     expect_same<V>(
