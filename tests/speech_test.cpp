@@ -1,5 +1,5 @@
-// Real speech, through the public calls: it is found where it is and silence is not. The recordings are those of Debian's alsa-utils (48 kHz) and
-// asterisk-core-sounds-en-wav (8 kHz).
+// Real speech, through the public calls: it is found where it is and silence is not. The recordings are
+// those of Debian's alsa-utils (48 kHz) and asterisk-core-sounds-en-wav (8 kHz).
 
 #include <gtest/gtest.h>
 #include <sndfile.h>
@@ -42,11 +42,12 @@ Samples read_recording(const std::string& path) {
     return x;
 }
 
-/** Means of three samples: a third of the rate, with a treble that folds over. */
-Samples third(const Samples& x) {
+/** The recording of 48000 Hz at another rate, by linear interpolation; the treble folds over. */
+Samples resampled(const Samples& x, int rate) {
     Samples y;
-    for (size_t i = 0; i + 2 < x.size(); i += 3) {
-        y.push_back(static_cast<int16_t>((x[i] + x[i + 1] + x[i + 2]) / 3));
+    for (int64_t at = 0; at / rate + 1 < static_cast<int64_t>(x.size()); at += 48000) {
+        const auto i = static_cast<size_t>(at / rate);
+        y.push_back(static_cast<int16_t>(x[i] + (x[i + 1] - x[i]) * (at % rate) / rate));
     }
     return y;
 }
@@ -72,7 +73,7 @@ struct Scene {
         samples.resize(gap);
         for (const char* const name : names) {
             const Samples recording = read_recording(folder + name + ".wav");
-            const Samples utterance = rate == 16000 ? third(recording) : recording;
+            const Samples utterance = rate == 8000 ? recording : resampled(recording, rate);
             utterances.push_back({samples.size(), samples.size() + utterance.size()});
             samples.insert(samples.end(), utterance.begin(), utterance.end());
             samples.resize(samples.size() + gap);
@@ -160,7 +161,7 @@ class Speech : public testing::TestWithParam<int> {
     }
 };
 
-INSTANTIATE_TEST_SUITE_P(Rates, Speech, testing::Values(8000, 16000, 48000),
+INSTANTIATE_TEST_SUITE_P(Rates, Speech, testing::Values(8000, 16000, 44100, 48000),
                          testing::PrintToStringParamName());
 
 TEST_P(Speech, IsFoundWhereItIsAndSilenceIsNot) {
