@@ -34,12 +34,20 @@ struct Signal {
     int32_t* tail;    // [0..143] second half of the last processed frame
 };
 
-/** The work area of a batch; one for each vector type. */
+/** The work area of a batch; carries nothing from one batch to the next. */
 template <class V>
 struct BatchArea {
     Work<V> work[kComplexSize];
     V spectrum[kFrameSize];
 };
+
+/** One place for the areas of all vector types, the widest of which it holds. */
+alignas(BatchArea<Wide>) constinit unsigned char batch_storage[sizeof(BatchArea<Wide>)] = {};
+
+template <class V>
+BatchArea<V>& batch_area() {
+    return *reinterpret_cast<BatchArea<V>*>(batch_storage);
+}
 
 constexpr int kMaxHops = 4;
 
@@ -55,8 +63,6 @@ constexpr auto wide_window = [] {
     return table;
 }();
 
-template <class V>
-constinit BatchArea<V> batch_area = {};
 alignas(32) constinit int32_t hop_power[kMaxHops][kRowSize] = {};
 alignas(32) constinit int16_t hop_gain[kMaxHops][kRowSize] = {};
 
@@ -219,7 +225,7 @@ void overlap_add(const Work<V>* work, const Signal* signals) {
 /** A batch of the full band; the gains are computed by the batch that has channel 0. */
 template <class V, int kHops>
 void full_band_batch(const Signal* signals, bool computes_gains) {
-    BatchArea<V>& area = batch_area<V>;
+    BatchArea<V>& area = batch_area<V>();
     window_frames<V, kHops>(signals, area.work);
     forward_batch<8>(area.work, area.spectrum);
     if (computes_gains) {
@@ -234,7 +240,7 @@ void full_band_batch(const Signal* signals, bool computes_gains) {
 /** A batch of the low band; extra[h] is the energy of channel 0's high band in hop h. */
 template <class V>
 void low_band_batch(const Signal* signals, const int32_t* extra) {
-    BatchArea<V>& area = batch_area<V>;
+    BatchArea<V>& area = batch_area<V>();
     window_frames<V, 2>(signals, area.work);
     forward_batch<7>(area.work, area.spectrum);
     channel0_powers<V, 2>(area.spectrum);
