@@ -1,6 +1,5 @@
 #include "detector/level_decision.h"
 
-#include <algorithm>
 #include <cmath>
 
 #include "dsp/fixed_point.h"
@@ -10,14 +9,57 @@ namespace korvane {
 
 constinit VorState vor_state = {};
 
-double level_db(const int16_t* x, int n) {
+namespace {
+
+constexpr double kFullScaleSquare = 1073741824.0;  // 32768^2 is 0 dB
+constexpr double kSilence = 1e-7;                  // added to the RMS value, keeps silence finite
+
+/** A level, and the mean squares, as fractions of full scale, between which only the logarithm tells on
+ * which side of it a frame lies: (10^(decibels/20) - 1e-7)^2 -+ 1e-9 of it. That is 4e-9 dB to either
+ * side, a hundred thousand times what the rounding of any library's square root and logarithm adds up
+ * to. */
+struct Threshold {
+    double decibels;
+    double surely_below;
+    double surely_above;
+};
+
+constexpr Threshold threshold(double decibels, double amplitude) {
+    const double rms = amplitude - kSilence;
+    return {decibels, rms * rms * (1 - 1e-9), rms * rms * (1 + 1e-9)};
+}
+
+constexpr Threshold kEnter = threshold(-45.0, 5.6234132519034908e-3);  // 10^(-45/20)
+constexpr Threshold kStay = threshold(-50.0, 3.1622776601683793e-3);   // 10^(-50/20)
+constexpr Threshold kFullScale = threshold(0.0, 1.0);
+
+uint64_t sum_of_squares(const int16_t* x, int n) {
     uint64_t sum = 0;
     for (int i = 0; i < n; ++i) {
         sum += static_cast<uint32_t>(x[i] * x[i]);
     }
-    const double mean_square = static_cast<double>(sum) / (static_cast<double>(n) * 1073741824.0);
-    return 20.0 * std::log10(std::sqrt(mean_square) + 1e-7);  // 1e-7 keeps silence finite
+    return sum;
 }
+
+double mean_square(const int16_t* x, int n) {
+    const double sum = static_cast<double>(sum_of_squares(x, n));
+    return sum / (static_cast<double>(n) * kFullScaleSquare);
+}
+
+double decibels(double mean_square) { return 20.0 * std::log10(std::sqrt(mean_square) + kSilence); }
+
+/** Whether the level of a frame lies above a threshold; n is not 0. */
+bool is_above(const int16_t* x, int n, const Threshold& t) {
+    const double square = mean_square(x, n);
+    if (square < t.surely_below || square > t.surely_above) {
+        return square > t.surely_above;
+    }
+    return decibels(square) > t.decibels;
+}
+
+}  // namespace
+
+double level_db(const int16_t* x, int n) { return decibels(mean_square(x, n)); }
 
 }  // namespace korvane
 
@@ -37,17 +79,16 @@ int OLM_VOR(const int16_t* ch0, const int16_t* ch1, int n) {
     using namespace korvane;
     VorState& s = vor_state;
 
-    double level = level_db(ch0, n);
-    if (ch1 != nullptr) {
-        level = std::max(level, level_db(ch1, n));
-    }
     const bool speech = s.speech != 0;
-    const double threshold =
-        speech ? (s.stay_enabled != 0 ? -50.0 : 0.0) : (s.enter_enabled != 0 ? -45.0 : 0.0);
+    const bool enabled = (speech ? s.stay_enabled : s.enter_enabled) != 0;
+    const Threshold& t = !enabled ? kFullScale : speech ? kStay : kEnter;
 
-    // A countdown runs only while frames keep to the other side of the threshold. No level at all
-    // (n = 0) lies on neither side.
-    const bool leaving = speech ? level <= threshold : level > threshold;
+    // A countdown runs only while frames keep to the other side of the threshold; of two channels the
+    // louder decides. No level at all (n = 0) lies on neither side.
+    const auto above = [&] {
+        return is_above(ch0, n, t) || (ch1 != nullptr && is_above(ch1, n, t));
+    };
+    const bool leaving = n != 0 && above() != speech;
     if (!leaving) {
         s.countdown = 0;
         return static_cast<int>(s.speech);
