@@ -44,8 +44,8 @@ struct PairedTimes {
     Summary ratio;   ///< second / first, of each round
 };
 
-/** kRounds rounds; in each, both candidates run again and again for kRoundSeconds, the one that went
- * last in the round before going first. */
+/** kRounds rounds; in each, both candidates run again and again for kRoundSeconds, the one that
+ * went last in the round before going first. */
 PairedTimes alternate(const TimedRun& first, const TimedRun& second);
 
 /** Rounds of one candidate alone: seconds per run. */

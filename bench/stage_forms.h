@@ -1,6 +1,6 @@
 /**
- * The stages of the vector code, one set of ways in for each instruction set; they live in templates
- * that only code built for the same set may instantiate.
+ * The stages of the vector code, one set of ways in for each instruction set; they live in
+ * templates that only code built for the same set may instantiate.
  */
 #ifndef KORVANE_BENCH_STAGE_FORMS_H
 #define KORVANE_BENCH_STAGE_FORMS_H

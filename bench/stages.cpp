@@ -1,7 +1,7 @@
 // Each stage on its own and the whole, in every form that this machine runs: Google Benchmark.
 //
-// Names are STAGE/INSTRUCTION SET/...; "frame" is the time of one frame of 288 values, "block" that of
-// 576 samples a channel.
+// Names are STAGE/INSTRUCTION SET/...; "frame" is the time of one frame of 288 values, "block"
+// that of 576 samples a channel.
 #include <benchmark/benchmark.h>
 
 #include <algorithm>

@@ -14,10 +14,10 @@ namespace {
 constexpr double kFullScaleSquare = 1073741824.0;  // 32768^2 is 0 dB
 constexpr double kSilence = 1e-7;                  // added to the RMS value, keeps silence finite
 
-/** A level, and the mean squares, as fractions of full scale, between which only the logarithm tells on
- * which side of it a frame lies: (10^(decibels/20) - 1e-7)^2 -+ 1e-9 of it. That is 4e-9 dB to either
- * side, a hundred thousand times what the rounding of any library's square root and logarithm adds up
- * to. */
+/** A level, and the mean squares, as fractions of full scale, between which only the logarithm
+ * tells on which side of it a frame lies: (10^(decibels/20) - 1e-7)^2 -+ 1e-9 of it. That is 4e-9
+ * dB to either side, a hundred thousand times what the rounding of any library's square root and
+ * logarithm adds up to. */
 struct Threshold {
     double decibels;
     double surely_below;
@@ -83,8 +83,8 @@ int OLM_VOR(const int16_t* ch0, const int16_t* ch1, int n) {
     const bool enabled = (speech ? s.stay_enabled : s.enter_enabled) != 0;
     const Threshold& t = !enabled ? kFullScale : speech ? kStay : kEnter;
 
-    // A countdown runs only while frames keep to the other side of the threshold; of two channels the
-    // louder decides. No level at all (n = 0) lies on neither side.
+    // A countdown runs only while frames keep to the other side of the threshold; of two channels
+    // the louder decides. No level at all (n = 0) lies on neither side.
     const auto above = [&] {
         return is_above(ch0, n, t) || (ch1 != nullptr && is_above(ch1, n, t));
     };

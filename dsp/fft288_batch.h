@@ -71,8 +71,8 @@ KORVANE_INLINE const Z& result(const Z* work, int m) {
     return work[result_index[static_cast<unsigned>(m)]];
 }
 
-/** Complex values with both parts in one vector: the real parts in its lower half, the imaginary ones in
- * the upper. The passes take half the instructions that way. */
+/** Complex values with both parts in one vector: the real parts in its lower half, the imaginary
+ * ones in the upper. The passes take half the instructions that way. */
 template <class P>
 struct Packed {
     P v;
@@ -108,7 +108,7 @@ KORVANE_INLINE Packed<P> half_scaled_turn(Packed<P> a) {
     return {mul_half_by_half<kC, -kC>(swap_halves(a.v))};
 }
 
-/** How the work area keeps the complex values of a batch: two frames packed, more in two vectors. */
+/** How the work area keeps the complex values of a batch: two frames packed, more in two parts. */
 template <class V>
 struct WorkElement {
     using type = Complex<V>;
@@ -144,8 +144,8 @@ KORVANE_INLINE void store_complex(Z* z, Z a) {
 
 #if defined(__AVX2__)
 
-// A Complex<Quad> lies in memory as a packed Wide does. It is stored in one piece too, so that the passes
-// find it so when they load it.
+// A Complex<Quad> lies in memory as a packed Wide does. It is stored in one piece too, so that the
+// passes find it so when they load it.
 KORVANE_INLINE Packed<Wide> load_complex(const Complex<Quad>* z) {
     return {Wide::load(reinterpret_cast<const int32_t*>(z))};
 }

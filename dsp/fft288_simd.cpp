@@ -1,5 +1,5 @@
-// One transform in vectors: rows 0..7 of the prime-factor work area side by side in the row pass (row 8
-// goes alone, in the integer units), then the 16 columns side by side in the column pass.
+// One transform in vectors: rows 0..7 of the prime-factor work area side by side in the row pass
+// (row 8 goes alone, in the integer units), then the 16 columns side by side in the column pass.
 
 #include "dsp/fft288_batch.h"
 
@@ -39,7 +39,8 @@ constexpr auto line_at = [] {
     return line;
 }();
 
-/** The 144-point transform of z[0..287], pairs in natural order, to out[0..287], likewise; out may be z. */
+/** The 144-point transform of z[0..287], pairs in natural order, to out[0..287], likewise; out may
+ * be z. */
 template <Direction kDirection>
 KORVANE_INLINE void transform144(int32_t* out, const int32_t* z) {
     Complex<Quad> rows[kRows][kColumns / 4];

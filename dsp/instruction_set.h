@@ -13,7 +13,7 @@ enum class InstructionSet { kUnknown, kPlain, kSse2, kAvx2, kNeon };
 InstructionSet instruction_set();
 
 /** Makes instruction_set() answer `set`, one of this build that this machine has: for tests and
- * measurements. kUnknown asks the processor again. The transforms follow at the next fft288_init. */
+ * measurements. kUnknown asks the processor again. The transforms follow at fft288_init. */
 void force_instruction_set(InstructionSet set);
 
 }  // namespace korvane

@@ -22,7 +22,8 @@
  *   korvane_vad.h. Nothing is allocated, no thread is started, nothing is locked. Calls must not
  *   overlap, not even on different buffers. The library keeps no pointer to a caller's buffer.
  *   When the library is loaded all state is zero: the suppressor is off (level 0), and until
- *   Tolu_NRSS_BufInit has run the stream hands samples straight back, unchanged and undelayed.
+ *   Tolu_NRSS_BufInit has run the stream hands samples straight back, undelayed: unchanged, or
+ *   with the suppressor on cleaned only as far as a call completes a block.
  *
  * DELAY, in samples per channel
  *   stream ring (Tolu_NRSS_Buffered, Tolu_NRSS, Tolu_NRSS_EXE)      576, at every level and rate
@@ -36,7 +37,9 @@
  * LEVEL OF THE OUTPUT
  *   With every gain open, a tone comes back at 0.5625 of its amplitude below 25000 Hz; on the
  *   two-band path at 1.125 below a quarter of the rate and at 1.0 above it. Samples saturate at
- *   -32768..32767, they never wrap. DC and the Nyquist frequency are removed from every frame.
+ *   -32768..32767, they never wrap. Every frame loses its DC and Nyquist bins, on the two-band path
+ *   those of the low band (DC and a quarter of the rate). A steady DC input is thereby weakened,
+ *   not removed: overlapping windows bring part of it back.
  *
  * NOTHING IS CHECKED unless said below. Pointers must be valid for the stated number of samples.
  */
@@ -72,9 +75,10 @@ extern "C" {
  * a re-initialisation still overlaps with what they held. The stream's ring is not touched; see
  * Tolu_NRSS_BufInit.
  *
- * For the first frames (63 at 8 and 16 kHz: 0.57 s at 16 kHz; 125 at 48 kHz: 0.75 s) every gain is
- * open while the noise estimate forms. The count of frames behind this stops at 2^31 - 1, so a
- * stream that runs for months never falls back into its start-up.
+ * For the first frames (62 below 20000 Hz: 0.56 s at 16 kHz; 85 below 25000 Hz; 124 from there on:
+ * 0.74 s at 48 kHz) every gain is open while the noise estimate forms; silent frames among them
+ * prolong this. The count of frames behind it stops at 2^31 - 1, so a stream that runs for months
+ * never falls back into its start-up.
  */
 KORVANE_API void Tolu_NRSS_Init(int32_t level, int32_t rate);
 
@@ -101,9 +105,9 @@ KORVANE_API void Tolu_NRSS_BufInit(void);
  *             Two distinct arrays must not overlap.
  * @param n    samples per channel, any number; below 1 nothing is read or written
  *
- * The output depends only on the samples, never on how they were cut into calls. The gains are
- * computed from channel 0 and applied to both. A stream may change between one and two channels:
- * channel 1 then goes on from what its ring last held.
+ * After Tolu_NRSS_BufInit the output depends only on the samples, never on how they were cut into
+ * calls. The gains are computed from channel 0 and applied to both. A stream may change between
+ * one and two channels: channel 1 then goes on from what its ring last held.
  */
 KORVANE_API void Tolu_NRSS_Buffered(int16_t* ch0, int16_t* ch1, int n);
 

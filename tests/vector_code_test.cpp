@@ -1,5 +1,5 @@
-// The vector forms of the block pipeline and of the transforms against the plain ones: the same samples
-// and the same state, bit by bit.
+// The vector forms of the block pipeline and of the transforms against the plain ones: the same
+// samples and the same state, bit by bit.
 
 #include <gtest/gtest.h>
 
@@ -118,8 +118,8 @@ struct Snapshot {
     }
 };
 
-/** Samples that drive the pipeline hard: noise at a level that changes from call to call, tones at full
- * scale that stop, silence. */
+/** Samples that drive the pipeline hard: noise at a level that changes from call to call, tones at
+ * full scale that stop, silence. */
 void fill(std::vector<int16_t>& x, int32_t n, uint32_t& seed) {
     static const char* const kinds[] = {
         "noise,0,0,0,0,",         "noise,0,0,0,9,",      "square,32767,37,0,0,",

@@ -1,5 +1,5 @@
-// The vector operations against the scalar ones of the same name, on every corner of their range. Built
-// once for each instruction set, like the code that uses them.
+// The vector operations against the scalar ones of the same name, on every corner of their range.
+// Built once for each instruction set, like the code that uses them.
 
 #include <gtest/gtest.h>
 

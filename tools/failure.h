@@ -2,6 +2,8 @@
 #ifndef KORVANE_TOOLS_FAILURE_H
 #define KORVANE_TOOLS_FAILURE_H
 
+#include <algorithm>
+#include <cctype>
 #include <stdexcept>
 #include <string>
 
@@ -9,7 +11,15 @@ namespace korvane::tool {
 
 struct Failure : std::runtime_error {
     Failure(const std::string& file, const std::string& reason)
-        : std::runtime_error(file + ": " + reason) {}
+        : std::runtime_error(one_line(file) + ": " + one_line(reason)) {}
+
+  private:
+    /** Control characters, a newline in a file's name above all, would break the message up. */
+    static std::string one_line(std::string text) {
+        std::replace_if(
+            text.begin(), text.end(), [](unsigned char c) { return std::iscntrl(c) != 0; }, '?');
+        return text;
+    }
 };
 
 }  // namespace korvane::tool

@@ -3,8 +3,8 @@
  *
  *     qemu-aarch64 -plugin ./count_instructions.so,out=FILE PROGRAM
  *
- * Debian packages no header for plugins; declared here is the part of the interface, version 1, that
- * this one uses.
+ * Debian packages no header for plugins; declared here is the part of the interface, version 1,
+ * that this one uses.
  */
 #include <inttypes.h>
 #include <stdint.h>

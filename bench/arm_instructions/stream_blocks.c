@@ -3,9 +3,9 @@
  *
  *     stream_blocks detector|core BLOCKS SIGNAL
  *
- * detector: frames of 10 ms through VoiceActivityDetectionExe, BLOCKS a multiple of 5 so that frames
- * and blocks end together. core: whole blocks through Tolu_NRSS_Nonintlvd. SIGNAL holds bare 16-bit
- * samples.
+ * detector: frames of 10 ms through VoiceActivityDetectionExe, BLOCKS a multiple of 5 so that
+ * frames and blocks end together. core: whole blocks through Tolu_NRSS_Nonintlvd. SIGNAL holds
+ * bare 16-bit samples.
  */
 #include <stdint.h>
 #include <stdio.h>

@@ -74,6 +74,8 @@ KORVANE_INLINE V sqrt_q15(V ratio) {
     const V one = constant<V>(kOneQ30);
     V e = sub_wrap(leading_zeros(ratio), constant<V>(1));  // zeros below the sign bit
     if constexpr (kWrapped) {
+        // A negative ratio has no leading zeros. The even shift is then two to the right, below,
+        // and the root's exponent (e - 1)/2 counts as 0.
         e = maximum(e, zero);
     }
     V m = shl_each(ratio,
