@@ -70,6 +70,12 @@ inline constexpr int kLanesOf = V::kLanes;
 template <>
 inline constexpr int kLanesOf<int32_t> = 1;
 
+/** Whether the _positive operations of V are worth code of their own. */
+template <class V>
+inline constexpr bool kShortPositiveForms = V::kShortPositiveForms;
+template <>
+inline constexpr bool kShortPositiveForms<int32_t> = false;
+
 template <int kBits>
 KORVANE_INLINE constexpr int32_t shl(int32_t a) {
     return shl_wrap(a, kBits);

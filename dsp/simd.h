@@ -32,6 +32,7 @@ namespace korvane::KORVANE_ISA {
 struct Quad {
     __m128i v;
     static constexpr int kLanes = 4;
+    static constexpr bool kShortPositiveForms = true;  // the _positive operations save instructions
 
     KORVANE_INLINE static Quad load(const int32_t* p) {
         return {_mm_loadu_si128(reinterpret_cast<const __m128i*>(p))};
@@ -337,6 +338,7 @@ KORVANE_INLINE void store_two_pairs(int32_t* a, int32_t* b, Quad v) {
 struct Quad {
     int32x4_t v;
     static constexpr int kLanes = 4;
+    static constexpr bool kShortPositiveForms = false;
 
     KORVANE_INLINE static Quad load(const int32_t* p) { return {vld1q_s32(p)}; }
     KORVANE_INLINE static Quad broadcast(int32_t a) { return {vdupq_n_s32(a)}; }
@@ -535,6 +537,7 @@ KORVANE_INLINE void store_samples(const Duo* in, int16_t* const* lane) {
 struct Wide {
     __m256i v;
     static constexpr int kLanes = 8;
+    static constexpr bool kShortPositiveForms = true;
 
     KORVANE_INLINE static Wide load(const int32_t* p) {
         return {_mm256_loadu_si256(reinterpret_cast<const __m256i*>(p))};

@@ -211,7 +211,7 @@ void run_gain_engine(NrssState& s, const int32_t* power, int32_t extra_bins) {
         }
     }
 
-    const bool wrapped = estimate_noise<V>(s, 0, kBins);
+    [[maybe_unused]] const bool wrapped = estimate_noise<V>(s, 0, kBins);
     if (extra) {
         estimate_noise<int32_t>(s, kBins, bins);
     }
@@ -219,10 +219,14 @@ void run_gain_engine(NrssState& s, const int32_t* power, int32_t extra_bins) {
         return;
     }
 
-    if (wrapped) {
-        subtract_noise<V, true>(s, 0, kBins);
+    if constexpr (kShortPositiveForms<V>) {
+        if (wrapped) {
+            subtract_noise<V, true>(s, 0, kBins);
+        } else {
+            subtract_noise<V, false>(s, 0, kBins);
+        }
     } else {
-        subtract_noise<V, false>(s, 0, kBins);
+        subtract_noise<V, true>(s, 0, kBins);
     }
     if (extra) {
         subtract_noise<int32_t, true>(s, kBins, bins);
