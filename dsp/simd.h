@@ -6,6 +6,7 @@
  * between sets.
  *
  *     Quad   four int32 lanes, in every set
+ *     Duo    two: the lower half of a Quad
  *     Wide   the widest vector of the set: Quad on SSE2 and NEON, eight lanes on AVX2
  *
  * All sums and shifts wrap, all products are those of dsp/fixed_point.h, lane by lane and bit by
