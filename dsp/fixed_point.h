@@ -93,10 +93,6 @@ template <int kC>
 KORVANE_INLINE constexpr int32_t mul_half_q15(int32_t a) {
     return mul_half_q15(a, kC);
 }
-template <int kC>
-KORVANE_INLINE constexpr int32_t mul_q15(int32_t a) {
-    return mul_q15(a, kC);
-}
 /** floor(a * c / 65536), c in 0..32767. */
 KORVANE_INLINE constexpr int32_t mul_half_positive(int32_t a, int32_t c) {
     return mul_half_q15(a, c);

@@ -713,11 +713,7 @@ template <class V>
 KORVANE_INLINE V neg_wrap(V a) {
     return sub_wrap(V::broadcast(0), a);
 }
-/** floor(a*c / 32768), the product formed from 2a, which wraps. */
-template <int kC, class V>
-KORVANE_INLINE V mul_q15(V a) {
-    return mul_half_q15<kC>(add_wrap(a, a));
-}
+/** floor(a*c / 32768), c in -32768..32767, the product formed from 2a, which wraps. */
 template <class V>
 KORVANE_INLINE V mul_q15(V a, V c) {
     return mul_half_q15(add_wrap(a, a), c);
