@@ -15,7 +15,7 @@ void forward() { forward_batch<8>(work, spectrum); }
 
 void inverse() { inverse_batch(spectrum, work); }
 
-void gain_engine(const int32_t* power) { run_gain_engine<Wide>(nrss_state, power, 0); }
+void gain_engine(const int32_t* power) { run_gain_engine<Braid>(nrss_state, power, 0); }
 
 constinit BranchHistory history[2][2] = {};
 constinit Bands bands[2] = {};

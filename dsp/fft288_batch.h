@@ -144,16 +144,12 @@ KORVANE_INLINE void store_complex(Z* z, Z a) {
 
 #if defined(__AVX2__)
 
-// A Complex<Quad> lies in memory as a packed Wide does. It is stored in one piece too, so that the
-// passes find it so when they load it.
+// A Complex<Quad> lies in memory as a packed Wide does.
 KORVANE_INLINE Packed<Wide> load_complex(const Complex<Quad>* z) {
     return {Wide::load(reinterpret_cast<const int32_t*>(z))};
 }
 KORVANE_INLINE void store_complex(Complex<Quad>* z, Packed<Wide> a) {
     store(reinterpret_cast<int32_t*>(z), a.v);
-}
-KORVANE_INLINE void store_parts(Complex<Quad>& z, Quad re, Quad im) {
-    store_complex(&z, {Wide::join(re, im)});
 }
 
 #endif

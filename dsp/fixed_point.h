@@ -117,7 +117,6 @@ KORVANE_INLINE constexpr int32_t select(int32_t mask, int32_t a, int32_t b) {
 }
 KORVANE_INLINE constexpr int32_t minimum(int32_t a, int32_t b) { return a < b ? a : b; }
 KORVANE_INLINE constexpr int32_t maximum(int32_t a, int32_t b) { return a > b ? a : b; }
-KORVANE_INLINE constexpr int leading_zeros_positive(int32_t a) { return leading_zeros(a); }
 /** a * 2^n modulo 2^32, n in 0..32. */
 KORVANE_INLINE constexpr int32_t shl_each(int32_t a, int32_t n) {
     return n > 31 ? 0 : shl_wrap(a, n);

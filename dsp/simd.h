@@ -8,6 +8,8 @@
  *     Quad   four int32 lanes, in every set
  *     Duo    two: the lower half of a Quad
  *     Wide   the widest vector of the set: Quad on SSE2 and NEON, eight lanes on AVX2
+ *     Braid  two Wides in step where that pays: each operation on the one, then on the other, so
+ *            that long chains of operations that wait for each other leave no gaps
  *
  * All sums and shifts wrap, all products are those of dsp/fixed_point.h, lane by lane and bit by
  * bit. A Wide of eight lanes is two groups of four; operations that move data between lanes (cycle,
@@ -162,12 +164,6 @@ KORVANE_INLINE Quad leading_zeros(Quad a) {
     const __m128i zeros = _mm_sub_epi32(_mm_set1_epi32(158), exponent);
     return {_mm_max_epi16(_mm_min_epi16(zeros, _mm_set1_epi32(32)), _mm_setzero_si128())};
 }
-/** The same, a not negative; 32 or more for zero. */
-KORVANE_INLINE Quad leading_zeros_positive(Quad a) {
-    const __m128i highest = _mm_andnot_si128(_mm_srli_epi32(a.v, 1), a.v);
-    const __m128i exponent = _mm_srli_epi32(_mm_castps_si128(_mm_cvtepi32_ps(highest)), 23);
-    return {_mm_sub_epi32(_mm_set1_epi32(158), exponent)};
-}
 /** a * 2^n, n in 0..255; 32 and more leave nothing. */
 KORVANE_INLINE Quad shl_each(Quad a, Quad n) {
 #if defined(__AVX2__)
@@ -196,6 +192,48 @@ KORVANE_INLINE Quad asr_each(Quad a, Quad n) {
     return step(a, 1, asr<1>(a));
 #endif
 }
+#if !defined(__AVX2__)
+// Values are normalised by products with a power of two, which takes shape in a float's exponent.
+
+/** The exponent bits of each value, none negative, as a float. */
+KORVANE_INLINE __m128i float_exponent(Quad a) {
+    const __m128i highest = _mm_andnot_si128(_mm_srli_epi32(a.v, 1), a.v);
+    return _mm_and_si128(_mm_castps_si128(_mm_cvtepi32_ps(highest)), _mm_set1_epi32(255 << 23));
+}
+/** The integer that the float of these exponent bits is; 0 where it is below 1 or negative. */
+KORVANE_INLINE __m128i power_of_two(__m128i exponent) {
+    return _mm_cvttps_epi32(_mm_castsi128_ps(exponent));
+}
+/** 2^n, n the bits that a value's highest one stands below the sign's neighbour: 2^30 for 1. */
+struct Scale {
+    __m128i power;
+};
+/** For a in 0..2^31-1; a value of 0 stays 0 when scaled. */
+KORVANE_INLINE Scale normalising_scale(Quad a) {
+    const __m128i sum = _mm_set1_epi32(static_cast<int32_t>(284U << 23));
+    return {power_of_two(_mm_sub_epi32(sum, float_exponent(a)))};
+}
+KORVANE_INLINE Quad scale_up(Quad a, Scale scale) { return mul_low(a, {scale.power}); }
+/** 2^(2h) and 2^(16-h), h = floor(n / 2). */
+struct RootScale {
+    __m128i up;
+    __m128i down;
+};
+KORVANE_INLINE RootScale root_scale(Quad a) {
+    const __m128i even = _mm_and_si128(float_exponent(a), _mm_set1_epi32(254 << 23));
+    const __m128i sum = _mm_set1_epi32(static_cast<int32_t>(283U << 23));
+    return {power_of_two(_mm_sub_epi32(sum, even)),
+            power_of_two(_mm_add_epi32(_mm_srli_epi32(even, 1), _mm_set1_epi32(65 << 23)))};
+}
+KORVANE_INLINE Quad scale_up(Quad a, RootScale scale) { return mul_low(a, {scale.up}); }
+/** floor(a / 2^(15+h)), a not negative. */
+KORVANE_INLINE Quad scale_down(Quad a, RootScale scale) {
+    // 2^16 does not fit the multiplier; there the value stays as it is.
+    const __m128i value = _mm_srli_epi32(a.v, 15);
+    const __m128i unscaled = _mm_cmpeq_epi32(scale.down, _mm_set1_epi32(1 << 16));
+    return {_mm_or_si128(_mm_mulhi_epu16(value, scale.down), _mm_and_si128(value, unscaled))};
+}
+#endif
 /** The sum of the lanes, wrapping. */
 KORVANE_INLINE int32_t sum_lanes(Quad a) {
     const __m128i pair = _mm_add_epi32(a.v, _mm_shuffle_epi32(a.v, 0x4E));
@@ -279,8 +317,6 @@ KORVANE_INLINE void store_samples(const Quad* in, int16_t* const* lane) {
 KORVANE_INLINE void store_saturated(int16_t* p, Quad a) {
     _mm_storel_epi64(reinterpret_cast<__m128i*>(p), _mm_packs_epi32(a.v, a.v));
 }
-/** Stores the low 16 bits of four lanes. */
-KORVANE_INLINE void store_low16(int16_t* p, Quad a) { store_saturated(p, asr<16>(shl<16>(a))); }
 /** Saturates to 16 bits and stores even[0], odd[0], even[1], odd[1], ... */
 KORVANE_INLINE void store_interleaved(int16_t* p, Quad even, Quad odd) {
     const __m128i both = _mm_packs_epi32(even.v, odd.v);
@@ -391,7 +427,6 @@ KORVANE_INLINE Quad mul_half_upper(Quad a, Quad b) { return mul_half_q15(a, asr<
 KORVANE_INLINE Quad mul_half_upper_positive(Quad a, Quad b) { return mul_half_upper(a, b); }
 KORVANE_INLINE Quad mul_samples(Quad a, Quad b) { return mul_low(a, b); }
 KORVANE_INLINE Quad leading_zeros(Quad a) { return {vclzq_s32(a.v)}; }
-KORVANE_INLINE Quad leading_zeros_positive(Quad a) { return leading_zeros(a); }
 KORVANE_INLINE Quad shl_each(Quad a, Quad n) { return {vshlq_s32(a.v, n.v)}; }
 KORVANE_INLINE Quad asr_each(Quad a, Quad n) { return {vshlq_s32(a.v, vnegq_s32(n.v))}; }
 KORVANE_INLINE int32_t sum_lanes(Quad a) { return vaddvq_s32(a.v); }
@@ -470,9 +505,9 @@ KORVANE_INLINE void store_samples(const Quad* in, int16_t* const* lane) {
     vst1q_s16(lane[3], vcombine_s16(vget_high_s16(early23), vget_high_s16(late23)));
 }
 KORVANE_INLINE void store_saturated(int16_t* p, Quad a) { vst1_s16(p, vqmovn_s32(a.v)); }
-KORVANE_INLINE void store_low16(int16_t* p, Quad a) { vst1_s16(p, vmovn_s32(a.v)); }
 KORVANE_INLINE void store_interleaved(int16_t* p, Quad even, Quad odd) {
-    vst2_s16(p, {{vqmovn_s32(even.v), vqmovn_s32(odd.v)}});
+    const int16x4x2_t pairs = {{vqmovn_s32(even.v), vqmovn_s32(odd.v)}};
+    vst2_s16(p, pairs);
 }
 KORVANE_INLINE Quad reverse(Quad a) {
     const int32x4_t pairs = vrev64q_s32(a.v);
@@ -573,7 +608,9 @@ KORVANE_INLINE Wide lsr(Wide a) {
 }
 KORVANE_INLINE Wide greater(Wide a, Wide b) { return {_mm256_cmpgt_epi32(a.v, b.v)}; }
 KORVANE_INLINE Wide select(Wide mask, Wide a, Wide b) {
-    return {_mm256_blendv_epi8(b.v, a.v, mask.v)};
+    // The blend of floats, by the sign bits: it runs on more units than the blend of bytes.
+    return {_mm256_castps_si256(_mm256_blendv_ps(_mm256_castsi256_ps(b.v), _mm256_castsi256_ps(a.v),
+                                                 _mm256_castsi256_ps(mask.v)))};
 }
 KORVANE_INLINE Wide minimum(Wide a, Wide b) { return {_mm256_min_epi32(a.v, b.v)}; }
 KORVANE_INLINE Wide maximum(Wide a, Wide b) { return {_mm256_max_epi32(a.v, b.v)}; }
@@ -627,11 +664,33 @@ KORVANE_INLINE Wide leading_zeros(Wide a) {
     return {
         _mm256_max_epi16(_mm256_min_epi16(zeros, _mm256_set1_epi32(32)), _mm256_setzero_si256())};
 }
-KORVANE_INLINE Wide leading_zeros_positive(Wide a) {
+/** The float of the highest bit of each value, none negative. */
+KORVANE_INLINE __m256i float_of_highest(Wide a) {
     const __m256i highest = _mm256_andnot_si256(_mm256_srli_epi32(a.v, 1), a.v);
-    const __m256i exponent =
-        _mm256_srli_epi32(_mm256_castps_si256(_mm256_cvtepi32_ps(highest)), 23);
-    return {_mm256_sub_epi32(_mm256_set1_epi32(158), exponent)};
+    return _mm256_castps_si256(_mm256_cvtepi32_ps(highest));
+}
+/** n, the bits that a value's highest one stands below the sign's neighbour: 30 for 1. */
+struct Scale {
+    __m256i n;
+};
+/** For a in 0..2^31-1; a value of 0 stays 0 when scaled. */
+KORVANE_INLINE Scale normalising_scale(Wide a) {
+    return {_mm256_sub_epi32(_mm256_set1_epi32(157), _mm256_srli_epi32(float_of_highest(a), 23))};
+}
+KORVANE_INLINE Wide scale_up(Wide a, Scale scale) { return {_mm256_sllv_epi32(a.v, scale.n)}; }
+/** h = floor(n / 2). */
+struct RootScale {
+    __m256i h;
+};
+KORVANE_INLINE RootScale root_scale(Wide a) {
+    return {_mm256_sub_epi32(_mm256_set1_epi32(78), _mm256_srli_epi32(float_of_highest(a), 24))};
+}
+KORVANE_INLINE Wide scale_up(Wide a, RootScale scale) {
+    return {_mm256_sllv_epi32(a.v, _mm256_add_epi32(scale.h, scale.h))};
+}
+/** floor(a / 2^(15+h)), a not negative. */
+KORVANE_INLINE Wide scale_down(Wide a, RootScale scale) {
+    return {_mm256_srlv_epi32(a.v, _mm256_add_epi32(scale.h, _mm256_set1_epi32(15)))};
 }
 KORVANE_INLINE Wide shl_each(Wide a, Wide n) { return {_mm256_sllv_epi32(a.v, n.v)}; }
 KORVANE_INLINE Wide asr_each(Wide a, Wide n) { return {_mm256_srav_epi32(a.v, n.v)}; }
@@ -671,7 +730,6 @@ KORVANE_INLINE void store_samples(const Wide* in, int16_t* const* lane) {
 KORVANE_INLINE void store_saturated(int16_t* p, Wide a) {
     _mm_storeu_si128(reinterpret_cast<__m128i*>(p), _mm_packs_epi32(group0(a).v, group1(a).v));
 }
-KORVANE_INLINE void store_low16(int16_t* p, Wide a) { store_saturated(p, asr<16>(shl<16>(a))); }
 KORVANE_INLINE Wide swap_halves(Wide a) { return {_mm256_permute4x64_epi64(a.v, 0x4E)}; }
 KORVANE_INLINE Wide negate_lower(Wide a) {
     return {_mm256_sign_epi32(a.v, _mm256_setr_epi32(-1, -1, -1, -1, 1, 1, 1, 1))};
@@ -702,6 +760,102 @@ KORVANE_INLINE Wide reverse(Wide a) {
 #else
 
 using Wide = Quad;
+
+#endif
+
+#if defined(__SSE2__)
+
+struct Braid {
+    Wide a;
+    Wide b;
+    static constexpr int kLanes = 2 * Wide::kLanes;
+    static constexpr bool kShortPositiveForms = Wide::kShortPositiveForms;
+
+    KORVANE_INLINE static Braid load(const int32_t* p) {
+        return {Wide::load(p), Wide::load(p + Wide::kLanes)};
+    }
+    KORVANE_INLINE static Braid broadcast(int32_t a) {
+        return {Wide::broadcast(a), Wide::broadcast(a)};
+    }
+    KORVANE_INLINE static Braid extend(const int16_t* p) {
+        return {Wide::extend(p), Wide::extend(p + Wide::kLanes)};
+    }
+};
+
+KORVANE_INLINE void store(int32_t* p, Braid x) {
+    store(p, x.a);
+    store(p + Wide::kLanes, x.b);
+}
+KORVANE_INLINE void store_saturated(int16_t* p, Braid x) {
+    store_saturated(p, x.a);
+    store_saturated(p + Wide::kLanes, x.b);
+}
+KORVANE_INLINE Braid add_wrap(Braid x, Braid y) { return {add_wrap(x.a, y.a), add_wrap(x.b, y.b)}; }
+KORVANE_INLINE Braid sub_wrap(Braid x, Braid y) { return {sub_wrap(x.a, y.a), sub_wrap(x.b, y.b)}; }
+KORVANE_INLINE Braid bit_and(Braid x, Braid y) { return {bit_and(x.a, y.a), bit_and(x.b, y.b)}; }
+KORVANE_INLINE Braid bit_or(Braid x, Braid y) { return {bit_or(x.a, y.a), bit_or(x.b, y.b)}; }
+KORVANE_INLINE Braid greater(Braid x, Braid y) { return {greater(x.a, y.a), greater(x.b, y.b)}; }
+KORVANE_INLINE Braid minimum(Braid x, Braid y) { return {minimum(x.a, y.a), minimum(x.b, y.b)}; }
+KORVANE_INLINE Braid maximum(Braid x, Braid y) { return {maximum(x.a, y.a), maximum(x.b, y.b)}; }
+KORVANE_INLINE Braid mul_half_q15(Braid x, Braid y) {
+    return {mul_half_q15(x.a, y.a), mul_half_q15(x.b, y.b)};
+}
+KORVANE_INLINE Braid mul_half_positive(Braid x, Braid y) {
+    return {mul_half_positive(x.a, y.a), mul_half_positive(x.b, y.b)};
+}
+KORVANE_INLINE Braid mul_half_upper(Braid x, Braid y) {
+    return {mul_half_upper(x.a, y.a), mul_half_upper(x.b, y.b)};
+}
+KORVANE_INLINE Braid mul_half_upper_positive(Braid x, Braid y) {
+    return {mul_half_upper_positive(x.a, y.a), mul_half_upper_positive(x.b, y.b)};
+}
+KORVANE_INLINE Braid shl_each(Braid x, Braid y) { return {shl_each(x.a, y.a), shl_each(x.b, y.b)}; }
+KORVANE_INLINE Braid asr_each(Braid x, Braid y) { return {asr_each(x.a, y.a), asr_each(x.b, y.b)}; }
+KORVANE_INLINE Braid leading_zeros(Braid x) { return {leading_zeros(x.a), leading_zeros(x.b)}; }
+KORVANE_INLINE Braid select(Braid mask, Braid x, Braid y) {
+    return {select(mask.a, x.a, y.a), select(mask.b, x.b, y.b)};
+}
+template <int kBits>
+KORVANE_INLINE Braid shl(Braid x) {
+    return {shl<kBits>(x.a), shl<kBits>(x.b)};
+}
+template <int kBits>
+KORVANE_INLINE Braid asr(Braid x) {
+    return {asr<kBits>(x.a), asr<kBits>(x.b)};
+}
+template <int kBits>
+KORVANE_INLINE Braid lsr(Braid x) {
+    return {lsr<kBits>(x.a), lsr<kBits>(x.b)};
+}
+template <int kC>
+KORVANE_INLINE Braid mul_half_q15(Braid x) {
+    return {mul_half_q15<kC>(x.a), mul_half_q15<kC>(x.b)};
+}
+KORVANE_INLINE int32_t sum_lanes(Braid x) { return sum_lanes(add_wrap(x.a, x.b)); }
+KORVANE_INLINE bool any_negative(Braid x) { return any_negative(bit_or(x.a, x.b)); }
+
+template <class S>
+struct BraidScale {
+    S a;
+    S b;
+};
+KORVANE_INLINE BraidScale<Scale> normalising_scale(Braid x) {
+    return {normalising_scale(x.a), normalising_scale(x.b)};
+}
+KORVANE_INLINE BraidScale<RootScale> root_scale(Braid x) {
+    return {root_scale(x.a), root_scale(x.b)};
+}
+template <class S>
+KORVANE_INLINE Braid scale_up(Braid x, BraidScale<S> scale) {
+    return {scale_up(x.a, scale.a), scale_up(x.b, scale.b)};
+}
+KORVANE_INLINE Braid scale_down(Braid x, BraidScale<RootScale> scale) {
+    return {scale_down(x.a, scale.a), scale_down(x.b, scale.b)};
+}
+
+#else
+
+using Braid = Wide;
 
 #endif
 

@@ -71,6 +71,7 @@ TEST(Ratio, IsWithinItsErrorOfTheQuotient) {
         for (const int32_t noise : corners) {
             const int32_t ratio = ratio_q30(noise, power);  // defined, say the sanitizers
             EXPECT_TRUE(noise < power || ratio == 0x3FFFFFFF);
+            EXPECT_LE(ratio, 0x3FFFFFFF);
             EXPECT_TRUE(noise >= power || power != 0 || ratio == 0);
         }
     }
@@ -93,16 +94,15 @@ TEST(SquareRoot, IsWithinItsErrorOfTheRoot) {
         EXPECT_TRUE(within(sqrt_q15(ratio), root_range({double(ratio), double(ratio)}))) << ratio;
     };
     Random random(21);
-    for (int bit = 0; bit < 31; ++bit) {
+    for (int bit = 0; bit < 30; ++bit) {
         for (const int32_t step : {-1, 0, 1}) {
             check((1 << bit) + step);
         }
     }
     for (int i = 0; i < 400000; ++i) {
-        check(random.between(0, INT32_MAX) >> random.between(0, 30));
+        check(random.between(0, 0x3FFFFFFF) >> random.between(0, 29));
     }
     EXPECT_EQ(sqrt_q15(0x3FFFFFFF), 32767);
-    EXPECT_EQ(sqrt_q15(INT32_MAX), 32767);
     EXPECT_EQ(sqrt_q15(1 << 28), 0x3FFFFFFF >> 16);  // where the series is exact
     EXPECT_EQ(sqrt_q15(0), 0);
     // A negative value counts by its quarter: z = -1 and -1.5, where the series gives 0.3125 and

@@ -43,54 +43,73 @@ KORVANE_INLINE V average(V old, V next, V alpha) {
 // negative.
 
 /**
- * noise / power in Q30, without a division: the power is normalised by its leading zeros and its
- * reciprocal taken from a quadratic that is exact at both ends of the octave and at most 1/27 too
- * large between them. 0x3FFFFFFF (1.0) where the noise is not below the power.
+ * The reciprocal of a normalised power, as a quadratic that is exact at both ends of the octave and
+ * at most 1/27 too large between them.
+ *
+ * @param s  Q30, 2^29..2^30-1
+ * @return   2^14 / s in its upper 16 bits
  */
 template <class V, bool kWrapped>
-KORVANE_INLINE V ratio_q30(V noise, V power) {
-    const V e = kWrapped ? leading_zeros(power) : leading_zeros_positive(power);
-    V s = lsr<2>(shl_each(power, e));  // power * 2^(e - 2): 2^29..2^30-1 for a positive power
-    if constexpr (kWrapped) {
-        // A negative power has no leading zeros, and the shift right by two keeps its sign.
-        s = bit_or(s, bit_and(asr<31>(power), constant<V>(-0x40000000)));
-    }
+KORVANE_INLINE V reciprocal(V s) {
     const V largest = constant<V>(0x7FFFFFFF);
     const V d = sub_wrap(largest, add_wrap(s, s));
     const V square = kWrapped ? mul_half_upper(d, d) : mul_half_upper_positive(d, d);
-    const V q = add_wrap(sub_wrap(largest, s), add_wrap(square, square));
-    // q >> 16 is 2^14 / (s/2^30). A power of zero, above a negative noise, has e = 32 and leaves 0.
-    const V product = kWrapped ? mul_half_upper(noise, q) : mul_half_upper_positive(noise, q);
-    return select(greater(power, noise), shl_each(product, e), constant<V>(kOneQ30));
+    return add_wrap(sub_wrap(largest, s), add_wrap(square, square));
 }
 
 /**
- * Square root in Q15 of a ratio in Q30, at most 32767: normalisation by leading zeros, then the
- * series 1 + z/2 - z^2/8 + z^3/16 (relative error at most 1.7 %).
+ * noise / power in Q30, without a division: the power is normalised by its leading zeros.
+ * 0x3FFFFFFF (1.0) where the noise is not below the power, and never more.
  */
 template <class V, bool kWrapped>
-KORVANE_INLINE V sqrt_q15(V ratio) {
-    const V zero = constant<V>(0);
+KORVANE_INLINE V ratio_q30(V noise, V power) {
+    V ratio;
+    if constexpr (kWrapped) {
+        const V e = leading_zeros(power);
+        // A negative power has no leading zeros, and the shift right by two keeps its sign.
+        const V sign = bit_and(asr<31>(power), constant<V>(-0x40000000));
+        const V s = bit_or(lsr<2>(shl_each(power, e)), sign);
+        // A power of zero, above a negative noise, has e = 32 and leaves 0.
+        ratio = shl_each(mul_half_upper(noise, reciprocal<V, true>(s)), e);
+    } else {
+        const auto scale = normalising_scale(power);  // e - 1
+        const V s = asr<1>(scale_up(power, scale));
+        const V product = mul_half_upper_positive(noise, reciprocal<V, false>(s));
+        ratio = scale_up(add_wrap(product, product), scale);
+    }
     const V one = constant<V>(kOneQ30);
-    V e = sub_wrap(leading_zeros(ratio), constant<V>(1));  // zeros below the sign bit
-    if constexpr (kWrapped) {
-        // A negative ratio has no leading zeros. The even shift is then two to the right, below,
-        // and the root's exponent (e - 1)/2 counts as 0.
-        e = maximum(e, zero);
-    }
-    V m = shl_each(ratio,
-                   bit_and(e, constant<V>(~1)));  // an even shift, so that it halves in the root
-    if constexpr (kWrapped) {
-        m = select(greater(zero, ratio), asr<2>(ratio), m);
-    }
-    const V z = sub_wrap(m, one);  // Q30
-    const V h = asr<1>(z);
-    const V square = mul_half_upper(h, h);  // z^2/16, at most 2^27.2
+    return minimum(select(greater(power, noise), ratio, one), one);
+}
+
+/** Square root in Q30 of m, Q30, 2^29..2^31-1: the series 1 + z/2 - z^2/8 + z^3/16 with z = m - 1,
+ * relative error at most 1.7 %. */
+template <class V>
+KORVANE_INLINE V root_series(V m) {
+    const V one = constant<V>(kOneQ30);
+    const V h = asr<1>(sub_wrap(m, one));   // z/2
+    const V square = mul_half_upper(h, h);  // z^2/16, at most 2^26; 2^27.2 for m < 0
     // 2*square times (z >> 17), >> 14, two lowest bits cleared: z^3/16. 8*square still fits 32
     // bits.
     const V cube = bit_and(mul_half_upper(shl<3>(square), h), constant<V>(~3));
-    const V v = add_wrap(sub_wrap(add_wrap(one, h), add_wrap(square, square)), cube);
-    return minimum(asr_each(v, add_wrap(lsr<1>(e), constant<V>(15))), constant<V>(kOneQ15));
+    return add_wrap(sub_wrap(add_wrap(one, h), add_wrap(square, square)), cube);
+}
+
+/** Square root in Q15 of a ratio in Q30 that is at most 1.0, by normalisation and a series. */
+template <class V, bool kWrapped>
+KORVANE_INLINE V sqrt_q15(V ratio) {
+    if constexpr (kWrapped) {
+        // An even shift, so that it halves in the root. A negative ratio has no leading zeros; it
+        // is shifted two to the right, and the root's exponent counts as 0.
+        const V zero = constant<V>(0);
+        const V below_sign = sub_wrap(leading_zeros(ratio), constant<V>(1));
+        const V half_e = lsr<1>(maximum(below_sign, zero));
+        const V m =
+            select(greater(zero, ratio), asr<2>(ratio), shl_each(ratio, add_wrap(half_e, half_e)));
+        return asr_each(root_series(m), add_wrap(half_e, constant<V>(15)));
+    } else {
+        const auto scale = root_scale(ratio);
+        return scale_down(root_series(scale_up(ratio, scale)), scale);
+    }
 }
 
 /** The over-subtraction curve of a level in two pieces; coefficients as in tables.h. */
@@ -104,10 +123,10 @@ struct OsubCurve {
         }
     }
 
-    /** Target factor, Q14, for a noise-to-power ratio in Q30; ratios below 1/16 count as 1/16. */
+    /** Target factor, Q14, for a noise-to-power ratio in Q30, at most 1.0; one below 1/16 counts
+     * as 1/16. */
     KORVANE_INLINE V target(V ratio) const {
-        const V limit = constant<V>(kOneQ30);
-        const V x = maximum(asr<15>(minimum(ratio, limit)), constant<V>(2048));
+        const V x = maximum(asr<15>(ratio), constant<V>(2048));
         const V lower = greater(constant<V>(kOsubBreakpoint), x);
         const V square = mul_half_positive(select(lower, c[0], c[3]), x);
         const V slope = add_wrap(add_wrap(square, square), select(lower, c[1], c[4]));

@@ -40,13 +40,13 @@ KORVANE_INLINE void store_bins(int32_t* p, V a) {
     }
 }
 
-/** Cuts to 16 bits. */
+/** Values that fit 16 bits. */
 template <class V>
 KORVANE_INLINE void store_bins(int16_t* p, V a) {
     if constexpr (kLanesOf<V> == 1) {
         *p = static_cast<int16_t>(a);
     } else {
-        store_low16(p, a);
+        store_saturated(p, a);
     }
 }
 
@@ -127,8 +127,8 @@ KORVANE_INLINE void take_roots(NrssState& s, int32_t first, int32_t last) {
     }
 }
 
-/** gain = 1 - weight * factor * root, not below the floor; compared with it in 32 bits and cut to
- * 16 afterwards. The roots give way to the gains after the cut. */
+/** gain_scratch = 1 - weight * factor * root, not below the floor, in place of the roots; compared
+ * with the floor in 32 bits and cut to 16 afterwards. */
 template <class V, bool kWrapped>
 KORVANE_INLINE void compute_gains(NrssState& s, int32_t first, int32_t last) {
     const int16_t* const weight = osf;
@@ -136,8 +136,8 @@ KORVANE_INLINE void compute_gains(NrssState& s, int32_t first, int32_t last) {
     for (int32_t k = first; k < last; k += kLanesOf<V>) {
         const V gain = gain_q15<V, kWrapped>(load_bins<V>(weight + k), load_bins<V>(s.osub + k),
                                              load_bins<V>(s.gain_scratch + k), floor);
-        store_bins(s.gain + k, gain);
-        store_bins(s.gain_scratch + k, asr<16>(shl<16>(gain)));
+        // Only a negative root makes a gain above 1.
+        store_bins(s.gain_scratch + k, kWrapped ? asr<16>(shl<16>(gain)) : gain);
     }
 }
 
@@ -151,8 +151,7 @@ KORVANE_INLINE void subtract_noise(NrssState& s, int32_t first, int32_t last) {
     compute_gains<V, kWrapped>(s, first, last);
 }
 
-/** Replaces the gains of bins kFirst..kLast by the mean over kReach neighbours on either side, from
- * gain_scratch, so that every sum is taken before any gain changes. */
+/** The gains of bins kFirst..kLast: means of gain_scratch over kReach neighbours on either side. */
 template <class V, int kFirst, int kLast, int kReach>
 KORVANE_INLINE void smooth_run(NrssState& s) {
     constexpr int kWidth = 2 * kReach + 1;
@@ -162,8 +161,23 @@ KORVANE_INLINE void smooth_run(NrssState& s) {
         for (int i = 1; i < kWidth; ++i) {
             sum = add_wrap(sum, load_bins<V>(s.gain_scratch + k - kReach + i));
         }
-        // times 1/width in Q16, truncated; the low 16 bits count
+        // times 1/width in Q16, truncated; a mean of 16-bit values, which fits 16 bits
         store_bins(s.gain + k, mul_half_q15<65536 / kWidth>(sum));
+    }
+}
+
+/** The gains from gain_scratch, smoothed across frequency, wider towards higher bins, as hearing's
+ * resolution is; the two lowest bins and those from 130 on as they are. */
+template <class V>
+KORVANE_INLINE void smooth_gains(NrssState& s, int32_t bins) {
+    const auto keep = [&](int32_t k) { s.gain[k] = static_cast<int16_t>(s.gain_scratch[k]); };
+    keep(0);
+    keep(1);
+    smooth_run<V, 2, 33, 1>(s);
+    smooth_run<V, 34, 65, 2>(s);
+    smooth_run<V, 66, 129, 3>(s);
+    for (int32_t k = 130; k < bins; ++k) {
+        keep(k);
     }
 }
 
@@ -231,10 +245,7 @@ void run_gain_engine(NrssState& s, const int32_t* power, int32_t extra_bins) {
     if (extra) {
         subtract_noise<int32_t, true>(s, kBins, bins);
     }
-    // Smoothing across frequency, wider towards higher bins, as hearing's resolution is.
-    smooth_run<V, 2, 33, 1>(s);
-    smooth_run<V, 34, 65, 2>(s);
-    smooth_run<V, 66, 129, 3>(s);
+    smooth_gains<V>(s, bins);
 }
 
 }  // namespace korvane

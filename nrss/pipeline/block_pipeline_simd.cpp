@@ -159,7 +159,7 @@ void channel0_powers(const V* spectrum) {
 /** Runs the gain engine on the hops of channel 0, in their order. */
 void compute_gains_of_hops(int hops, int32_t extra_bins) {
     for (int h = 0; h < hops; ++h) {
-        run_gain_engine<Wide>(nrss_state, hop_power[h], extra_bins);
+        run_gain_engine<Braid>(nrss_state, hop_power[h], extra_bins);
         std::copy_n(nrss_state.gain, kGains, hop_gain[h]);
     }
 }
