@@ -104,8 +104,10 @@ KORVANE_INLINE Packed<P> half_scale(Packed<P> a) {
     return {mul_half_q15<kC>(a.v)};
 }
 template <int kC, class P>
-KORVANE_INLINE Packed<P> half_scaled_turn(Packed<P> a) {
-    return {mul_half_by_half<kC, -kC>(swap_halves(a.v))};
+KORVANE_INLINE Turns<Packed<P>> half_scaled_turns(Packed<P> a) {
+    const auto products = mul_half_both<kC>(swap_halves(a.v));
+    return {{blend_halves(products.positive, products.negative)},
+            {blend_halves(products.negative, products.positive)}};
 }
 
 /** How the work area keeps the complex values of a batch: two frames packed, more in two parts. */

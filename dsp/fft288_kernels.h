@@ -77,10 +77,18 @@ KORVANE_INLINE constexpr Complex<V> half_scale(Complex<V> a) {
     return {mul_half_q15<kC>(a.re), mul_half_q15<kC>(a.im)};
 }
 
-/** Half of a times -i*c or, for a negative c, i*|c|; the sign goes with the constant. */
+/** A value turned by a quarter, either way. */
+template <class C>
+struct Turns {
+    C clockwise;
+    C counter;
+};
+/** Half of a times -i*c and half of a times i*c; the sign goes with the constant. */
 template <int kC, class V>
-KORVANE_INLINE constexpr Complex<V> half_scaled_turn(Complex<V> a) {
-    return {mul_half_q15<kC>(a.im), mul_half_q15<-kC>(a.re)};
+KORVANE_INLINE constexpr Turns<Complex<V>> half_scaled_turns(Complex<V> a) {
+    const auto re = mul_half_both<kC>(a.re);
+    const auto im = mul_half_both<kC>(a.im);
+    return {{im.positive, re.negative}, {im.negative, re.positive}};
 }
 
 // The butterflies are written for a complex type C: Complex<V>, or one that keeps both parts in one
@@ -100,8 +108,9 @@ KORVANE_INLINE constexpr void radix3(C& x0, C& x1, C& x2) {
     const C d = twice(sub(x1, x2));
     const C h = sub(x0, half(s));
     x0 = add(x0, s);
-    const C clockwise = add(h, half_scaled_turn<kSin60>(d));
-    const C counter = add(h, half_scaled_turn<-kSin60>(d));
+    const auto turns = half_scaled_turns<kSin60>(d);
+    const C clockwise = add(h, turns.clockwise);
+    const C counter = add(h, turns.counter);
     x1 = kDirection == Direction::kForward ? clockwise : counter;
     x2 = kDirection == Direction::kForward ? counter : clockwise;
 }

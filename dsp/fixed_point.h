@@ -101,6 +101,16 @@ KORVANE_INLINE constexpr int32_t mul_half_positive(int32_t a, int32_t c) {
 KORVANE_INLINE constexpr int32_t mul_half_negative(int32_t a, int32_t c) {
     return mul_half_q15(a, c);
 }
+/** floor(a*c / 65536) and floor(a*-c / 65536). */
+template <class V>
+struct OppositeProducts {
+    V positive;
+    V negative;
+};
+template <int kC>
+KORVANE_INLINE constexpr OppositeProducts<int32_t> mul_half_both(int32_t a) {
+    return {mul_half_q15<kC>(a), mul_half_q15<-kC>(a)};
+}
 /** floor(a * (b >> 16) / 65536): times the upper half of another value. */
 KORVANE_INLINE constexpr int32_t mul_half_upper(int32_t a, int32_t b) {
     return mul_half_q15(a, b >> 16);

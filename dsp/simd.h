@@ -122,6 +122,18 @@ KORVANE_INLINE Quad mul_half_q15(Quad a) {
     }
     return {_mm_sub_epi32(sum, _mm_and_si128(a.v, _mm_set1_epi32(0xFFFF)))};
 }
+/** The least power of two whose multiples make a*c a multiple of 65536. */
+template <int kC>
+inline constexpr int kExactFrom = 65536 / (kC & -kC);
+// floor(-x) is -floor(x) - 1 unless x is a whole number.
+template <int kC>
+KORVANE_INLINE OppositeProducts<Quad> mul_half_both(Quad a) {
+    const Quad product = mul_half_q15<kC>(a);
+    const __m128i rest = _mm_and_si128(a.v, _mm_set1_epi32(kExactFrom<kC> - 1));
+    const __m128i exact = _mm_cmpeq_epi32(rest, _mm_setzero_si128());
+    const __m128i flipped = _mm_xor_si128(product.v, _mm_set1_epi32(-1));
+    return {product, {_mm_sub_epi32(flipped, exact)}};
+}
 /** floor(a*c / 65536) with c in 0..32767. */
 KORVANE_INLINE Quad mul_half_positive(Quad a, Quad c) {
     return {_mm_add_epi32(_mm_madd_epi16(a.v, _mm_slli_epi32(c.v, 16)), _mm_mulhi_epu16(a.v, c.v))};
@@ -332,18 +344,13 @@ KORVANE_INLINE Quad negate_where(Quad mask, Quad a) {
 }
 KORVANE_INLINE Quad negate_lower(Quad a) { return negate_where({_mm_setr_epi32(-1, -1, 0, 0)}, a); }
 KORVANE_INLINE Quad negate_upper(Quad a) { return negate_where({_mm_setr_epi32(0, 0, -1, -1)}, a); }
-/** mul_half_q15 with a constant of its own for each half of the lanes, of opposite signs. */
-template <int kLower, int kUpper>
-KORVANE_INLINE Quad mul_half_by_half(Quad a) {
-    static_assert((kLower < 0) != (kUpper < 0));
-    const auto by_half = [](int32_t lower, int32_t upper) {
-        return _mm_setr_epi32(lower, lower, upper, upper);
-    };
-    const __m128i high = _mm_madd_epi16(a.v, by_half(kLower * 65536, kUpper * 65536));
-    const __m128i low = _mm_mulhi_epu16(a.v, by_half(kLower & 0xFFFF, kUpper & 0xFFFF));
-    const __m128i excess =
-        _mm_and_si128(a.v, by_half(kLower < 0 ? 0xFFFF : 0, kUpper < 0 ? 0xFFFF : 0));
-    return {_mm_sub_epi32(_mm_add_epi32(high, low), excess)};
+/** a[0], a[1], b[2], b[3]. */
+KORVANE_INLINE Quad blend_halves(Quad a, Quad b) {
+#if defined(__AVX2__)
+    return {_mm_blend_epi32(a.v, b.v, 0xC)};
+#else
+    return {_mm_castpd_si128(_mm_move_sd(_mm_castsi128_pd(b.v), _mm_castsi128_pd(a.v)))};
+#endif
 }
 /** a[0], a[1], b[0], b[1]. */
 KORVANE_INLINE Quad lower_halves(Quad a, Quad b) { return {_mm_unpacklo_epi64(a.v, b.v)}; }
@@ -420,6 +427,10 @@ KORVANE_INLINE Quad mul_half_q15(Quad a) {
 }
 KORVANE_INLINE Quad mul_half_q15(Quad a, Quad c) {
     return {vqdmulhq_s32(a.v, vshlq_n_s32(c.v, 15))};
+}
+template <int kC>
+KORVANE_INLINE OppositeProducts<Quad> mul_half_both(Quad a) {
+    return {mul_half_q15<kC>(a), mul_half_q15<-kC>(a)};
 }
 KORVANE_INLINE Quad mul_half_positive(Quad a, Quad c) { return mul_half_q15(a, c); }
 KORVANE_INLINE Quad mul_half_negative(Quad a, Quad c) { return mul_half_q15(a, c); }
@@ -523,9 +534,8 @@ KORVANE_INLINE Quad negate_lower(Quad a) {
 KORVANE_INLINE Quad negate_upper(Quad a) {
     return {vcombine_s32(vget_low_s32(a.v), vneg_s32(vget_high_s32(a.v)))};
 }
-template <int kLower, int kUpper>
-KORVANE_INLINE Quad mul_half_by_half(Quad a) {
-    return mul_half_q15(a, Quad::of(kLower, kLower, kUpper, kUpper));
+KORVANE_INLINE Quad blend_halves(Quad a, Quad b) {
+    return {vcombine_s32(vget_low_s32(a.v), vget_high_s32(b.v))};
 }
 KORVANE_INLINE Quad even_lanes(Quad a, Quad b) { return {vuzp1q_s32(a.v, b.v)}; }
 KORVANE_INLINE Quad odd_lanes(Quad a, Quad b) { return {vuzp2q_s32(a.v, b.v)}; }
@@ -626,6 +636,14 @@ KORVANE_INLINE Wide mul_half_q15(Wide a) {
         return {sum};
     }
     return {_mm256_sub_epi32(sum, _mm256_and_si256(a.v, _mm256_set1_epi32(0xFFFF)))};
+}
+template <int kC>
+KORVANE_INLINE OppositeProducts<Wide> mul_half_both(Wide a) {
+    const Wide product = mul_half_q15<kC>(a);
+    const __m256i rest = _mm256_and_si256(a.v, _mm256_set1_epi32(kExactFrom<kC> - 1));
+    const __m256i exact = _mm256_cmpeq_epi32(rest, _mm256_setzero_si256());
+    const __m256i flipped = _mm256_xor_si256(product.v, _mm256_set1_epi32(-1));
+    return {product, {_mm256_sub_epi32(flipped, exact)}};
 }
 KORVANE_INLINE Wide mul_half_positive(Wide a, Wide c) {
     return {_mm256_add_epi32(_mm256_madd_epi16(a.v, _mm256_slli_epi32(c.v, 16)),
@@ -737,18 +755,7 @@ KORVANE_INLINE Wide negate_lower(Wide a) {
 KORVANE_INLINE Wide negate_upper(Wide a) {
     return {_mm256_sign_epi32(a.v, _mm256_setr_epi32(1, 1, 1, 1, -1, -1, -1, -1))};
 }
-template <int kLower, int kUpper>
-KORVANE_INLINE Wide mul_half_by_half(Wide a) {
-    static_assert((kLower < 0) != (kUpper < 0));
-    const auto by_half = [](int32_t lower, int32_t upper) {
-        return _mm256_set_m128i(_mm_set1_epi32(upper), _mm_set1_epi32(lower));
-    };
-    const __m256i high = _mm256_madd_epi16(a.v, by_half(kLower * 65536, kUpper * 65536));
-    const __m256i low = _mm256_mulhi_epu16(a.v, by_half(kLower & 0xFFFF, kUpper & 0xFFFF));
-    const __m256i excess =
-        _mm256_and_si256(a.v, by_half(kLower < 0 ? 0xFFFF : 0, kUpper < 0 ? 0xFFFF : 0));
-    return {_mm256_sub_epi32(_mm256_add_epi32(high, low), excess)};
-}
+KORVANE_INLINE Wide blend_halves(Wide a, Wide b) { return {_mm256_blend_epi32(a.v, b.v, 0xF0)}; }
 KORVANE_INLINE void store_interleaved(int16_t* p, Wide even, Wide odd) {
     store_interleaved(p, group0(even), group0(odd));
     store_interleaved(p + 8, group1(even), group1(odd));

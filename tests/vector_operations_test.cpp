@@ -103,6 +103,22 @@ void check_operations() {
 #undef KORVANE_SAME_ONE
 #undef KORVANE_SAME
     expect_same<V>(
+        "the lower of opposite products", a, b,
+        [](V x, V) {
+            const auto both = mul_half_both<28378>(x);
+            return minimum(both.positive, both.negative);
+        },
+        [](int32_t x, int32_t) {
+            return std::min(mul_half_q15<28378>(x), mul_half_q15<-28378>(x));
+        });
+    expect_same<V>(
+        "the sum of opposite products", a, b,
+        [](V x, V) {
+            const auto both = mul_half_both<28378>(x);
+            return add_wrap(both.positive, both.negative);
+        },
+        [](int32_t x, int32_t) { return mul_half_q15<28378>(x) + mul_half_q15<-28378>(x); });
+    expect_same<V>(
         "mul_low", a, b, [](V x, V y) { return mul_low(x, y); },
         [](int32_t x, int32_t y) {
             return static_cast<int32_t>(static_cast<uint32_t>(x) * static_cast<uint32_t>(y));
