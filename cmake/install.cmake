@@ -1,0 +1,55 @@
+# What `cmake --install` puts where. Components: library, development, tool.
+include(GNUInstallDirs)
+include(CMakePackageConfigHelpers)
+
+set(KORVANE_ZSH_COMPLETIONS ${CMAKE_INSTALL_DATADIR}/zsh/site-functions CACHE STRING
+  "Where the completions for zsh go")
+
+install(TARGETS korvane_vad EXPORT KorvaneVAD
+  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT library
+  FILE_SET HEADERS DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development)
+
+# The library's name holds its version, so another minor version is another library.
+set(KORVANE_CMAKE_FOLDER ${CMAKE_INSTALL_LIBDIR}/cmake/KorvaneVAD)
+write_basic_package_version_file(${CMAKE_CURRENT_BINARY_DIR}/KorvaneVADConfigVersion.cmake
+  COMPATIBILITY SameMinorVersion)
+install(EXPORT KorvaneVAD FILE KorvaneVADConfig.cmake NAMESPACE KorvaneVAD::
+  DESTINATION ${KORVANE_CMAKE_FOLDER} COMPONENT development)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/KorvaneVADConfigVersion.cmake
+  DESTINATION ${KORVANE_CMAKE_FOLDER} COMPONENT development)
+
+# In the system's folders the tools look by themselves and paths are absolute. Any other prefix can be moved
+# as a whole.
+set(in_system FALSE)
+if(CMAKE_INSTALL_PREFIX STREQUAL "/usr")
+  set(in_system TRUE)
+endif()
+set(KORVANE_PC_PREFIX ${CMAKE_INSTALL_PREFIX})
+if(NOT in_system)
+  file(RELATIVE_PATH to_prefix ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
+  string(REGEX REPLACE "/$" "" to_prefix "${to_prefix}")
+  set(KORVANE_PC_PREFIX "\${pcfiledir}/${to_prefix}")
+endif()
+file(RELATIVE_PATH KORVANE_PC_LIBDIR ${CMAKE_INSTALL_PREFIX} ${CMAKE_INSTALL_FULL_LIBDIR})
+file(RELATIVE_PATH KORVANE_PC_INCLUDEDIR ${CMAKE_INSTALL_PREFIX} ${CMAKE_INSTALL_FULL_INCLUDEDIR})
+configure_file(${CMAKE_CURRENT_LIST_DIR}/korvane-vad.pc.in ${CMAKE_CURRENT_BINARY_DIR}/korvane-vad.pc @ONLY)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/korvane-vad.pc
+  DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
+
+if(KORVANE_BUILD_TOOLS)
+  if(NOT in_system)
+    file(RELATIVE_PATH from_tool_to_library ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
+    set_target_properties(korvane-vad PROPERTIES INSTALL_RPATH "$ORIGIN/${from_tool_to_library}")
+  endif()
+  install(TARGETS korvane-vad RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tool)
+  install(FILES tools/korvane-vad.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tool)
+  install(FILES tools/completions/korvane-vad.bash RENAME korvane-vad
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT tool)
+  install(FILES tools/completions/_korvane-vad DESTINATION ${KORVANE_ZSH_COMPLETIONS} COMPONENT tool)
+  install(FILES tools/completions/korvane-vad.fish
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d COMPONENT tool)
+endif()
+
+if(KORVANE_PACKAGING)
+  include(cmake/packaging.cmake)
+endif()

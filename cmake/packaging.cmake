@@ -1,0 +1,82 @@
+# Debian packages, one for each component; scripts/make-packages sets what differs between architectures.
+set(data ${PROJECT_SOURCE_DIR}/packaging/debian)
+set(KORVANE_library_PACKAGE libkorvanevad-v3.0)
+set(KORVANE_development_PACKAGE libkorvanevad-dev)
+set(KORVANE_tool_PACKAGE korvane-vad)
+
+# The changelog says which version this is, and it must be ours.
+file(STRINGS ${data}/changelog first LIMIT_COUNT 1)
+if(NOT first MATCHES "^korvane-vad \\((.+)-(.+)\\) ")
+  message(FATAL_ERROR "${data}/changelog does not begin with korvane-vad (VERSION-REVISION)")
+endif()
+if(NOT CMAKE_MATCH_1 STREQUAL PROJECT_VERSION)
+  message(FATAL_ERROR "${data}/changelog is of version ${CMAKE_MATCH_1}, the project of ${PROJECT_VERSION}")
+endif()
+set(version ${CMAKE_MATCH_1}-${CMAKE_MATCH_2})
+set(CPACK_DEBIAN_PACKAGE_VERSION ${CMAKE_MATCH_1})
+set(CPACK_DEBIAN_PACKAGE_RELEASE ${CMAKE_MATCH_2})
+
+set(CPACK_GENERATOR DEB)
+set(CPACK_PACKAGE_NAME korvane-vad)
+set(CPACK_PACKAGE_CONTACT "Korvane VAD maintainers <maintainers@korvane-vad.invalid>")
+set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
+set(CPACK_STRIP_FILES ON)
+set(CPACK_PRE_BUILD_SCRIPTS ${data}/finish.cmake)
+set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
+  OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
+set(CPACK_DEB_COMPONENT_INSTALL ON)
+set(CPACK_COMPONENTS_ALL library development tool)
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
+set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
+
+set(about "A streaming voice-activity detector for 16-bit PCM, with a noise suppressor in
+front. Fixed point: the same input gives the same bits on every machine.")
+
+# CPack has no setting for Multi-Arch; the field rides on the one before it.
+set(CPACK_DEBIAN_LIBRARY_PACKAGE_SECTION "libs\nMulti-Arch: same")
+set(CPACK_DEBIAN_LIBRARY_PACKAGE_SHLIBDEPS ON)
+set(CPACK_COMPONENT_LIBRARY_DESCRIPTION "voice-activity detector for 16-bit PCM (shared library)
+${about}
+.
+This package holds the shared library.")
+
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION "libdevel\nMulti-Arch: same")
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "${KORVANE_library_PACKAGE} (= ${version})")
+set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION "voice-activity detector for 16-bit PCM (development files)
+${about}
+.
+This package holds the headers and the files for CMake and pkg-config.")
+
+# What the tool takes from our own library is found in the build; the package it is in is named here.
+set(CPACK_DEBIAN_TOOL_PACKAGE_SECTION sound)
+set(CPACK_DEBIAN_TOOL_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR})
+set(CPACK_DEBIAN_TOOL_PACKAGE_DEPENDS "${KORVANE_library_PACKAGE} (>= ${PROJECT_VERSION})")
+set(CPACK_COMPONENT_TOOL_DESCRIPTION "finds the speech in recordings
+Prints the segments of a recording in which somebody speaks, and writes the
+recording with its noise suppressed, if asked to. Reads what libsndfile reads.")
+
+# dpkg-shlibdeps cannot tell name and version of a library apart whose SONAME ends in .so, so there is a
+# list of its symbols instead of a shlibs file.
+list(TRANSFORM KORVANE_EXPORTS REPLACE "(.+)" " \\1@Base ${PROJECT_VERSION}" OUTPUT_VARIABLE symbols)
+list(JOIN symbols "\n" symbols)
+file(WRITE ${PROJECT_BINARY_DIR}/debian/symbols
+  "libKorvaneVAD_v3.0.so ${KORVANE_library_PACKAGE} #MINVER#
+* Build-Depends-Package: ${KORVANE_development_PACKAGE}
+${symbols}
+")
+file(WRITE ${PROJECT_BINARY_DIR}/debian/triggers "activate-noawait ldconfig\n")
+set(CPACK_DEBIAN_LIBRARY_PACKAGE_CONTROL_EXTRA
+  ${PROJECT_BINARY_DIR}/debian/symbols ${PROJECT_BINARY_DIR}/debian/triggers)
+
+foreach(component IN LISTS CPACK_COMPONENTS_ALL)
+  set(package ${KORVANE_${component}_PACKAGE})
+  string(TOUPPER ${component} upper)
+  set(CPACK_DEBIAN_${upper}_PACKAGE_NAME ${package})
+  set(CPACK_DEBIAN_${upper}_PACKAGE_SOURCE korvane-vad)
+  install(FILES ${data}/copyright DESTINATION share/doc/${package} COMPONENT ${component})
+  install(FILES ${data}/changelog RENAME changelog.Debian
+    DESTINATION share/doc/${package} COMPONENT ${component})
+endforeach()
+include(CPack)

@@ -1,0 +1,20 @@
+# What is shipped: the installed files and their users, and the binary interface.
+add_executable(shipping_detector shipping/consumer/detector.c)
+add_executable(shipping_suppressor shipping/consumer/suppressor.cpp)
+foreach(program shipping_detector shipping_suppressor)
+  target_link_libraries(${program} PRIVATE KorvaneVAD::korvane-vad korvane_warnings)
+endforeach()
+
+# The release as it is delivered, with gcc, which made the dumps.
+if(KORVANE_SIMD AND NOT KORVANE_SANITIZE AND CMAKE_BUILD_TYPE STREQUAL "Release"
+   AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+  if(KORVANE_BUILD_TOOLS AND NOT CMAKE_CROSSCOMPILING)
+    add_test(NAME shipping.consumers COMMAND ${python} ${CMAKE_CURRENT_SOURCE_DIR}/shipping/consumers_test.py
+      ${PROJECT_SOURCE_DIR} ${PROJECT_BINARY_DIR} ${CMAKE_CURRENT_BINARY_DIR}/consumers
+      ${CMAKE_C_COMPILER} ${CMAKE_CXX_COMPILER}
+      $<TARGET_FILE:shipping_detector> $<TARGET_FILE:shipping_suppressor> $<TARGET_FILE:korvane-vad>)
+    set_tests_properties(shipping.consumers PROPERTIES PROCESSORS 2 TIMEOUT 300)
+  endif()
+  add_test(NAME shipping.abi COMMAND ${PROJECT_SOURCE_DIR}/scripts/abi check ${CMAKE_SYSTEM_PROCESSOR})
+  set_tests_properties(shipping.abi PROPERTIES TIMEOUT 300)
+endif()
