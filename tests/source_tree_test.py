@@ -23,6 +23,7 @@ ALLOWED = {
     "nrss/stream": ["include"],
     "detector": ["include", "platform", "dsp/fixed_point.h"],
     "tools": ["include"],
+    "android/korvane-vad/src/main/cpp": ["include"],
 }
 SOURCES = {".c", ".cpp", ".h"}
 

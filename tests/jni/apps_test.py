@@ -1,0 +1,45 @@
+"""Runs what an app developer has in hands: the Java example of android/README.md, with stand-ins for the
+platform's classes, and an app shrunk together with the class by ProGuard, whose rules R8 reads, under
+the module's rules for its users.
+
+    apps_test.py ROOT WORK_FOLDER CLASS_JAR NATIVE_FOLDER JAVA JAVAC PROGUARD_JAR
+"""
+import pathlib
+import re
+import shutil
+import subprocess
+import sys
+
+root, work = map(pathlib.Path, sys.argv[1:3])
+jar, native, java, javac, proguard = sys.argv[3:]
+tests = root / "tests/jni"
+run = [java, "-Xcheck:jni", f"-Djava.library.path={native}"]
+shutil.rmtree(work, ignore_errors=True)
+work.mkdir()
+
+
+def compile_java(folder, *sources):
+    subprocess.run([javac, "--release", "8", "-Xlint:all,-options", "-Werror", "-cp", jar, "-d", folder,
+                    *sources], check=True)
+
+
+def check_run(*command):
+    result = subprocess.run([*run, *command], capture_output=True, text=True)
+    if result.returncode != 0 or result.stdout:
+        sys.exit(f"{command}: exit code {result.returncode}\n{result.stdout}{result.stderr}")
+
+
+examples = re.findall(r"```java\n(.*?)```", (root / "android/README.md").read_text(), re.S)
+assert len(examples) == 1
+(work / "Listener.java").write_text(examples[0])
+compile_java(work / "example", work / "Listener.java", tests / "ExampleApp.java",
+             *sorted((tests / "standins/android/media").iterdir()))
+check_run("-cp", f"{jar}:{work / 'example'}", "ExampleApp")
+
+compile_java(work / "app", tests / "ShrunkApp.java")
+subprocess.run([java, "-jar", proguard, "-injars", jar, "-injars", work / "app",
+                "-outjars", work / "shrunk.jar", "-include", root / "android/korvane-vad/consumer-rules.pro",
+                "-keep", "class ShrunkApp { public static void main(java.lang.String[]); }",
+                # It does not know the class files of this JDK, and needs none of them here.
+                "-dontwarn", "**", "-dontnote", "**"], check=True)
+check_run("-cp", work / "shrunk.jar", "ShrunkApp")

@@ -1,0 +1,75 @@
+"""Checks the Android module without its plugin: what the Gradle files name is there and agrees with the
+rest, and the CMake project that they name builds for 64-bit Arm Android on the stand-ins for the
+platform's libraries, into files of the right kind.
+
+    module_test.py ROOT BUILD_FOLDER JNI_HEADERS JAVA_RELEASE READELF
+"""
+import pathlib
+import re
+import subprocess
+import sys
+
+root, build = map(pathlib.Path, sys.argv[1:3])
+jni_headers, java_release, readelf = sys.argv[3:]
+failures = []
+
+
+def check(true, failure):
+    if not true:
+        failures.append(failure)
+
+
+def named(pattern, text):
+    """What the one place that the pattern matches names."""
+    found = re.findall(pattern, text)
+    check(len(found) == 1, f"{pattern} is there {len(found)} times")
+    return found[0] if found else ""
+
+
+# ---- Gradle files
+android = root / "android"
+settings = (android / "settings.gradle.kts").read_text()
+module = android / named(r'include\(":([^"]+)"\)', settings)
+gradle = (module / "build.gradle.kts").read_text()
+
+plugin = named(r'id\("([^"]+)"\)', gradle)
+check(f'id("{plugin}") version' in (android / "build.gradle.kts").read_text(), f"no version of {plugin}")
+native = module / named(r'path = file\("([^"]+)"\)', gradle)
+rules = module / named(r'consumerProguardFiles\("([^"]+)"\)', gradle)
+for file in (native, rules, module / "src/main/AndroidManifest.xml"):
+    check(file.is_file(), f"{file} does not exist")
+package = named(r'namespace = "([^"]+)"', gradle)
+source = module / "src/main/java" / package.replace(".", "/") / "KorvaneVad.java"
+check(source.is_file() and f"package {package};" in source.read_text(), f"{source} is not in {package}")
+level = "1_8" if java_release == "8" else java_release
+check(re.findall(r"JavaVersion\.VERSION_(\w+)", gradle) == [level, level], "not the tests' Java level")
+check(re.findall(r"abiFilters (.*)", gradle) == ['+= "arm64-v8a"'], "not 64-bit Arm alone")
+needed = named(r"cmake_minimum_required\(VERSION ([\d.]+)\)", (root / "CMakeLists.txt").read_text())
+check(named(r'version = "([\d.]+)\.0\+"', gradle) == needed, "not the CMake that the project asks for")
+
+if failures:  # what they build would not be what was meant
+    sys.exit("\n".join(failures))
+
+# ---- What they build
+subprocess.run(
+    ["cmake", "-S", native.parent, "-B", build, "-G", "Ninja", "-DCMAKE_BUILD_TYPE=RelWithDebInfo",
+     f"-DCMAKE_TOOLCHAIN_FILE={root}/cmake/aarch64-linux-android.cmake",
+     f"-DCMAKE_CXX_STANDARD_INCLUDE_DIRECTORIES={jni_headers}"], check=True)
+subprocess.run(["cmake", "--build", build], check=True)
+library = next(build.rglob("libkorvane_vad_jni.so"))
+elf = subprocess.run([readelf, "-W", "-h", "-d", "-l", "--dyn-syms", library], check=True,
+                     capture_output=True, text=True, env={"LC_ALL": "C"}).stdout
+check("Machine:                           AArch64" in elf, "not for 64-bit Arm")
+check(named(r"SONAME.*\[(.*)\]", elf) == library.name, "not its SONAME")
+libraries = set(re.findall(r"NEEDED.*\[(.*)\]", elf))
+check("libKorvaneVAD_v3.0.so" in libraries and libraries <= {"libKorvaneVAD_v3.0.so", "libc.so"},
+      f"needs {libraries}")
+check(set(re.findall(r"^ +LOAD .* (0x\w+)$", elf, re.M)) == {"0x4000"}, "not aligned to 16 KB")
+check("TEXTREL" not in elf and "GNU_RELRO" in elf and "BIND_NOW" in elf, "text relocations, or not RELRO")
+symbols = re.findall(r"^ +\d+: \w+ +\d+ \w+ +(?:GLOBAL|WEAK) +\w+ +(\w+) (\S+)", elf, re.M)
+check([name for section, name in symbols if section != "UND"] == ["JNI_OnLoad"], f"exports: {symbols}")
+check(any(name == "VoiceActivityDetectionExe" for section, name in symbols if section == "UND"),
+      "does not call the detector")
+
+print("\n".join(failures))
+sys.exit(1 if failures else 0)
