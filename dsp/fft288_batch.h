@@ -104,10 +104,10 @@ KORVANE_INLINE Packed<P> half_scale(Packed<P> a) {
     return {mul_half_q15<kC>(a.v)};
 }
 template <int kC, class P>
-KORVANE_INLINE Turns<Packed<P>> half_scaled_turns(Packed<P> a) {
-    const auto products = mul_half_both<kC>(swap_halves(a.v));
-    return {{blend_halves(products.positive, products.negative)},
-            {blend_halves(products.negative, products.positive)}};
+KORVANE_INLINE Turns<Packed<P>> add_half_scaled_turns(Packed<P> a, Packed<P> b) {
+    const auto sums = add_half_both<kC>(a.v, swap_halves(b.v));
+    return {{blend_halves(sums.positive, sums.negative)},
+            {blend_halves(sums.negative, sums.positive)}};
 }
 
 /** How the work area keeps the complex values of a batch: two frames packed, more in two parts. */

@@ -77,18 +77,18 @@ KORVANE_INLINE constexpr Complex<V> half_scale(Complex<V> a) {
     return {mul_half_q15<kC>(a.re), mul_half_q15<kC>(a.im)};
 }
 
-/** A value turned by a quarter, either way. */
+/** A sum with a value turned by a quarter, either way. */
 template <class C>
 struct Turns {
     C clockwise;
     C counter;
 };
-/** Half of a times -i*c and half of a times i*c; the sign goes with the constant. */
+/** a plus half of b times -i*c and a plus half of b times i*c; the sign goes with the constant. */
 template <int kC, class V>
-KORVANE_INLINE constexpr Turns<Complex<V>> half_scaled_turns(Complex<V> a) {
-    const auto re = mul_half_both<kC>(a.re);
-    const auto im = mul_half_both<kC>(a.im);
-    return {{im.positive, re.negative}, {im.negative, re.positive}};
+KORVANE_INLINE constexpr Turns<Complex<V>> add_half_scaled_turns(Complex<V> a, Complex<V> b) {
+    const auto re = add_half_both<kC>(a.re, b.im);
+    const auto im = add_half_both<kC>(a.im, b.re);
+    return {{re.positive, im.negative}, {re.negative, im.positive}};
 }
 
 // The butterflies are written for a complex type C: Complex<V>, or one that keeps both parts in one
@@ -108,11 +108,9 @@ KORVANE_INLINE constexpr void radix3(C& x0, C& x1, C& x2) {
     const C d = twice(sub(x1, x2));
     const C h = sub(x0, half(s));
     x0 = add(x0, s);
-    const auto turns = half_scaled_turns<kSin60>(d);
-    const C clockwise = add(h, turns.clockwise);
-    const C counter = add(h, turns.counter);
-    x1 = kDirection == Direction::kForward ? clockwise : counter;
-    x2 = kDirection == Direction::kForward ? counter : clockwise;
+    const auto turns = add_half_scaled_turns<kSin60>(h, d);
+    x1 = kDirection == Direction::kForward ? turns.clockwise : turns.counter;
+    x2 = kDirection == Direction::kForward ? turns.counter : turns.clockwise;
 }
 
 /** 4-point DFT of a0..a3, in place; exact but for wrapping. */
@@ -179,15 +177,17 @@ KORVANE_INLINE constexpr void dft9(C* e) {
  * X = (a + b*)/2 + W*(a - b*)/2i. The products are halved by their shift, as the sums are by
  * theirs.
  *
- * @param c  cosine, the real part of entry 2k of twd576, Q15
- * @param s  minus the sine, its imaginary part, below zero
+ * @param c     cosine, the real part of entry 2k of twd576, Q15
+ * @param s     minus the sine, its imaginary part, below zero
+ * @param sign  negates the lanes in which the arguments stand the other way round, a = Z[144 - k]
+ *              and b = Z[k]; the results are X[k] and X[144 - k] in every lane
  */
-template <class V>
-KORVANE_INLINE constexpr void split(Complex<V>& a, Complex<V>& b, V c, V s) {
+template <class V, class Sign>
+KORVANE_INLINE constexpr void split(Complex<V>& a, Complex<V>& b, V c, V s, Sign sign) {
     const V sr = add_wrap(a.re, b.re);
-    const V dr = sub_wrap(a.re, b.re);
+    const V dr = sign(sub_wrap(a.re, b.re));
     const V si = add_wrap(a.im, b.im);
-    const V di = sub_wrap(a.im, b.im);
+    const V di = sign(sub_wrap(a.im, b.im));
     const V t = add_wrap(mul_half_negative(dr, s), mul_half_positive(si, c));
     const V u = add_wrap(mul_half_positive(neg_wrap(dr), c), mul_half_negative(si, s));
     const V half = asr<1>(sr);
@@ -195,20 +195,28 @@ KORVANE_INLINE constexpr void split(Complex<V>& a, Complex<V>& b, V c, V s) {
     a = {add_wrap(half, t), im};
     b = {sub_wrap(half, t), sub_wrap(im, di)};
 }
+template <class V>
+KORVANE_INLINE constexpr void split(Complex<V>& a, Complex<V>& b, V c, V s) {
+    split(a, b, c, s, [](V x) { return x; });
+}
 
 /** The split run backwards: from the bins a = X[k] and b = X[144 - k] the lines Z[k] and Z[144 -
- * k]. Parameters as for split. */
-template <class V>
-KORVANE_INLINE constexpr void unsplit(Complex<V>& a, Complex<V>& b, V c, V s) {
+ * k]. Parameters as for split, but that here it is the results that sign exchanges. */
+template <class V, class Sign>
+KORVANE_INLINE constexpr void unsplit(Complex<V>& a, Complex<V>& b, V c, V s, Sign sign) {
     const V sr = add_wrap(a.re, b.re);
     const V dr = sub_wrap(a.re, b.re);
     const V si = add_wrap(a.im, b.im);
     const V di = sub_wrap(a.im, b.im);
     const V v = add_wrap(mul_half_negative(si, s), mul_half_positive(dr, c));
-    const V w = add_wrap(mul_half_negative(neg_wrap(dr), s), mul_half_positive(si, c));
+    const V w = sign(add_wrap(mul_half_negative(neg_wrap(dr), s), mul_half_positive(si, c)));
     const V half = asr<1>(sr);
-    a = {sub_wrap(half, w), add_wrap(v, asr<1>(di))};
-    b = {add_wrap(half, w), sub_wrap(v, asr<1>(di))};
+    a = {sub_wrap(half, w), add_wrap(v, sign(asr<1>(di)))};
+    b = {add_wrap(half, w), sub_wrap(v, sign(asr<1>(di)))};
+}
+template <class V>
+KORVANE_INLINE constexpr void unsplit(Complex<V>& a, Complex<V>& b, V c, V s) {
+    unsplit(a, b, c, s, [](V x) { return x; });
 }
 
 }  // namespace korvane

@@ -101,15 +101,15 @@ KORVANE_INLINE constexpr int32_t mul_half_positive(int32_t a, int32_t c) {
 KORVANE_INLINE constexpr int32_t mul_half_negative(int32_t a, int32_t c) {
     return mul_half_q15(a, c);
 }
-/** floor(a*c / 65536) and floor(a*-c / 65536). */
+/** a + floor(b*c / 65536) and a + floor(b*-c / 65536). */
 template <class V>
-struct OppositeProducts {
+struct OppositeSums {
     V positive;
     V negative;
 };
 template <int kC>
-KORVANE_INLINE constexpr OppositeProducts<int32_t> mul_half_both(int32_t a) {
-    return {mul_half_q15<kC>(a), mul_half_q15<-kC>(a)};
+KORVANE_INLINE constexpr OppositeSums<int32_t> add_half_both(int32_t a, int32_t b) {
+    return {add_wrap(a, mul_half_q15<kC>(b)), add_wrap(a, mul_half_q15<-kC>(b))};
 }
 /** floor(a * (b >> 16) / 65536): times the upper half of another value. */
 KORVANE_INLINE constexpr int32_t mul_half_upper(int32_t a, int32_t b) {

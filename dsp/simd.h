@@ -122,17 +122,16 @@ KORVANE_INLINE Quad mul_half_q15(Quad a) {
     }
     return {_mm_sub_epi32(sum, _mm_and_si128(a.v, _mm_set1_epi32(0xFFFF)))};
 }
-/** The least power of two whose multiples make a*c a multiple of 65536. */
+/** The least power of two whose multiples make a*c a multiple of 65536; 65536 at the most. */
 template <int kC>
 inline constexpr int kExactFrom = 65536 / (kC & -kC);
-// floor(-x) is -floor(x) - 1 unless x is a whole number.
+// floor(-x) is -floor(x) - 1 unless x is a whole number, and a mask of all ones is that -1.
 template <int kC>
-KORVANE_INLINE OppositeProducts<Quad> mul_half_both(Quad a) {
-    const Quad product = mul_half_q15<kC>(a);
-    const __m128i rest = _mm_and_si128(a.v, _mm_set1_epi32(kExactFrom<kC> - 1));
-    const __m128i exact = _mm_cmpeq_epi32(rest, _mm_setzero_si128());
-    const __m128i flipped = _mm_xor_si128(product.v, _mm_set1_epi32(-1));
-    return {product, {_mm_sub_epi32(flipped, exact)}};
+KORVANE_INLINE OppositeSums<Quad> add_half_both(Quad a, Quad b) {
+    const Quad product = mul_half_q15<kC>(b);
+    const __m128i rest = _mm_and_si128(b.v, _mm_set1_epi32(kExactFrom<kC> - 1));
+    const __m128i inexact = _mm_cmpgt_epi32(rest, _mm_setzero_si128());
+    return {add_wrap(a, product), {_mm_add_epi32(sub_wrap(a, product).v, inexact)}};
 }
 /** floor(a*c / 65536) with c in 0..32767. */
 KORVANE_INLINE Quad mul_half_positive(Quad a, Quad c) {
@@ -271,8 +270,11 @@ KORVANE_INLINE Quad first_of_cycle(Quad a, Quad b) {
 #if defined(__AVX2__)
     return {_mm_blend_epi32(b.v, a.v, kCycle == 4 ? 0x1 : 0x5)};
 #else
-    const Quad mask{_mm_set_epi32(0, kCycle == 4 ? 0 : -1, 0, -1)};
-    return select(mask, a, b);
+    if constexpr (kCycle == 4) {
+        return {_mm_castps_si128(_mm_move_ss(_mm_castsi128_ps(b.v), _mm_castsi128_ps(a.v)))};
+    } else {
+        return select({_mm_setr_epi32(-1, 0, -1, 0)}, a, b);
+    }
 #endif
 }
 KORVANE_INLINE void transpose(Quad& a, Quad& b, Quad& c, Quad& d) {
@@ -369,12 +371,12 @@ KORVANE_INLINE Quad zip_high(Quad a, Quad b) { return {_mm_unpackhi_epi32(a.v, b
 /** a[0], a[1], b[0], b[1]. */
 KORVANE_INLINE Quad load_two_pairs(const int32_t* a, const int32_t* b) {
     const __m128i low = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(a));
-    const __m128i high = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(b));
-    return {_mm_unpacklo_epi64(low, high)};
+    return {
+        _mm_castps_si128(_mm_loadh_pi(_mm_castsi128_ps(low), reinterpret_cast<const __m64*>(b)))};
 }
 KORVANE_INLINE void store_two_pairs(int32_t* a, int32_t* b, Quad v) {
     _mm_storel_epi64(reinterpret_cast<__m128i*>(a), v.v);
-    _mm_storel_epi64(reinterpret_cast<__m128i*>(b), _mm_unpackhi_epi64(v.v, v.v));
+    _mm_storeh_pi(reinterpret_cast<__m64*>(b), _mm_castsi128_ps(v.v));
 }
 
 #elif defined(__ARM_NEON)
@@ -429,8 +431,8 @@ KORVANE_INLINE Quad mul_half_q15(Quad a, Quad c) {
     return {vqdmulhq_s32(a.v, vshlq_n_s32(c.v, 15))};
 }
 template <int kC>
-KORVANE_INLINE OppositeProducts<Quad> mul_half_both(Quad a) {
-    return {mul_half_q15<kC>(a), mul_half_q15<-kC>(a)};
+KORVANE_INLINE OppositeSums<Quad> add_half_both(Quad a, Quad b) {
+    return {add_wrap(a, mul_half_q15<kC>(b)), add_wrap(a, mul_half_q15<-kC>(b))};
 }
 KORVANE_INLINE Quad mul_half_positive(Quad a, Quad c) { return mul_half_q15(a, c); }
 KORVANE_INLINE Quad mul_half_negative(Quad a, Quad c) { return mul_half_q15(a, c); }
@@ -527,6 +529,9 @@ KORVANE_INLINE Quad reverse(Quad a) {
 KORVANE_INLINE Quad swap_halves(Quad a) { return {vextq_s32(a.v, a.v, 2)}; }
 KORVANE_INLINE Quad lower_halves(Quad a, Quad b) {
     return {vcombine_s32(vget_low_s32(a.v), vget_low_s32(b.v))};
+}
+KORVANE_INLINE Quad negate_where(Quad mask, Quad a) {
+    return {vsubq_s32(veorq_s32(a.v, mask.v), mask.v)};
 }
 KORVANE_INLINE Quad negate_lower(Quad a) {
     return {vcombine_s32(vneg_s32(vget_low_s32(a.v)), vget_high_s32(a.v))};
@@ -638,12 +643,11 @@ KORVANE_INLINE Wide mul_half_q15(Wide a) {
     return {_mm256_sub_epi32(sum, _mm256_and_si256(a.v, _mm256_set1_epi32(0xFFFF)))};
 }
 template <int kC>
-KORVANE_INLINE OppositeProducts<Wide> mul_half_both(Wide a) {
-    const Wide product = mul_half_q15<kC>(a);
-    const __m256i rest = _mm256_and_si256(a.v, _mm256_set1_epi32(kExactFrom<kC> - 1));
-    const __m256i exact = _mm256_cmpeq_epi32(rest, _mm256_setzero_si256());
-    const __m256i flipped = _mm256_xor_si256(product.v, _mm256_set1_epi32(-1));
-    return {product, {_mm256_sub_epi32(flipped, exact)}};
+KORVANE_INLINE OppositeSums<Wide> add_half_both(Wide a, Wide b) {
+    const Wide product = mul_half_q15<kC>(b);
+    const __m256i rest = _mm256_and_si256(b.v, _mm256_set1_epi32(kExactFrom<kC> - 1));
+    const __m256i inexact = _mm256_cmpgt_epi32(rest, _mm256_setzero_si256());
+    return {add_wrap(a, product), {_mm256_add_epi32(sub_wrap(a, product).v, inexact)}};
 }
 KORVANE_INLINE Wide mul_half_positive(Wide a, Wide c) {
     return {_mm256_add_epi32(_mm256_madd_epi16(a.v, _mm256_slli_epi32(c.v, 16)),

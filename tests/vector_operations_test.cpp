@@ -103,21 +103,13 @@ void check_operations() {
 #undef KORVANE_SAME_ONE
 #undef KORVANE_SAME
     expect_same<V>(
-        "the lower of opposite products", a, b,
-        [](V x, V) {
-            const auto both = mul_half_both<28378>(x);
-            return minimum(both.positive, both.negative);
-        },
-        [](int32_t x, int32_t) {
-            return std::min(mul_half_q15<28378>(x), mul_half_q15<-28378>(x));
-        });
+        "a sum with a product", a, b,
+        [](V x, V y) { return V(add_half_both<28378>(x, y).positive); },
+        [](int32_t x, int32_t y) { return add_wrap(x, mul_half_q15<28378>(y)); });
     expect_same<V>(
-        "the sum of opposite products", a, b,
-        [](V x, V) {
-            const auto both = mul_half_both<28378>(x);
-            return add_wrap(both.positive, both.negative);
-        },
-        [](int32_t x, int32_t) { return mul_half_q15<28378>(x) + mul_half_q15<-28378>(x); });
+        "a sum with the opposite product", a, b,
+        [](V x, V y) { return V(add_half_both<28378>(x, y).negative); },
+        [](int32_t x, int32_t y) { return add_wrap(x, mul_half_q15<-28378>(y)); });
     expect_same<V>(
         "mul_low", a, b, [](V x, V y) { return mul_low(x, y); },
         [](int32_t x, int32_t y) {
