@@ -162,38 +162,28 @@ constexpr auto kResults = [] {
     return results;
 }();
 
-constexpr double sine(double x) {
-    double sum = 0;
-    double term = x;
-    for (int n = 2; n < 30; n += 2) {
-        sum += term;
-        term *= -x * x / (n * (n + 1));
-    }
-    return sum;
-}
-/** round(32768 * sin(2*pi*n/288)), n in 0..72. */
-constexpr int32_t sine_q15(int n) {
-    return (static_cast<int32_t>(65536 * sine(3.14159265358979323846 * n / 144)) + 1) / 2;
-}
+/** What twd576 holds, for the compiler. */
+constexpr int16_t kTwiddles[144][2] = {
+#include "dsp/twd576_values.inc"
+};
 
 /** What the split of two vectors that mirror each other takes. In each lane one of them holds a bin k
  * of the lower half, the other bin 144 - k. */
 struct SplitLanes {
-    // Entry 2k of twd576, which is no constant to the compiler, in one word. Its sine is below zero
-    // in any case, so that the sign is free to tell which vector holds k: the first one where it is
-    // clear.
+    // Entry 2k of twd576 in one word. Its sine is below zero in any case, so that the sign is free to
+    // tell which vector holds k: the first one where it is clear.
     int32_t twiddle[4];
     Places lower;  // k
     Places upper;  // 144 - k
 
     /** A lane whose first vector holds this line. Lines 0 and 72 have no part in the split; their
-     * lane goes along as line 72. */
+     * lane goes along as line 72, with any factor. */
     constexpr void set(int lane, int line) {
         const int held = line == 0 ? kComplexSize / 2 : line;
         const bool mirrored = held > kComplexSize / 2;
         const int k = mirrored ? kComplexSize - held : held;
-        const auto s = static_cast<uint32_t>(-sine_q15(k)) & 0x7FFF;
-        const auto c = static_cast<uint32_t>(sine_q15(kComplexSize / 2 - k));
+        const auto c = static_cast<uint32_t>(kTwiddles[2 * k % kComplexSize][0]);
+        const auto s = static_cast<uint32_t>(kTwiddles[2 * k % kComplexSize][1]) & 0x7FFF;
         twiddle[lane] = static_cast<int32_t>((mirrored ? 0x80000000 : 0) | s << 16 | c);
         lower.lane[lane] = static_cast<uint8_t>(k);
         upper.lane[lane] = static_cast<uint8_t>(kComplexSize - k);
