@@ -42,11 +42,12 @@ if(KORVANE_BUILD_TOOLS)
     set_target_properties(korvane-vad PROPERTIES INSTALL_RPATH "$ORIGIN/${from_tool_to_library}")
   endif()
   install(TARGETS korvane-vad RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tool)
-  install(FILES tools/korvane-vad.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tool)
-  install(FILES tools/completions/korvane-vad.bash RENAME korvane-vad
+  get_property(texts DIRECTORY PROPERTY KORVANE_TEXTS)
+  install(FILES ${texts}/korvane-vad.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tool)
+  install(FILES ${texts}/korvane-vad.bash RENAME korvane-vad
     DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT tool)
-  install(FILES tools/completions/_korvane-vad DESTINATION ${KORVANE_ZSH_COMPLETIONS} COMPONENT tool)
-  install(FILES tools/completions/korvane-vad.fish
+  install(FILES ${texts}/_korvane-vad DESTINATION ${KORVANE_ZSH_COMPLETIONS} COMPONENT tool)
+  install(FILES ${texts}/korvane-vad.fish
     DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d COMPONENT tool)
 endif()
 

@@ -22,7 +22,8 @@ ALLOWED = {
     "nrss/pipeline": ["dsp", "nrss/gain", "include"],
     "nrss/stream": ["include"],
     "detector": ["include", "platform", "dsp/fixed_point.h"],
-    "tools": ["include"],
+    "segments": [],
+    "tools": ["include", "segments"],
     "android/korvane-vad/src/main/cpp": ["include"],
 }
 SOURCES = {".c", ".cpp", ".h"}

@@ -1,0 +1,417 @@
+#include "audio_source.h"
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <cmath>
+#include <csignal>
+#include <future>
+#include <limits>
+#include <numbers>
+#include <thread>
+#include <utility>
+
+#include "resampled_source.h"
+#include "sample_conversion.h"
+#include "temporary_folder.h"
+
+namespace korvane::tool {
+namespace {
+
+using testing::HasSubstr;
+
+constexpr int kWav = SF_FORMAT_WAV | SF_FORMAT_PCM_16;
+
+TEST(SampleConversion, RoundsToNearestAndClips) {
+    const double lsb = 1.0 / 32768.0;
+    const std::pair<double, int> cases[] = {{0.0, 0},
+                                            {-123.49 * lsb, -123},
+                                            {-123.51 * lsb, -124},
+                                            {0.5 * lsb, 0},
+                                            {1.5 * lsb, 2},
+                                            {32767.4 * lsb, 32767},
+                                            {1.0, 32767},
+                                            {-1.0, -32768},
+                                            {std::numeric_limits<double>::infinity(), 32767},
+                                            {-std::numeric_limits<double>::max(), -32768},
+                                            {std::nan(""), 0}};
+    for (const auto& [value, sample] : cases) {
+        EXPECT_EQ(sample_from_float(value), sample) << value;
+    }
+}
+
+static_assert(rounded_mean(1, 2) == 0 && rounded_mean(3, 2) == 2 && rounded_mean(-1, 2) == 0 &&
+              rounded_mean(-3, 2) == -2 && rounded_mean(-5, 3) == -2 && rounded_mean(4, 3) == 1 &&
+              rounded_mean(7 * -32768, 7) == -32768 && rounded_mean(2 * 32767, 2) == 32767);
+
+/** A named pipe that a thread writes to. */
+class Pipe {
+  public:
+    Pipe(const TemporaryFolder& folder, const std::string& bytes) : path_(folder.path("pipe")) {
+        EXPECT_EQ(mkfifo(path_.c_str(), 0600), 0);
+        writer_ = std::thread([this, bytes] {
+            const int descriptor = open(path_.c_str(), O_WRONLY);
+            for (std::size_t done = 0; done < bytes.size();) {
+                const ssize_t count = write(descriptor, bytes.data() + done, bytes.size() - done);
+                if (count <= 0) {
+                    break;
+                }
+                done += static_cast<std::size_t>(count);
+            }
+            close(descriptor);
+        });
+    }
+    ~Pipe() {
+        writer_.join();
+        unlink(path_.c_str());
+    }
+    Pipe(const Pipe&) = delete;
+    Pipe& operator=(const Pipe&) = delete;
+    const std::string& path() const { return path_; }
+
+  private:
+    std::string path_;
+    std::thread writer_;
+};
+
+class AudioSourceTest : public testing::Test {
+  protected:
+    AudioSourceTest() { std::signal(SIGPIPE, SIG_IGN); }
+    TemporaryFolder folder_;
+};
+
+// Every format that holds the samples without loss must give the same 16 bits, from a file and from
+// a pipe. What a format holds beyond them must be dropped, not rounded; what it lacks is zero.
+TEST_F(AudioSourceTest, GivesTheSame16BitsFromEveryLosslessFormat) {
+    std::mt19937 random(20240607);
+    std::vector<int32_t> full(360002);
+    std::generate(full.begin(), full.end(), [&] { return static_cast<int32_t>(random()); });
+    full[0] = INT32_MIN;
+    full[1] = INT32_MAX;
+    const struct {
+        int format, bits;
+    } cases[] = {{kWav, 16},
+                 {SF_FORMAT_WAV | SF_FORMAT_PCM_24, 32},
+                 {SF_FORMAT_WAV | SF_FORMAT_PCM_32, 32},
+                 {SF_FORMAT_AIFF | SF_FORMAT_PCM_24, 32},
+                 {SF_FORMAT_AU | SF_FORMAT_PCM_16, 16},
+                 {SF_FORMAT_W64 | SF_FORMAT_PCM_16, 16},
+                 {SF_FORMAT_RF64 | SF_FORMAT_PCM_16, 16},
+                 {SF_FORMAT_FLAC | SF_FORMAT_PCM_16, 16},
+                 {SF_FORMAT_FLAC | SF_FORMAT_PCM_24, 32},
+                 {SF_FORMAT_CAF | SF_FORMAT_ALAC_16, 16},
+                 {SF_FORMAT_WAV | SF_FORMAT_FLOAT, 16},
+                 {SF_FORMAT_WAV | SF_FORMAT_DOUBLE, 16},
+                 {SF_FORMAT_WAV | SF_FORMAT_PCM_U8, 8},
+                 {SF_FORMAT_AIFF | SF_FORMAT_PCM_S8, 8},
+                 {SF_FORMAT_FLAC | SF_FORMAT_PCM_S8, 8}};
+    for (const auto& [format, bits] : cases) {
+        std::vector<int32_t> samples;
+        std::vector<int16_t> expected;
+        for (const int32_t sample : full) {
+            samples.push_back(sample >> (32 - bits) << (32 - bits));
+            expected.push_back(static_cast<int16_t>(samples.back() >> 16));
+        }
+        for (const int channels : {1, 2}) {
+            write_file(folder_.path("x"), format, 44100, channels, samples);
+            const auto source = open_source(folder_.path("x"), {});
+            EXPECT_EQ(source->info().length, 360002 / channels);
+            EXPECT_TRUE(source->info().bit_exact);
+            EXPECT_EQ(read_all(*source), expected) << std::hex << format << ' ' << channels;
+            const Pipe pipe(folder_, folder_.read("x"));
+            EXPECT_EQ(read_all(pipe.path()), expected) << "pipe " << std::hex << format;
+        }
+    }
+}
+
+TEST_F(AudioSourceTest, SaysWhichDecodersAreNotBitExact) {
+    const struct {
+        int format;
+        bool exact;
+    } cases[] = {{SF_FORMAT_OGG | SF_FORMAT_VORBIS, false},
+                 {SF_FORMAT_OGG | SF_FORMAT_OPUS, false},
+                 {SF_FORMAT_MPEG | SF_FORMAT_MPEG_LAYER_III, false},
+                 {SF_FORMAT_WAV | SF_FORMAT_ULAW, true},
+                 {SF_FORMAT_WAV | SF_FORMAT_MS_ADPCM, true},
+                 {SF_FORMAT_WAV | SF_FORMAT_GSM610, true}};
+    for (const auto& [format, exact] : cases) {
+        write_file(folder_.path("x"), format, 16000, 1, noise(20000, 1));
+        EXPECT_EQ(open_source(folder_.path("x"), {})->info().bit_exact, exact)
+            << std::hex << format;
+    }
+}
+
+TEST_F(AudioSourceTest, ChoosesAndMixesChannels) {
+    constexpr std::size_t kFrames = 70000;
+    const std::vector<int16_t> six = noise(6 * kFrames, 2);
+    write_file(folder_.path("six.wav"), kWav, 16000, 6, six);
+    SourceOptions options;
+    options.channels = {6, 2};
+    std::vector<int16_t> expected;
+    for (std::size_t i = 0; i < kFrames; ++i) {
+        expected.push_back(six[6 * i + 5]);
+        expected.push_back(six[6 * i + 1]);
+    }
+    EXPECT_EQ(read_all(folder_.path("six.wav"), options), expected);
+    for (const std::vector<int>& chosen : {std::vector<int>{}, {1, 2}, {1, 3, 6}}) {
+        options.channels = chosen;
+        options.downmix = true;
+        const std::vector<int16_t> mixed = read_all(folder_.path("six.wav"), options);
+        ASSERT_EQ(mixed.size(), kFrames);
+        const std::vector<int> used = chosen.empty() ? std::vector<int>{1, 2, 3, 4, 5, 6} : chosen;
+        for (std::size_t i = 0; i < kFrames; ++i) {
+            double sum = 0;
+            for (const int channel : used) {
+                sum += six[6 * i + static_cast<std::size_t>(channel) - 1];
+            }
+            // sum / 6 and sum / 3 that lie halfway are exact in binary; the rest is far from it.
+            ASSERT_EQ(mixed[i], std::nearbyint(sum / static_cast<double>(used.size()))) << i;
+        }
+    }
+    options.downmix = false;
+    EXPECT_THAT(failure_of([&] { open_source(folder_.path("six.wav"), options); }),
+                HasSubstr("--downmix"));
+    EXPECT_THAT(failure_of([&] { open_source(folder_.path("six.wav"), {}); }),
+                HasSubstr("6 channels; choose one or two with --channels 1,2"));
+    for (const int channel : {0, -1, 7}) {
+        options.channels = {1, channel};
+        EXPECT_THAT(failure_of([&] { open_source(folder_.path("six.wav"), options); }),
+                    HasSubstr("no channel " + std::to_string(channel) + "; there are 6"));
+    }
+}
+
+TEST_F(AudioSourceTest, ReadsRawSamplesInEveryLayout) {
+    constexpr std::size_t kFrames = 150001;
+    const std::vector<int16_t> samples = noise(3 * kFrames, 3);
+    std::vector<int16_t> planar;
+    for (std::size_t c = 0; c < 3; ++c) {
+        for (std::size_t i = 0; i < kFrames; ++i) {
+            planar.push_back(samples[3 * i + c]);
+        }
+    }
+    SourceOptions options = raw_options(16000, 3);
+    options.channels = {3, 1};
+    std::vector<int16_t> expected;
+    for (std::size_t i = 0; i < kFrames; ++i) {
+        expected.push_back(samples[3 * i + 2]);
+        expected.push_back(samples[3 * i]);
+    }
+    for (const bool big : {false, true}) {
+        options.raw->big_endian = big;
+        options.raw->planar = false;
+        const std::string bytes = raw_bytes(samples, big);
+        EXPECT_EQ(read_all(folder_.write("i", bytes), options), expected);
+        const Pipe pipe(folder_, bytes);
+        EXPECT_EQ(read_all(pipe.path(), options), expected);
+        options.raw->planar = true;
+        const auto source = open_source(folder_.write("p", raw_bytes(planar, big)), options);
+        EXPECT_EQ(source->info().length, int64_t{kFrames});
+        EXPECT_EQ(read_all(*source), expected);
+        EXPECT_EQ(source->read(expected.data(), 1), 0);
+    }
+    const Pipe pipe(folder_, "");
+    EXPECT_THAT(failure_of([&] { open_source(pipe.path(), options); }), HasSubstr("regular file"));
+    folder_.write("p", std::string(3 * 2 * 5 + 2, 'x'));
+    EXPECT_THAT(failure_of([&] { open_source(folder_.path("p"), options); }),
+                HasSubstr("32 bytes are not 3 channels"));
+}
+
+TEST_F(AudioSourceTest, HandsOutEverythingBeforeAFault) {
+    const std::vector<int16_t> samples = noise(200000, 4);
+    std::vector<int16_t> before;
+    const auto fails_after = [&](const std::string& name, const SourceOptions& options,
+                                 std::size_t count, const std::string& reason) {
+        const auto source = open_source(name, options);
+        before.clear();
+        EXPECT_THAT(failure_of([&] { read_all(*source, &before); }), HasSubstr(reason));
+        EXPECT_EQ(before, std::vector<int16_t>(samples.begin(),
+                                               samples.begin() + static_cast<int64_t>(count)));
+        int16_t sample = 0;
+        EXPECT_THAT(failure_of([&] { source->read(&sample, 1); }), HasSubstr(reason)) << "again";
+    };
+    const SourceOptions mono = raw_options(16000, 1);
+    const SourceOptions stereo = raw_options(16000, 2);
+    const std::string bytes = raw_bytes(samples);
+    fails_after(folder_.write("odd", bytes + "x"), mono, 200000, "ends within a sample: 1 of 2");
+    fails_after(folder_.write("odd", bytes + "xyz"), stereo, 200000, "3 of 4 bytes");
+    fails_after(folder_.write("empty", ""), mono, 0, "holds no samples");
+    {
+        const Pipe pipe(folder_, bytes + "x");
+        fails_after(pipe.path(), mono, 200000, "ends within a sample: 1 of 2");
+    }
+    write_file(folder_.path("cut.wav"), kWav, 16000, 1, samples);
+    const std::string cut = folder_.read("cut.wav").substr(0, 44 + 2 * 130000 + 1);
+    fails_after(folder_.write("cut.wav", cut), {}, 130000, "truncated");
+    {
+        const Pipe pipe(folder_, cut);
+        fails_after(pipe.path(), {}, 130000, "truncated: 130000 of 200000 samples");
+    }
+    EXPECT_THAT(failure_of([&] { open_source(folder_.path("empty"), {}); }),
+                HasSubstr("empty file"));
+    EXPECT_THAT(failure_of([&] { open_source(folder_.path("none"), mono); }), HasSubstr("No such"));
+    EXPECT_THAT(failure_of([&] { open_source(folder_.path(), mono); }), HasSubstr("directory"));
+}
+
+TEST_F(AudioSourceTest, NoticesThatAFileShrinksOrGrowsWhileItIsRead) {
+    const std::vector<int16_t> samples = noise(400000, 5);
+    SourceOptions planar = raw_options(16000, 2);
+    planar.raw->planar = true;
+    for (const SourceOptions& options : {raw_options(16000, 1), planar, SourceOptions{}}) {
+        write_file(folder_.path("x"), kWav, 16000, 1, samples);
+        if (options.raw) {
+            folder_.write("x", raw_bytes(samples));
+        }
+        const auto source = open_source(folder_.path("x"), options);
+        std::vector<int16_t> some(2000);
+        EXPECT_EQ(source->read(some.data(), 1000), 1000);
+        std::filesystem::resize_file(folder_.path("x"), 300001);
+        EXPECT_THAT(failure_of([&] { read_all(*source); }), HasSubstr("truncated"));
+    }
+    folder_.write("x", raw_bytes(samples));
+    const auto source = open_source(folder_.path("x"), raw_options(16000, 1));
+    std::filesystem::resize_file(folder_.path("x"), 900001);
+    EXPECT_EQ(read_all(*source), samples);
+}
+
+// The writer sends a frame, and the next only once that one has arrived. Reading ahead would wait
+// for ever; the writer gives up after ten seconds and so ends the stream too early.
+TEST_F(AudioSourceTest, TakesFromAPipeWhatIsThereAndNoMore) {
+    constexpr int kFrame = 160;
+    constexpr int kCount = 20;
+    const std::vector<int16_t> samples = noise(2 * kFrame * kCount, 6);
+    write_file(folder_.path("x.wav"), kWav, 16000, 2, samples);
+    write_file(folder_.path("x.aiff"), SF_FORMAT_AIFF | SF_FORMAT_PCM_24, 16000, 2, samples);
+    folder_.write("x.raw", raw_bytes(samples));
+    for (const std::string name : {"x.raw", "x.wav", "x.aiff"}) {
+        const std::size_t sample_bytes = name == "x.aiff" ? 3 : 2;
+        const std::string bytes = folder_.read(name);
+        const std::size_t header = bytes.size() - sample_bytes * samples.size();
+        ASSERT_EQ(mkfifo(folder_.path("live").c_str(), 0600), 0);
+        std::array<std::promise<void>, kCount> arrived;
+        std::thread writer([&] {
+            const int pipe = open(folder_.path("live").c_str(), O_WRONLY);
+            for (std::size_t i = 0, begin = 0; i < kCount; ++i) {
+                const std::size_t end = header + sample_bytes * 2 * kFrame * (i + 1);
+                EXPECT_EQ(write(pipe, bytes.data() + begin, end - begin),
+                          static_cast<ssize_t>(end - begin));
+                begin = end;
+                if (arrived[i].get_future().wait_for(std::chrono::seconds(10)) !=
+                    std::future_status::ready) {
+                    break;
+                }
+            }
+            close(pipe);
+        });
+        SourceOptions options = raw_options(16000, 2);
+        if (name != "x.raw") {
+            options.raw.reset();
+        }
+        const auto source = open_source(folder_.path("live"), options);
+        std::vector<int16_t> frame(2 * kFrame);
+        for (std::size_t i = 0; i < kCount; ++i) {
+            EXPECT_EQ(source->read(frame.data(), kFrame), kFrame) << name << ' ' << i;
+            EXPECT_TRUE(std::equal(frame.begin(), frame.end(),
+                                   samples.begin() + static_cast<int64_t>(frame.size() * i)));
+            arrived[i].set_value();
+        }
+        EXPECT_EQ(source->read(frame.data(), kFrame), 0) << name;
+        writer.join();
+        unlink(folder_.path("live").c_str());
+    }
+}
+
+TEST_F(AudioSourceTest, EndsALiveInputOnASignal) {
+    write_file(folder_.path("x.wav"), kWav, 16000, 1, noise(1000, 7));
+    ASSERT_EQ(mkfifo(folder_.path("live").c_str(), 0600), 0);
+    struct sigaction action {};
+    action.sa_handler = [](int) { interrupt_live_input(); };
+    sigaction(SIGALRM, &action, nullptr);
+    for (const bool raw : {true, false}) {
+        const int writer = open(folder_.path("live").c_str(), O_RDWR);  // and it stays open
+        const std::string bytes = folder_.read("x.wav").substr(raw ? 44 : 0, 44 + 401);
+        ASSERT_EQ(write(writer, bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
+        const auto source =
+            open_source(folder_.path("live"), raw ? raw_options(16000, 1) : SourceOptions{});
+        std::vector<int16_t> frame(1000);
+        ualarm(100000, 0);
+        EXPECT_EQ(source->read(frame.data(), 1000), raw ? 222 : 200);
+        EXPECT_EQ(source->read(frame.data(), 1000), 0);
+        close(writer);
+    }
+}
+
+TEST_F(AudioSourceTest, RefusesRatesThatTheDetectorDoesNotTake) {
+    write_file(folder_.path("49999.wav"), kWav, 49999, 1, noise(10, 8));
+    EXPECT_EQ(read_all(folder_.path("49999.wav")).size(), 10U);
+    write_file(folder_.path("50000.wav"), kWav, 50000, 1, noise(10, 8));
+    EXPECT_THAT(
+        failure_of([&] { open_source(folder_.path("50000.wav"), {}); }),
+        HasSubstr("sampling rate 50000 Hz; the detector takes less than 50000 Hz; --resample"));
+    folder_.write("x.raw", "....");
+    EXPECT_THAT(failure_of([&] { open_source(folder_.path("x.raw"), raw_options(0, 1)); }),
+                HasSubstr("1 Hz or more"));
+    EXPECT_THAT(failure_of([&] { open_source(folder_.path("x.raw"), raw_options(8000, 0)); }),
+                HasSubstr("0 channels"));
+}
+
+TEST_F(AudioSourceTest, ResamplesEveryLengthWithoutShiftingIt) {
+    for (const int rate : {50000, 50001, 88200, 96000, 192000}) {
+        for (const int length : {1, 2, 3, 1000, 1001, 100000}) {
+            SourceOptions options = raw_options(rate, 1);
+            options.resample = true;
+            folder_.write("x", std::string(2 * static_cast<std::size_t>(length), '\0'));
+            const auto source = open_source(folder_.path("x"), options);
+            const auto expected = static_cast<int64_t>(std::floor(length * 48000.0 / rate + 0.5));
+            EXPECT_EQ(source->info().length, expected);
+            EXPECT_FALSE(source->info().bit_exact);
+            EXPECT_EQ(static_cast<int64_t>(read_all(*source).size()), expected);
+        }
+        // A tone comes back as the same tone. Rounding before and after leaves at most
+        // sqrt(1/12 + 1/12) = 0.41 of a step, so 1 allows the pass band 0.9 * 1 step of 7071, or
+        // 0.0011 dB; a shift by a thousandth of a sample would make 0.9 steps.
+        std::vector<int16_t> tone(100000);
+        for (std::size_t i = 0; i < tone.size(); ++i) {
+            tone[i] = static_cast<int16_t>(
+                std::lrint(10000 * std::sin(2 * std::numbers::pi * 1000 * double(i) / rate)));
+        }
+        SourceOptions options = raw_options(rate, 1);
+        options.resample = true;
+        const std::vector<int16_t> out = read_all(folder_.write("x", raw_bytes(tone)), options);
+        double error = 0;
+        constexpr std::size_t kEdge = 2000;  // there the filter sees the silence outside
+        for (std::size_t i = kEdge; i < out.size() - kEdge; ++i) {
+            error += std::pow(
+                out[i] - 10000 * std::sin(2 * std::numbers::pi * 1000 * double(i) / 48000), 2);
+        }
+        EXPECT_LT(std::sqrt(error / double(out.size() - 2 * kEdge)), 1) << rate;
+    }
+}
+
+TEST_F(AudioSourceTest, ResamplesAPipeLikeAFileAndKeepsItsFaults) {
+    const std::vector<int16_t> samples = noise(2 * 96001, 9);
+    SourceOptions options = raw_options(96000, 2);
+    options.resample = true;
+    const std::string bytes = raw_bytes(samples);
+    const std::vector<int16_t> expected = read_all(folder_.write("x", bytes), options);
+    EXPECT_EQ(expected.size(), 2U * 48001);
+    const Pipe pipe(folder_, bytes + "x");
+    const auto source = open_source(pipe.path(), options);
+    std::vector<int16_t> all;
+    std::vector<int16_t> frame(2 * 480);
+    const std::string failure = failure_of([&] {
+        while (const int64_t count = source->read(frame.data(), 480)) {
+            all.insert(all.end(), frame.begin(), frame.begin() + 2 * count);
+        }
+    });
+    EXPECT_THAT(failure, HasSubstr("ends within a sample: 1 of 4 bytes"));
+    EXPECT_EQ(all, expected);
+}
+
+}  // namespace
+}  // namespace korvane::tool

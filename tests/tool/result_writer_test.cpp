@@ -1,0 +1,285 @@
+#include "result_writer.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <sstream>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "korvane_vad.h"
+
+namespace korvane::tool {
+namespace {
+
+using nlohmann::json;
+using segments::Align;
+using segments::Segment;
+
+ResultHeader header_of(const std::string& name) {
+    ResultHeader header;
+    header.source = {name, 16000, 1, 96000, 6, 0, false, std::nullopt};
+    header.frame = 160;
+    header.timing = segments::timing_of(16000, 160);
+    header.rules = {Align::kOnset, 1600, 0, 80, 160, 480000};
+    return header;
+}
+
+// Samples of 62.5 microseconds, so that rounding meets halves at six and at three decimals. The first
+// is shorter than a millisecond, the last begins after more than an hour and is 7 samples long more
+// than a whole number of milliseconds.
+const std::vector<Segment> kList = {{1, 8, 480, false},
+                                    {8, 40, 640, false},
+                                    {32008, 48000, 32960, false},
+                                    {59216000, 59600007, 59217440, true}};
+const StreamTotals kTotals = {59600007, 372506, std::string(64, 'a')};
+
+std::string file_of(ResultFormat format, bool several, const std::vector<ResultHeader>& headers,
+                    const std::vector<Segment>& list) {
+    std::string text = file_prologue(format, several);
+    for (const ResultHeader& header : headers) {
+        text += &header == headers.data() ? "" : file_separator(format, several);
+        text += whole_result(format, several, header, kTotals, list);
+    }
+    return text + file_epilogue(format, several);
+}
+
+std::string golden(const std::string& name) {
+    std::ifstream file(std::string(KORVANE_GOLDEN_DIR "/") + name, std::ios::binary);
+    std::ostringstream text;
+    text << file.rdbuf();
+    return text.str();
+}
+
+std::vector<std::string> lines_of(const std::string& text) {
+    std::vector<std::string> lines;
+    std::istringstream stream(text);
+    for (std::string line; std::getline(stream, line);) {
+        lines.push_back(line);
+    }
+    return lines;
+}
+
+/** Records of fields, with RFC 4180's quotes. */
+std::vector<std::vector<std::string>> parse_csv(const std::string& text) {
+    std::vector<std::vector<std::string>> records(1, {""});
+    bool quoted = false;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        std::string& field = records.back().back();
+        if (text[i] == '"' && quoted && i + 1 < text.size() && text[i + 1] == '"') {
+            field += text[++i];
+        } else if (text[i] == '"') {
+            quoted = !quoted;
+        } else if (text[i] == ',' && !quoted) {
+            records.back().emplace_back();
+        } else if (text[i] == '\n' && !quoted) {
+            records.push_back({""});
+        } else {
+            field += text[i];
+        }
+    }
+    records.pop_back();
+    return records;
+}
+
+constexpr ResultFormat kAll[] = {
+    ResultFormat::kText, ResultFormat::kJson,     ResultFormat::kJsonl,
+    ResultFormat::kCsv,  ResultFormat::kAudacity, ResultFormat::kRttm,
+    ResultFormat::kSrt,  ResultFormat::kVtt,      ResultFormat::kTextGrid};
+
+TEST(ResultWriter, EveryFormatAsItHasAlwaysBeen) {
+    for (const ResultFormat format : kAll) {
+        const std::string& name = result_format_names()[static_cast<std::size_t>(format)];
+        EXPECT_EQ(result_format(name), format);
+        const std::string text = file_of(format, false, {header_of("a talk, 2 of 3.wav")}, kList);
+        EXPECT_EQ(text, golden(name + extension_of(format)));
+    }
+    EXPECT_THROW(result_format("Text"), std::invalid_argument);
+}
+
+TEST(ResultWriter, SeveralInputsInOneFile) {
+    const std::vector<ResultHeader> headers = {header_of("one.wav"), header_of("two.wav")};
+    for (const ResultFormat format : kAll) {
+        if (holds_several(format)) {
+            const std::string& name = result_format_names()[static_cast<std::size_t>(format)];
+            const std::vector<Segment> list = {{16000, 32000, 16960, false}};
+            EXPECT_EQ(file_of(format, true, headers, list),
+                      golden("several-" + name + extension_of(format)));
+        }
+    }
+    EXPECT_EQ(json::parse(file_of(ResultFormat::kJson, true, {}, {})), json::array());
+}
+
+TEST(ResultWriter, WithoutSpeechTheFileIsStillValid) {
+    const std::vector<ResultHeader> one = {header_of("silence.wav")};
+    EXPECT_EQ(file_of(ResultFormat::kText, false, one, {}), "no speech\n");
+    EXPECT_EQ(json::parse(file_of(ResultFormat::kJson, false, one, {}))["segments"], json::array());
+    EXPECT_EQ(lines_of(file_of(ResultFormat::kJsonl, false, one, {})).size(), 1U);
+    EXPECT_EQ(lines_of(file_of(ResultFormat::kCsv, false, one, {})).size(), 1U);
+    EXPECT_EQ(file_of(ResultFormat::kAudacity, false, one, {}), "");
+    EXPECT_EQ(file_of(ResultFormat::kRttm, false, one, {}), "");
+    EXPECT_EQ(file_of(ResultFormat::kSrt, false, one, {}), "");
+    EXPECT_EQ(file_of(ResultFormat::kVtt, false, one, {}), "WEBVTT\n");
+    const std::string grid = file_of(ResultFormat::kTextGrid, false, one, {});
+    EXPECT_NE(grid.find("intervals: size = 1\n        intervals [1]:\n"
+                        "            xmin = 0.000000\n            xmax = 3725.000438\n"
+                        "            text = \"\"\n"),
+              std::string::npos);
+}
+
+TEST(ResultWriter, JsonReadsBackAsWhatWentIn) {
+    const ResultHeader header = header_of("a.wav");
+    const json document = json::parse(file_of(ResultFormat::kJson, false, {header}, kList));
+    json first_line;
+    std::vector<json> lines;
+    for (const std::string& line :
+         lines_of(file_of(ResultFormat::kJsonl, false, {header}, kList))) {
+        lines.push_back(json::parse(line));
+    }
+    ASSERT_EQ(lines.size(), kList.size() + 1);
+    for (const json& object : {document, lines[0]}) {
+        EXPECT_EQ(object["library"], VoiceActivityDetectionVersion());
+        EXPECT_EQ(object["input_rate"], 96000);
+        EXPECT_EQ(object["bit_exact"], false);
+        EXPECT_EQ(object["rules"]["max_speech"], 480000);
+        EXPECT_EQ(object["samples"], kTotals.length);
+        EXPECT_EQ(object["sha256"], kTotals.sha256);
+    }
+    for (std::size_t i = 0; i < kList.size(); ++i) {
+        for (const json& segment : {document["segments"][i], lines[i + 1]}) {
+            EXPECT_EQ(segment["start_sample"], kList[i].start);
+            EXPECT_EQ(segment["end_sample"], kList[i].end);
+            EXPECT_EQ(segment["decided_at"], kList[i].decided_at);
+            EXPECT_EQ(segment["open"], kList[i].open);
+            // Half of the sixth decimal, and as much of a double's last place.
+            EXPECT_NEAR(segment["end"].get<double>(), static_cast<double>(kList[i].end) / 16000,
+                        0.5e-6 + 1e-12);
+        }
+    }
+}
+
+TEST(ResultWriter, NoFileNameBreaksAForm) {
+    const std::string name = "tab\there \"q\",\nline\x1b[31m \xff\xc3(.wav";
+    const std::vector<ResultHeader> headers = {header_of(name)};
+    const std::string readable = "tab\there \"q\",\nline\x1b[31m \xef\xbf\xbd\xef\xbf\xbd(.wav";
+    EXPECT_EQ(json::parse(file_of(ResultFormat::kJson, false, headers, kList))["file"], readable);
+    const auto jsonl = lines_of(file_of(ResultFormat::kJsonl, false, headers, kList));
+    ASSERT_EQ(jsonl.size(), kList.size() + 1);
+    for (const std::string& line : jsonl) {
+        EXPECT_EQ(json::parse(line)["file"], readable);
+    }
+    EXPECT_EQ(json::parse(live_end(ResultFormat::kJsonl, headers[0], kTotals, 0))["file"],
+              readable);
+    const auto csv = parse_csv(file_of(ResultFormat::kCsv, false, headers, kList));
+    ASSERT_EQ(csv.size(), kList.size() + 1);
+    for (std::size_t i = 0; i < csv.size(); ++i) {
+        ASSERT_EQ(csv[i].size(), 8U);
+        EXPECT_EQ(csv[i][0], i == 0 ? "file" : name);
+    }
+    EXPECT_EQ(lines_of(file_of(ResultFormat::kText, true, headers, kList))[0],
+              "tab\\x09here \"q\",\\x0aline\\x1b[31m \xff\xc3(.wav:");
+    EXPECT_EQ(
+        lines_of(file_of(ResultFormat::kRttm, false, headers, kList))[0],
+        "SPEAKER tab_here_\"q\",_line_[31m_\xff\xc3(.wav 1 0.000063 0.000438 <NA> <NA> speech "
+        "<NA> <NA>");
+}
+
+TEST(ResultWriter, TimesAreRoundedFromIntegers) {
+    const auto at = [](int64_t sample, int rate) {
+        ResultHeader header = header_of("x");
+        header.source.rate = rate;
+        const auto csv =
+            parse_csv(live_segment(ResultFormat::kCsv, header, 0, {0, sample, 0, true}));
+        std::istringstream text(live_segment(ResultFormat::kText, header, 1, {0, sample, 0, true}));
+        std::string start;
+        std::string end;
+        text >> start >> end;
+        return csv[0][2] + " " + end;
+    };
+    EXPECT_EQ(at(3, 8000), "0.000375 0.000");
+    EXPECT_EQ(at(4, 8000), "0.000500 0.001");  // half a millisecond
+    EXPECT_EQ(at(7999, 8000), "0.999875 1.000");
+    EXPECT_EQ(at(1, 16000), "0.000063 0.000");  // half a microsecond
+    EXPECT_EQ(at(44077, 44100), "0.999478 0.999");
+    EXPECT_EQ(at(1, 3), "0.333333 0.333");
+    EXPECT_EQ(at(7, 1), "7.000000 7.000");
+    // Where a double has no sixth decimal left.
+    EXPECT_EQ(at(int64_t{49999} * 10000000000 + 1, 49999), "10000000000.000020 10000000000.000");
+}
+
+TEST(ResultWriter, LiveTextAndCsvAreTheWholeResult) {
+    const ResultHeader header = header_of("-");
+    for (const auto& list : {kList, std::vector<Segment>{}}) {
+        for (const ResultFormat format : {ResultFormat::kText, ResultFormat::kCsv}) {
+            std::string text = live_begin(format, header);
+            for (std::size_t i = 0; i < list.size(); ++i) {
+                text += live_onset(format, header, {list[i].start, list[i].decided_at});
+                text += live_segment(format, header, static_cast<int64_t>(i), list[i]);
+            }
+            text += live_end(format, header, kTotals, std::ssize(list));
+            EXPECT_EQ(text, file_of(format, false, {header}, list));
+        }
+    }
+    for (const ResultFormat format : kAll) {
+        if (!is_live(format)) {
+            EXPECT_THROW(live_begin(format, header), std::invalid_argument);
+            EXPECT_THROW(live_onset(format, header, {}), std::invalid_argument);
+            EXPECT_THROW(live_end(format, header, kTotals, 0), std::invalid_argument);
+            EXPECT_THROW(frames_begin(format, header), std::invalid_argument);
+        }
+    }
+}
+
+TEST(ResultWriter, LiveJsonlKeepsCountsForTheEnd) {
+    const ResultHeader header = header_of("-");
+    constexpr ResultFormat kFormat = ResultFormat::kJsonl;
+    const json first = json::parse(live_begin(kFormat, header));
+    const json whole =
+        json::parse(lines_of(whole_result(kFormat, false, header, kTotals, kList))[0]);
+    const json last = json::parse(live_end(kFormat, header, kTotals, std::ssize(kList)));
+    EXPECT_EQ(last["type"], "summary");
+    for (const char* key : {"samples", "frames", "sha256", "segment_count"}) {
+        EXPECT_FALSE(first.contains(key));
+        EXPECT_EQ(last[key], whole[key]) << key;
+    }
+    json both = first;  // the header of a whole result is the live one and the summary
+    both.update(last);
+    both["type"] = "header";
+    EXPECT_EQ(both, whole);
+    EXPECT_EQ(live_onset(kFormat, header, {1, 480}),
+              "{\"type\":\"onset\",\"file\":\"-\",\"start\":0.000063,\"start_sample\":1,"
+              "\"decided_at\":480}\n");
+    EXPECT_EQ(
+        live_segment(kFormat, header, 7, kList[0]),
+        "{\"type\":\"segment\",\"file\":\"-\",\"index\":7,\"start\":0.000063,\"end\":0.000500,"
+        "\"start_sample\":1,\"end_sample\":8,\"decided_at\":480,\"open\":false}\n");
+}
+
+TEST(ResultWriter, FramesMayLieBeforeTheInput) {
+    const ResultHeader header = header_of("-");
+    Frame frame;
+    frame.index = 4;
+    frame.begin = -8 - 16000;  // minus 1.0005 s: a half goes up
+    frame.end = -1;
+    frame.fed = 800;
+    frame.speech = true;
+    frame.level = -44.995000001;
+    EXPECT_EQ(
+        frames_begin(ResultFormat::kText, header) + frame_line(ResultFormat::kText, header, frame),
+        "       start          end       speech        level\n"
+        "      -1.000        0.000            1       -45.00\n");
+    EXPECT_EQ(
+        frames_begin(ResultFormat::kCsv, header) + frame_line(ResultFormat::kCsv, header, frame),
+        "index,start,end,start_sample,end_sample,fed,speech,level\n"
+        "4,-1.000500,-0.000062,-16008,-1,800,true,-45.00\n");
+    const json line = json::parse(frame_line(ResultFormat::kJsonl, header, frame));
+    EXPECT_EQ(line, json::parse(R"({"type":"frame","index":4,"start":-1.0005,"end":-0.000062,
+        "start_sample":-16008,"end_sample":-1,"fed":800,"speech":true,"level":-45.00})"));
+    EXPECT_EQ(json::parse(frames_begin(ResultFormat::kJsonl, header))["type"], "header");
+}
+
+}  // namespace
+}  // namespace korvane::tool

@@ -1,0 +1,324 @@
+#include "commands.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <memory>
+#include <set>
+#include <utility>
+
+#include "audio_sink.h"
+#include "batch.h"
+#include "detection.h"
+#include "failure.h"
+#include "interruption.h"
+#include "name_template.h"
+#include "progress.h"
+#include "report.h"
+#include "sample_spool.h"
+#include "text_output.h"
+
+namespace korvane::tool {
+
+namespace {
+
+/** An open input and how it is looked at. */
+struct Work {
+    Work(const std::string& name, const Options& options)
+        : source(open_source(name, options.source)) {
+        header.source = source->info();
+        const int rate = header.source.rate;
+        header.frame = options.frame_length(name, rate);
+        header.timing = segments::timing_of(rate, header.frame);
+        header.rules = options.rules(rate);
+    }
+
+    void tick(const Frame& frame, const Tick& tick) const {
+        const std::optional<int64_t>& length = header.source.length;
+        const auto fed = static_cast<double>(frame.fed);
+        tick(length && *length > 0 ? fed / static_cast<double>(*length) : -1,
+             fed / header.source.rate);
+    }
+
+    std::unique_ptr<AudioSource> source;
+    ResultHeader header;
+};
+
+/** All segments of an input; `each` sees every frame. */
+std::pair<StreamTotals, std::vector<segments::Segment>> segments_of(
+    Work& work, const std::function<void(const Frame&)>& each) {
+    segments::Segmenter segmenter(work.header.timing, work.header.rules);
+    std::vector<segments::Segment> list;
+    const auto collect = [&] {
+        const std::vector<segments::Segment> more = segmenter.take();
+        list.insert(list.end(), more.begin(), more.end());
+    };
+    const StreamTotals totals = detect(*work.source, work.header.frame, [&](const Frame& frame) {
+        segmenter.add(frame.speech);
+        collect();
+        each(frame);
+        return true;
+    });
+    segmenter.finish(totals.length);
+    collect();
+    return {totals, list};
+}
+
+bool stdin_is_stream() {
+    struct stat status {};
+    return fstat(STDIN_FILENO, &status) == 0 && !S_ISREG(status.st_mode);
+}
+
+/** Where `name` is a stream, an interruption is its end: what came before it counts. */
+void prepare_for_interruption(const std::string& name) {
+    if (name == "-" && stdin_is_stream()) {
+        let_interruption_end_stream();
+    }
+}
+
+int status_after_stream() { return interrupted_by() != 0 ? 128 + interrupted_by() : 0; }
+
+/** A bar for one input. A stream has no end to measure against. */
+ProgressBar bar_for(const Options& options, const std::string& input, bool prints_meanwhile) {
+    return {options.progress, input == "-" || (prints_meanwhile && isatty(STDOUT_FILENO) == 1)};
+}
+
+Tick drawing(ProgressBar& bar) {
+    return [&bar](double fraction, double seconds) { bar.update(fraction, seconds, ""); };
+}
+
+// ---- detect --------------------------------------------------------------------------------
+
+int detect_live(const Options& options) {
+    prepare_for_interruption("-");
+    Work work("-", options);
+    const ResultFormat format = options.format;
+    const ResultHeader& header = work.header;
+    TextOutput output(options.output);
+    segments::Segmenter segmenter(header.timing, header.rules);
+    int64_t count = 0;
+    const auto write_settled = [&] {
+        for (const segments::Segment& segment : segmenter.take()) {
+            output.write(live_segment(format, header, count++, segment));
+        }
+    };
+    output.write(live_begin(format, header));
+    output.flush();
+    const StreamTotals totals = detect(*work.source, header.frame, [&](const Frame& frame) {
+        if (const std::optional<segments::Onset> onset = segmenter.add(frame.speech)) {
+            output.write(live_onset(format, header, *onset));
+        }
+        write_settled();
+        output.flush();
+        return true;
+    });
+    segmenter.finish(totals.length);
+    write_settled();
+    output.write(live_end(format, header, totals, count));
+    output.commit();
+    return status_after_stream();
+}
+
+int detect_one(const std::string& name, const Options& options) {
+    prepare_for_interruption(name);
+    Finding finding;
+    {
+        ProgressBar bar = bar_for(options, name, false);
+        finding = find_speech(name, options, false, drawing(bar));
+    }
+    if (options.check) {
+        return finding.speech ? 0 : std::max(status_after_stream(), 1);
+    }
+    TextOutput output(options.output);
+    output.write(file_prologue(options.format, false) + finding.text +
+                 file_epilogue(options.format, false));
+    output.commit();
+    return status_after_stream();
+}
+
+int run_detect(const Options& options) {
+    const std::vector<std::string> names = recordings(options);
+    const bool alone = names.size() == 1 && options.files_from.empty() &&
+                       options.manifest.empty() && !is_folder(options.output);
+    if (!alone) {
+        return run_batch(options, names);
+    }
+    const bool live = names[0] == "-" && is_live(options.format) && !options.check;
+    return live ? detect_live(options) : detect_one(names[0], options);
+}
+
+// ---- frames --------------------------------------------------------------------------------
+
+int run_frames(const Options& options) {
+    const std::string& name = options.files[0];
+    prepare_for_interruption(name);
+    Work work(name, options);
+    TextOutput output(options.output);
+    ProgressBar bar = bar_for(options, name, options.output.empty());
+    const Tick tick = drawing(bar);
+    output.write(frames_begin(options.format, work.header));
+    detect(*work.source, work.header.frame, [&](const Frame& frame) {
+        output.write(frame_line(options.format, work.header, frame));
+        if (name == "-") {
+            output.flush();
+        }
+        work.tick(frame, tick);
+        return true;
+    });
+    bar.wipe();
+    output.commit();
+    return status_after_stream();
+}
+
+// ---- clean ---------------------------------------------------------------------------------
+
+int run_clean(const Options& options) {
+    const std::string& name = options.files[0];
+    const std::string& path = options.files[1];
+    prepare_for_interruption(name);
+    Work work(name, options);
+    const SourceInfo& info = work.header.source;
+    const int format = path == "-" ? 0 : sink_format(info, path);
+    const std::unique_ptr<AudioSink> sink = open_sink(path, format, info.rate, info.channels);
+    ProgressBar bar = bar_for(options, name, false);
+    const Tick tick = drawing(bar);
+    detect(*work.source, work.header.frame, [&](const Frame& frame) {
+        if (frame.cleaned_count > 0) {
+            sink->write(frame.cleaned, frame.cleaned_count);
+        }
+        work.tick(frame, tick);
+        return true;
+    });
+    bar.wipe();
+    sink->commit();
+    return status_after_stream();
+}
+
+// ---- split ---------------------------------------------------------------------------------
+
+/** The input's own extension where files of its format are written, else wav. */
+std::string piece_extension(const SourceInfo& info) {
+    const std::string own = extension_of_path(info.name);
+    constexpr int kContainer = 0x0FFF0000;  // of libsndfile's format word
+    const bool same =
+        info.sf_format != 0 && ((sink_format(info, "x." + own) ^ info.sf_format) & kContainer) == 0;
+    return same && !own.empty() ? own : "wav";
+}
+
+std::vector<std::string> piece_paths(const Options& options, const ResultHeader& header,
+                                     const std::vector<segments::Segment>& list) {
+    const NameTemplate name_template(options.name_template);
+    PieceName piece;
+    piece.stem = stem_of(header.source.name);
+    piece.extension = piece_extension(header.source);
+    piece.rate = header.source.rate;
+    std::vector<std::string> paths;
+    std::set<std::string> different;
+    for (const segments::Segment& segment : list) {
+        ++piece.index;
+        piece.start = segment.start;
+        piece.end = segment.end;
+        const std::filesystem::path path =
+            std::filesystem::path(options.output) / name_template.fill(piece);
+        paths.push_back(path.string());
+        if (!different.insert(paths.back()).second) {
+            throw Failure(paths.back(), "is the name of two segments; --template needs {index}");
+        }
+        if (!options.force && std::filesystem::exists(std::filesystem::symlink_status(path))) {
+            throw Failure(paths.back(), "is there already; --force overwrites");
+        }
+    }
+    return paths;
+}
+
+void write_piece(const std::string& path, const SourceInfo& info, const SampleSpool& spool,
+                 const segments::Segment& segment) {
+    const std::unique_ptr<AudioSink> sink =
+        open_sink(path, sink_format(info, path), info.rate, info.channels);
+    constexpr int64_t kPiece = 65536;
+    std::vector<int16_t> samples(static_cast<std::size_t>(kPiece * info.channels));
+    for (int64_t at = segment.start; at < segment.end; at += kPiece) {
+        const int64_t count = std::min(kPiece, segment.end - at);
+        spool.read(at, samples.data(), count);
+        sink->write(samples.data(), count);
+    }
+    sink->commit();
+}
+
+int run_split(const Options& options) {
+    const std::string& name = options.files[0];
+    prepare_for_interruption(name);
+    Work work(name, options);
+    std::error_code error;
+    std::filesystem::create_directories(options.output, error);
+    if (error) {
+        throw Failure(options.output, error.message());
+    }
+    ProgressBar bar = bar_for(options, name, false);
+    const Tick tick = drawing(bar);
+    const SourceInfo& info = work.header.source;
+    SampleSpool spool(options.output, info.channels);
+    const auto list = segments_of(work, [&](const Frame& frame) {
+                          if (options.cleaned) {
+                              spool.append(frame.cleaned, frame.cleaned_count);
+                          } else {
+                              spool.append(frame.noisy, frame.noisy_count);
+                          }
+                          work.tick(frame, tick);
+                      }).second;
+    const std::vector<std::string> paths = piece_paths(options, work.header, list);
+    for (std::size_t i = 0; i < list.size(); ++i) {
+        write_piece(paths[i], info, spool, list[i]);
+    }
+    return status_after_stream();
+}
+
+// ---- report --------------------------------------------------------------------------------
+
+int run_report(const Options& options) {
+    const std::string& name = options.files[0];
+    prepare_for_interruption(name);
+    Work work(name, options);
+    TextOutput output(options.output);
+    ProgressBar bar = bar_for(options, name, false);
+    const Tick tick = drawing(bar);
+    Report report(work.header);
+    const auto [totals, list] = segments_of(work, [&](const Frame& frame) {
+        report.add(frame);
+        work.tick(frame, tick);
+    });
+    output.write(report.page(totals, list));
+    bar.wipe();
+    output.commit();
+    return status_after_stream();
+}
+
+}  // namespace
+
+Finding find_speech(const std::string& name, const Options& options, bool several,
+                    const Tick& tick) {
+    Work work(name, options);
+    const auto [totals, list] =
+        segments_of(work, [&](const Frame& frame) { work.tick(frame, tick); });
+    return {!list.empty(), whole_result(options.format, several, work.header, totals, list)};
+}
+
+int run(const Options& options) {
+    switch (options.command) {
+        case Command::kDetect:
+            return run_detect(options);
+        case Command::kFrames:
+            return run_frames(options);
+        case Command::kClean:
+            return run_clean(options);
+        case Command::kSplit:
+            return run_split(options);
+        case Command::kReport:
+            return run_report(options);
+    }
+    return 1;
+}
+
+}  // namespace korvane::tool

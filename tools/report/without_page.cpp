@@ -1,0 +1,23 @@
+// In place of report.cpp where the tool is built without the page.
+#include <stdexcept>
+
+#include "report.h"
+
+namespace korvane::tool {
+
+struct Report::State {};
+
+Report::Report(const ResultHeader& /*header*/) : state_(nullptr) {}
+
+Report::~Report() { delete state_; }
+
+bool Report::available() { return false; }
+
+void Report::add(const Frame& /*frame*/) {}
+
+std::string Report::page(const StreamTotals& /*totals*/,
+                         const std::vector<segments::Segment>& /*list*/) {
+    throw std::runtime_error("this korvane-vad was built without reports (KORVANE_REPORT=OFF)");
+}
+
+}  // namespace korvane::tool
