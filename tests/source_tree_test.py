@@ -23,6 +23,12 @@ ALLOWED = {
     "nrss/stream": ["include"],
     "detector": ["include", "platform", "dsp/fixed_point.h"],
     "segments": [],
+    "tools/files": [],
+    "tools/audio": ["tools/files"],
+    "tools/results": ["tools/files", "tools/audio", "segments", "include"],
+    "tools/cli": ["tools/files", "tools/audio", "tools/results", "segments"],
+    "tools/batch": ["tools/files", "tools/audio", "tools/results", "tools/cli", "segments", "include"],
+    "tools/report": ["tools/audio", "tools/results", "segments", "include"],
     "tools": ["include", "segments"],
     "android/korvane-vad/src/main/cpp": ["include"],
 }
@@ -43,9 +49,9 @@ for folder, allowed in ALLOWED.items():
     for source in sorted((root / folder).rglob("*")):
         if source.suffix not in SOURCES:
             continue
-        seen.add(source)
-        if source.suffix == ".h":
+        if source.suffix == ".h" and source not in seen:
             headers.append(source)
+        seen.add(source)
         where = source.relative_to(root).as_posix()
         includes = re.findall(r'^\s*#\s*include\s*(["<])([^">]+)[">]', source.read_text(), re.M)
         for quote, name in includes:

@@ -1,4 +1,4 @@
-#include "commands.h"
+#include "tools/commands.h"
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -9,62 +9,21 @@
 #include <set>
 #include <utility>
 
-#include "audio_sink.h"
-#include "batch.h"
-#include "detection.h"
-#include "failure.h"
-#include "interruption.h"
-#include "name_template.h"
-#include "progress.h"
-#include "report.h"
-#include "sample_spool.h"
-#include "text_output.h"
+#include "tools/audio/audio_sink.h"
+#include "tools/audio/sample_spool.h"
+#include "tools/batch/batch.h"
+#include "tools/batch/finding.h"
+#include "tools/cli/interruption.h"
+#include "tools/cli/name_template.h"
+#include "tools/cli/progress.h"
+#include "tools/files/failure.h"
+#include "tools/files/text_output.h"
+#include "tools/report/report.h"
+#include "tools/results/detection.h"
 
 namespace korvane::tool {
 
 namespace {
-
-/** An open input and how it is looked at. */
-struct Work {
-    Work(const std::string& name, const Options& options)
-        : source(open_source(name, options.source)) {
-        header.source = source->info();
-        const int rate = header.source.rate;
-        header.frame = options.frame_length(name, rate);
-        header.timing = segments::timing_of(rate, header.frame);
-        header.rules = options.rules(rate);
-    }
-
-    void tick(const Frame& frame, const Tick& tick) const {
-        const std::optional<int64_t>& length = header.source.length;
-        const auto fed = static_cast<double>(frame.fed);
-        tick(length && *length > 0 ? fed / static_cast<double>(*length) : -1,
-             fed / header.source.rate);
-    }
-
-    std::unique_ptr<AudioSource> source;
-    ResultHeader header;
-};
-
-/** All segments of an input; `each` sees every frame. */
-std::pair<StreamTotals, std::vector<segments::Segment>> segments_of(
-    Work& work, const std::function<void(const Frame&)>& each) {
-    segments::Segmenter segmenter(work.header.timing, work.header.rules);
-    std::vector<segments::Segment> list;
-    const auto collect = [&] {
-        const std::vector<segments::Segment> more = segmenter.take();
-        list.insert(list.end(), more.begin(), more.end());
-    };
-    const StreamTotals totals = detect(*work.source, work.header.frame, [&](const Frame& frame) {
-        segmenter.add(frame.speech);
-        collect();
-        each(frame);
-        return true;
-    });
-    segmenter.finish(totals.length);
-    collect();
-    return {totals, list};
-}
 
 bool stdin_is_stream() {
     struct stat status {};
@@ -279,6 +238,9 @@ int run_split(const Options& options) {
 
 int run_report(const Options& options) {
     const std::string& name = options.files[0];
+    if (!Report::available()) {
+        throw Failure(options.output, "this korvane-vad was built without reports");
+    }
     prepare_for_interruption(name);
     Work work(name, options);
     TextOutput output(options.output);
@@ -296,14 +258,6 @@ int run_report(const Options& options) {
 }
 
 }  // namespace
-
-Finding find_speech(const std::string& name, const Options& options, bool several,
-                    const Tick& tick) {
-    Work work(name, options);
-    const auto [totals, list] =
-        segments_of(work, [&](const Frame& frame) { work.tick(frame, tick); });
-    return {!list.empty(), whole_result(options.format, several, work.header, totals, list)};
-}
 
 int run(const Options& options) {
     switch (options.command) {

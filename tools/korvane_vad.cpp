@@ -12,12 +12,12 @@
 #include <string>
 #include <vector>
 
-#include "commands.h"
-#include "failure.h"
-#include "help.h"
-#include "interruption.h"
-#include "options.h"
-#include "text_output.h"
+#include "tools/cli/help.h"
+#include "tools/cli/interruption.h"
+#include "tools/cli/options.h"
+#include "tools/commands.h"
+#include "tools/files/failure.h"
+#include "tools/files/text_output.h"
 
 // The library hands its log lines to this function of its host. They would only blur the messages
 // of a command, so they end here.

@@ -10,11 +10,11 @@
 #include <string>
 #include <vector>
 
-#include "report.h"
-#include "report/audio_clip.h"
-#include "report/envelope.h"
-#include "report/packing.h"
-#include "report/spectrogram.h"
+#include "tools/report/audio_clip.h"
+#include "tools/report/envelope.h"
+#include "tools/report/packing.h"
+#include "tools/report/report.h"
+#include "tools/report/spectrogram.h"
 
 namespace korvane::tool::report {
 namespace {

@@ -1,4 +1,4 @@
-#include "audio_sink.h"
+#include "tools/audio/audio_sink.h"
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -13,8 +13,8 @@
 #include <csignal>
 #include <functional>
 
-#include "temporary_file.h"
 #include "temporary_folder.h"
+#include "tools/files/temporary_file.h"
 
 namespace korvane::tool {
 namespace {

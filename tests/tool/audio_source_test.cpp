@@ -1,4 +1,4 @@
-#include "audio_source.h"
+#include "tools/audio/audio_source.h"
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -17,9 +17,9 @@
 #include <thread>
 #include <utility>
 
-#include "resampled_source.h"
-#include "sample_conversion.h"
 #include "temporary_folder.h"
+#include "tools/audio/resampled_source.h"
+#include "tools/audio/sample_conversion.h"
 
 namespace korvane::tool {
 namespace {

@@ -1,4 +1,4 @@
-#include "detection.h"
+#include "tools/results/detection.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

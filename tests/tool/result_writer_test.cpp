@@ -1,4 +1,4 @@
-#include "result_writer.h"
+#include "tools/results/result_writer.h"
 
 #include <gtest/gtest.h>
 

@@ -14,7 +14,7 @@
 #include <string>
 #include <vector>
 
-#include "audio_source.h"
+#include "tools/audio/audio_source.h"
 
 namespace korvane::tool {
 

@@ -1,4 +1,4 @@
-#include "audio_clip.h"
+#include "tools/report/audio_clip.h"
 
 #include <sndfile.h>
 

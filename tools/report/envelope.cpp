@@ -1,4 +1,4 @@
-#include "envelope.h"
+#include "tools/report/envelope.h"
 
 #include <algorithm>
 

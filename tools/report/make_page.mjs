@@ -53,7 +53,7 @@ const array = (name, text) => {
     `const std::string_view ${name}(${name}Bytes, sizeof(${name}Bytes));\n`;
 };
 writeFileSync(output, `// Made by make_page.mjs.
-#include "page_text.h"
+#include "tools/report/page_text.h"
 
 namespace korvane::tool::report {
 ${array("kPageHead", head)}${array("kPageTail", `${tail}\n`)}}  // namespace korvane::tool::report

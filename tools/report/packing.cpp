@@ -1,4 +1,4 @@
-#include "packing.h"
+#include "tools/report/packing.h"
 
 #include <zlib.h>
 

@@ -1,4 +1,4 @@
-#include "spectrogram.h"
+#include "tools/report/spectrogram.h"
 
 #include <fftw3.h>
 

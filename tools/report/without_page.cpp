@@ -1,7 +1,7 @@
 // In place of report.cpp where the tool is built without the page.
 #include <stdexcept>
 
-#include "report.h"
+#include "tools/report/report.h"
 
 namespace korvane::tool {
 

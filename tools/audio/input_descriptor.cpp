@@ -1,0 +1,192 @@
+#include "tools/audio/input_descriptor.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <vector>
+
+#include "tools/audio/audio_source.h"
+#include "tools/files/failure.h"
+
+namespace korvane::tool {
+
+namespace {
+
+constexpr std::size_t kSpoolBytes = 1 << 18;
+
+// For the signal handler that ends a live input, -1 where there is none.
+volatile std::sig_atomic_t live_descriptor = -1;
+volatile std::sig_atomic_t null_descriptor = -1;
+volatile std::sig_atomic_t was_interrupted = 0;
+
+int nameless_file() {
+    std::error_code none;
+    std::string name = std::filesystem::temp_directory_path(none) / "korvane-vad-XXXXXX";
+    const int descriptor = mkostemp(name.data(), O_CLOEXEC);
+    if (descriptor >= 0) {
+        unlink(name.c_str());
+    }
+    return descriptor;
+}
+
+void write_whole(int descriptor, const char* bytes, std::size_t count) {
+    while (count > 0) {
+        const ssize_t done = write(descriptor, bytes, count);
+        if (done < 0 && errno != EINTR) {
+            throw Failure("temporary copy of the input", std::strerror(errno));
+        }
+        if (done > 0) {
+            bytes += done;
+            count -= static_cast<std::size_t>(done);
+        }
+    }
+}
+
+}  // namespace
+
+std::string input_name(const std::string& name) { return name == "-" ? "standard input" : name; }
+
+// Another file in the place of the descriptor, and whoever reads it is at the end: the call that
+// waits, which the signal has broken off, as well as one that was about to begin.
+void interrupt_live_input() {
+    const int error = errno;
+    was_interrupted = 1;
+    if (live_descriptor >= 0 && null_descriptor >= 0) {
+        dup2(null_descriptor, live_descriptor);
+    }
+    errno = error;
+}
+
+InputDescriptor::InputDescriptor(const std::string& name) : name_(input_name(name)) {
+    descriptor_ = name == "-" ? fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 3)
+                              : open(name.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY);
+    if (descriptor_ < 0) {
+        throw Failure(name_, std::strerror(errno));
+    }
+    try {
+        find_out_what_it_is();
+    } catch (...) {
+        close(descriptor_);
+        throw;
+    }
+}
+
+InputDescriptor::~InputDescriptor() {
+    set_live(false);
+    close(descriptor_);
+}
+
+void InputDescriptor::find_out_what_it_is() {
+    struct stat status {};
+    if (fstat(descriptor_, &status) != 0) {
+        throw Failure(name_, std::strerror(errno));
+    }
+    if (S_ISDIR(status.st_mode)) {
+        throw Failure(name_, std::strerror(EISDIR));
+    }
+    set_live(!S_ISREG(status.st_mode));
+    if (!live_) {
+        start_ = lseek(descriptor_, 0, SEEK_CUR);
+        size_ = status.st_size > start_ ? status.st_size - start_ : 0;
+    }
+}
+
+void InputDescriptor::set_live(bool live) {
+    if (live) {
+        if (null_descriptor < 0) {
+            null_descriptor = open("/dev/null", O_RDONLY | O_CLOEXEC);
+        }
+        live_descriptor = descriptor_;
+        was_interrupted = 0;
+    } else if (live_) {
+        live_descriptor = -1;
+    }
+    live_ = live;
+}
+
+bool InputDescriptor::interrupted() const { return live_ && was_interrupted != 0; }
+
+/** Reads to the full count or to the end, whatever pieces and signals come in between. */
+template <typename Read>
+std::size_t InputDescriptor::read_whole(std::size_t count, Read read_piece) {
+    std::size_t done = 0;
+    while (done < count && error_ == 0) {
+        const ssize_t got = read_piece(done);
+        if (got == 0) {
+            break;
+        }
+        if (got > 0) {
+            done += static_cast<std::size_t>(got);
+        } else if (errno != EINTR) {
+            error_ = errno;
+        }
+    }
+    return done;
+}
+
+std::size_t InputDescriptor::read(void* bytes, std::size_t count) {
+    return read_whole(count, [&](std::size_t done) {
+        return ::read(descriptor_, static_cast<char*>(bytes) + done, count - done);
+    });
+}
+
+std::size_t InputDescriptor::read_at(int64_t offset, void* bytes, std::size_t count) {
+    return read_whole(count, [&](std::size_t done) {
+        return pread(descriptor_, static_cast<char*>(bytes) + done, count - done,
+                     start_ + offset + static_cast<int64_t>(done));
+    });
+}
+
+void InputDescriptor::check() const {
+    if (error_ != 0) {
+        throw Failure(name_, std::strerror(error_));
+    }
+}
+
+uint32_t InputDescriptor::peek_magic() const {
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC) != 0) {
+        return 0;
+    }
+    uint8_t magic[4] = {};
+    ssize_t count = 0;
+    do {
+        count = tee(descriptor_, ends[1], sizeof magic, 0);
+    } while (count < 0 && errno == EINTR && !interrupted());
+    if (count != sizeof magic || ::read(ends[0], magic, sizeof magic) != sizeof magic) {
+        std::memset(magic, 0, sizeof magic);
+    }
+    close(ends[0]);
+    close(ends[1]);
+    return uint32_t{magic[0]} << 24 | uint32_t{magic[1]} << 16 | uint32_t{magic[2]} << 8 | magic[3];
+}
+
+void InputDescriptor::spool() {
+    const int file = nameless_file();
+    if (file < 0) {
+        throw Failure("temporary copy of the input", std::strerror(errno));
+    }
+    try {
+        std::vector<char> piece(kSpoolBytes);
+        while (const std::size_t count = read(piece.data(), piece.size())) {
+            write_whole(file, piece.data(), count);
+        }
+        check();
+    } catch (...) {
+        close(file);
+        throw;
+    }
+    lseek(file, 0, SEEK_SET);
+    set_live(false);
+    dup3(file, descriptor_, O_CLOEXEC);
+    close(file);
+    find_out_what_it_is();
+}
+
+}  // namespace korvane::tool

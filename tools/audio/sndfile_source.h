@@ -1,0 +1,45 @@
+/** A recording, or a stream of one, in any format that libsndfile knows. */
+#ifndef KORVANE_TOOLS_AUDIO_SNDFILE_SOURCE_H
+#define KORVANE_TOOLS_AUDIO_SNDFILE_SOURCE_H
+
+#include <sndfile.h>
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "tools/audio/buffered_source.h"
+#include "tools/audio/sample_conversion.h"
+
+namespace korvane::tool {
+
+struct CloseSndfile {
+    void operator()(SNDFILE* file) const { sf_close(file); }
+};
+using SndfileHandle = std::unique_ptr<SNDFILE, CloseSndfile>;
+
+/** A message of libsndfile as one line without its "Error : " and full stop. */
+std::string sndfile_reason(const std::string& message);
+
+/** As the file has it: any number of channels, any rate. */
+class SndfileSource : public InputSource {
+  public:
+    explicit SndfileSource(const std::string& name);
+
+  private:
+    void open();
+    bool length_known() const;
+    int64_t read_piece(int16_t* piece, int64_t frames) override;
+    void check_end(int64_t frames_read) override;
+
+    SF_INFO format_{};
+    SndfileHandle file_;
+    SampleKind kind_ = SampleKind::kShort;
+    std::vector<int32_t> wide_;  // a piece before its conversion
+    std::vector<double> real_;
+};
+
+}  // namespace korvane::tool
+
+#endif

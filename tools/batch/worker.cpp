@@ -1,0 +1,130 @@
+#include "tools/batch/worker.h"
+
+#include <fcntl.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <exception>
+
+#include "tools/cli/interruption.h"
+#include "tools/files/ending_signals.h"
+#include "tools/files/failure.h"
+
+namespace korvane::tool {
+
+namespace {
+
+// What a worker sends begins with one of these.
+constexpr char kSpeech = 's';
+constexpr char kNoSpeech = 'n';
+constexpr char kFailed = 'f';
+
+std::string message_about(const std::string& name, const Options& options, bool several,
+                          WorkerState* state) {
+    try {
+        const Finding finding =
+            find_speech(name, options, several, [state](double fraction, double seconds) {
+                state->fraction.store(fraction, std::memory_order_relaxed);
+                state->seconds.store(seconds, std::memory_order_relaxed);
+            });
+        return (finding.speech ? kSpeech : kNoSpeech) + finding.text;
+    } catch (const Failure& failure) {
+        return kFailed + std::string(failure.what());
+    } catch (const std::exception& error) {
+        return kFailed + std::string(Failure(name, error.what()).what());
+    }
+}
+
+void send(int pipe, const std::string& message) {
+    for (std::size_t done = 0; done < message.size();) {
+        const ssize_t count = write(pipe, message.data() + done, message.size() - done);
+        if (count < 0 && errno != EINTR) {
+            _exit(1);
+        }
+        done += count > 0 ? static_cast<std::size_t>(count) : 0;
+    }
+}
+
+}  // namespace
+
+Worker::Worker(int slot, const std::string& name, const Options& options, bool several,
+               WorkerState* state)
+    : slot_(slot), name_(name) {
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC) != 0) {
+        throw Failure("worker process", std::strerror(errno));
+    }
+    state->fraction = 0;
+    state->seconds = 0;
+    const EndingSignalsDeferred deferred;
+    const pid_t parent = getpid();
+    process_ = fork();
+    if (process_ == 0) {
+        leave_interruptions_to_parent();
+        // Not even a parent that was killed outright leaves workers behind.
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+        if (getppid() != parent) {
+            _exit(1);
+        }
+        close(ends[0]);
+        send(ends[1], message_about(name, options, several, state));
+        _exit(0);
+    }
+    close(ends[1]);
+    pipe_ = ends[0];
+    if (process_ < 0) {
+        const int error = errno;
+        close(pipe_);
+        throw Failure("worker process", std::strerror(error));
+    }
+    end_on_interruption(slot_, process_);
+}
+
+Worker::~Worker() {
+    if (process_ > 0) {
+        kill(process_, SIGKILL);
+        while (waitpid(process_, nullptr, 0) < 0 && errno == EINTR) {
+        }
+        end_on_interruption(slot_, 0);
+    }
+    close(pipe_);
+}
+
+bool Worker::receive() {
+    char piece[65536];
+    const ssize_t count = read(pipe_, piece, sizeof piece);
+    if (count > 0) {
+        received_.append(piece, static_cast<std::size_t>(count));
+    }
+    return count == 0 || (count < 0 && errno != EINTR);
+}
+
+Outcome Worker::outcome() {
+    int status = 0;
+    {
+        const EndingSignalsDeferred deferred;  // lest one kills another process of the same number
+        while (waitpid(process_, &status, 0) < 0 && errno == EINTR) {
+        }
+        process_ = 0;
+        end_on_interruption(slot_, 0);
+    }
+    Outcome outcome;
+    if (status != 0 || received_.empty()) {
+        outcome.failed = true;
+        const std::string how = WIFSIGNALED(status)
+                                    ? "signal " + std::to_string(WTERMSIG(status))
+                                    : "status " + std::to_string(WEXITSTATUS(status));
+        outcome.error = Failure(name_, "its worker process ended with " + how).what();
+        return outcome;
+    }
+    outcome.failed = received_[0] == kFailed;
+    (outcome.failed ? outcome.error : outcome.finding.text) = received_.substr(1);
+    outcome.finding.speech = received_[0] == kSpeech;
+    return outcome;
+}
+
+}  // namespace korvane::tool

@@ -1,0 +1,428 @@
+#include "tools/cli/help.h"
+
+#include <algorithm>
+#include <cctype>
+
+namespace korvane::tool {
+
+namespace {
+
+constexpr std::size_t kColumns = 80;
+constexpr std::size_t kOptionColumn = 27;
+constexpr const char* kProgram = "korvane-vad";
+constexpr const char* kSummary = "find the speech in recordings and live streams, and clean them";
+constexpr const char* kWithoutCommand =
+    "Without a command it is detect. A recording that has a command's name is ./NAME, one that "
+    "begins with a dash comes after --.";
+constexpr const char* kTimes =
+    "A TIME is in seconds (0.25 or 0.25s), milliseconds (250ms) or samples (4000samples). The "
+    "rules for segments apply in this order: align, join, drop, pad, join again, split.";
+struct ExitStatus {
+    const char* status;
+    const char* meaning;
+};
+constexpr ExitStatus kExitStatus[] = {
+    {"0", "done; with --check: there is speech"},
+    {"1", "an input failed or the output could not be written; with --check: there is no speech"},
+    {"2", "wrong usage; with --check: an input failed"},
+    {"130",
+     "interrupted (SIGINT); 143 by SIGTERM. A stream's open segment is closed and written, "
+     "files that are finished stay"}};
+struct GeneralOption {
+    const char* letter;
+    const char* word;
+    const char* about;
+};
+constexpr GeneralOption kGeneralOptions[] = {{"h", "help", "print a summary and exit"},
+                                             {"V", "version", "print the version and exit"}};
+
+/** An option as it is shown. */
+struct Shown {
+    std::string letter;  ///< without its dash; may be empty
+    std::string word;
+    std::string type;  ///< empty: a flag
+    std::string about;
+    std::string group;
+
+    bool has_choices() const { return type.find('|') != std::string::npos; }
+    bool takes_file() const { return type == "FILE" || type == "MANIFEST" || type == "PAGE.html"; }
+    bool takes_folder() const { return type == "DIR"; }
+    std::string choices() const {
+        std::string list = type;
+        std::replace(list.begin(), list.end(), '|', ' ');
+        return list;
+    }
+};
+
+std::vector<Shown> shown_options(Command command) {
+    Options unused;
+    const std::unique_ptr<CLI::App> parser = make_parser(command, unused);
+    std::vector<Shown> list;
+    for (const CLI::Option* option : std::as_const(*parser).get_options()) {
+        if (option->get_positional()) {
+            continue;
+        }
+        Shown shown;
+        shown.letter = option->get_snames().empty() ? "" : option->get_snames().front();
+        shown.word = option->get_lnames().front();
+        shown.type = option->get_items_expected_max() == 0 ? "" : option->get_type_name();
+        shown.about = option->get_description();
+        shown.group = option->get_group();
+        list.push_back(shown);
+    }
+    return list;
+}
+
+/** Words in lines of at most kColumns, those after the first indented; the first begins at
+ * `column`. */
+std::string wrapped(const std::string& text, std::size_t indent, std::size_t column) {
+    std::string result;
+    std::size_t begin = 0;
+    bool first = true;
+    while (begin < text.size()) {
+        const std::size_t end = std::min(text.find(' ', begin), text.size());
+        const std::size_t length = end - begin;
+        if (!first && column + 1 + length > kColumns) {
+            result += "\n" + std::string(indent, ' ');
+            column = indent;
+        } else if (!first) {
+            result += ' ';
+            ++column;
+        }
+        result.append(text, begin, length);
+        column += length;
+        first = false;
+        begin = end + 1;
+    }
+    return result;
+}
+
+std::string paragraph(const std::string& text) { return wrapped(text, 0, 0) + "\n"; }
+
+std::string names_of(const Shown& option) {
+    return (option.letter.empty() ? "    " : "-" + option.letter + ", ") + "--" + option.word +
+           (option.type.empty() ? "" : " " + option.type);
+}
+
+/** A name and what it is, in two columns. */
+std::string entry(const std::string& name, const std::string& about) {
+    std::string line = "  " + name;
+    if (line.size() + 2 > kOptionColumn) {
+        line += "\n" + std::string(kOptionColumn, ' ');
+    } else {
+        line.resize(kOptionColumn, ' ');
+    }
+    return line + wrapped(about, kOptionColumn, kOptionColumn) + "\n";
+}
+
+std::string examples(const CommandText& text) {
+    std::string result = "Examples:\n";
+    for (const CommandText::Example& example : text.examples) {
+        result += "  " + std::string(example.line) + "\n      " + example.does + "\n";
+    }
+    return result;
+}
+
+bool has_times(Command command) {
+    return command != Command::kFrames && command != Command::kClean;
+}
+
+// ---- roff ----------------------------------------------------------------------------------
+
+std::string roff(const std::string& text) {
+    std::string result;
+    for (const char c : text) {
+        if (c == '\\') {
+            result += "\\e";
+        } else if (c == '-') {
+            result += "\\-";
+        } else if (c == '\'') {
+            result += "\\(aq";
+        } else {
+            result += c;
+        }
+    }
+    return result.empty() || result.front() != '.' ? result : "\\&" + result;
+}
+
+std::string roff_option(const Shown& option) {
+    std::string line = ".TP\n\\fB";
+    if (!option.letter.empty()) {
+        line += "\\-" + option.letter + "\\fR, \\fB";
+    }
+    line += roff("--" + option.word) + "\\fR";
+    if (!option.type.empty()) {
+        line +=
+            option.has_choices() ? " " + roff(option.type) : " \\fI" + roff(option.type) + "\\fR";
+    }
+    return line + "\n" + roff(option.about) + "\n";
+}
+
+std::string roff_command(const CommandText& text) {
+    std::string page = ".SH \"" + std::string(text.name) + "\"\n.B " + roff(kProgram) + " " +
+                       text.name + "\n" + roff(text.arguments) + "\n.PP\n" + roff(text.summary) +
+                       ".\n";
+    std::transform(page.begin() + 5,
+                   page.begin() + 5 + static_cast<std::ptrdiff_t>(std::string(text.name).size()),
+                   page.begin() + 5,
+                   [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
+    for (const char* note : text.notes) {
+        page += ".PP\n" + roff(note) + "\n";
+    }
+    std::string group;
+    for (const Shown& option : shown_options(text.command)) {
+        if (option.group != group) {
+            group = option.group;
+            page += ".SS " + group + "\n";
+        }
+        page += roff_option(option);
+    }
+    return page;
+}
+
+// ---- shells --------------------------------------------------------------------------------
+
+/** Within single quotes of any shell. */
+std::string quoted(const std::string& text) {
+    std::string result = "'";
+    for (const char c : text) {
+        result += c == '\'' ? "'\\''" : std::string(1, c);
+    }
+    return result + "'";
+}
+
+std::string command_names(const char* separator) {
+    std::string names;
+    for (const CommandText& text : command_texts()) {
+        names += (names.empty() ? "" : separator) + std::string(text.name);
+    }
+    return names;
+}
+
+/** "-x" and "--word", with `between` between them. */
+std::string both_names(const Shown& option, const char* between) {
+    return (option.letter.empty() ? "" : "-" + option.letter + between) + "--" + option.word;
+}
+
+std::string bash_case(const CommandText& text) {
+    std::string words;
+    std::string values;
+    for (const Shown& option : shown_options(text.command)) {
+        words += (words.empty() ? "" : " ") + both_names(option, " ");
+        if (option.has_choices()) {
+            values += "                " + both_names(option, "|") + ") values='" +
+                      option.choices() + "' ;;\n";
+        } else if (!option.type.empty() && !option.takes_file() && !option.takes_folder()) {
+            values += "                " + both_names(option, "|") + ") return ;;\n";
+        }
+    }
+    return "        " + std::string(text.name) + ")\n            options='" + words +
+           "'\n            case $before in\n" + values + "            esac ;;\n";
+}
+
+std::string zsh_escaped(const std::string& text) {
+    std::string result;
+    for (const char c : text) {
+        result += (c == '[' || c == ']' || c == ':' || c == '\\') ? std::string("\\") + c
+                                                                  : std::string(1, c);
+    }
+    return result;
+}
+
+std::string zsh_option(const Shown& option) {
+    std::string argument;
+    if (!option.type.empty()) {
+        const std::string action = option.has_choices()    ? "(" + option.choices() + ")"
+                                   : option.takes_file()   ? "_files"
+                                   : option.takes_folder() ? "_files -/"
+                                                           : " ";
+        argument = ":" + (option.has_choices() ? option.word : option.type) + ":" + action;
+    }
+    const std::string word = "--" + option.word + (option.type.empty() ? "" : "=");
+    const std::string rest = quoted("[" + zsh_escaped(option.about) + "]" + argument);
+    if (option.letter.empty()) {
+        return quoted(word).substr(0, word.size() + 1) + rest.substr(1);
+    }
+    const std::string letter = "-" + option.letter + (option.type.empty() ? "" : "+");
+    return "'(-" + option.letter + " --" + option.word + ")'{" + letter + "," + word + "}" + rest;
+}
+
+std::string fish_option(const Shown& option, const std::string& condition) {
+    std::string line = std::string("complete -c ") + kProgram + " -n " + quoted(condition);
+    line += option.letter.empty() ? "" : " -s " + option.letter;
+    line += " -l " + option.word;
+    if (option.has_choices()) {
+        line += " -x -a " + quoted(option.choices());
+    } else if (option.takes_file() || option.takes_folder()) {
+        line += " -r -F";
+    } else if (!option.type.empty()) {
+        line += " -x";
+    }
+    return line + " -d " + quoted(option.about) + "\n";
+}
+
+}  // namespace
+
+std::string usage_line(Command command) {
+    const CommandText& text = text_of(command);
+    const std::string name = std::string(kProgram) + " " + text.name;
+    return "usage: " + name + " " + text.arguments + "\n       " + name + " --help\n";
+}
+
+std::string general_help() {
+    std::string help = "Examples:\n";
+    for (const CommandText& text : command_texts()) {
+        help += "  " + std::string(text.examples.front().line) + "\n      " +
+                text.examples.front().does + "\n";
+    }
+    help += "\nusage: " + std::string(kProgram) + " [COMMAND] [OPTION...] ...\n\nCommands:\n";
+    for (const CommandText& text : command_texts()) {
+        help += entry(text.name, text.summary);
+    }
+    help += "\n" + paragraph(kWithoutCommand) + "\nOptions:\n";
+    for (const GeneralOption& option : kGeneralOptions) {
+        help += entry("-" + std::string(option.letter) + ", --" + option.word, option.about);
+    }
+    help += entry("COMMAND --help", "print the command's examples and options");
+    help += "\nExit status:\n";
+    for (const ExitStatus& status : kExitStatus) {
+        help += entry(status.status, status.meaning);
+    }
+    return help;
+}
+
+std::string command_help(Command command) {
+    const CommandText& text = text_of(command);
+    std::string help = examples(text) + "\nusage: " + kProgram + " " + text.name + " " +
+                       text.arguments + "\n" + paragraph(text.summary);
+    for (const char* note : text.notes) {
+        help += "\n" + paragraph(note);
+    }
+    std::string group;
+    for (const Shown& option : shown_options(command)) {
+        if (option.group != group) {
+            group = option.group;
+            help += "\n" + group + ":\n";
+        }
+        help += entry(names_of(option), option.about);
+    }
+    if (has_times(command)) {
+        help += "\n" + paragraph(kTimes);
+    }
+    return help;
+}
+
+std::string manual_page() {
+    std::string page = std::string(".TH KORVANE\\-VAD 1 \"\" \"Korvane VAD ") + KORVANE_VERSION +
+                       "\" \"User Commands\"\n.SH NAME\n" + roff(kProgram) + " \\- " +
+                       roff(kSummary) + "\n.SH SYNOPSIS\n";
+    for (const CommandText& text : command_texts()) {
+        page += ".B " + roff(kProgram) + " " + text.name + "\n" + roff(text.arguments) + "\n.br\n";
+    }
+    page += ".B " + roff(kProgram) + "\n\\-\\-help | \\-\\-version\n.SH EXAMPLES\n";
+    for (const CommandText& text : command_texts()) {
+        for (const CommandText::Example& example : text.examples) {
+            page += ".PP\n.nf\n.B " + roff(example.line) + "\n.fi\n.RS\n" + roff(example.does) +
+                    "\n.RE\n";
+        }
+    }
+    page += ".SH DESCRIPTION\n" + roff(kWithoutCommand) + "\n.PP\n" + roff(kTimes) + "\n";
+    for (const CommandText& text : command_texts()) {
+        page += roff_command(text);
+    }
+    page += ".SH OPTIONS\n";
+    for (const GeneralOption& option : kGeneralOptions) {
+        page += roff_option({option.letter, option.word, "", option.about, ""});
+    }
+    page += ".SH EXIT STATUS\n";
+    for (const ExitStatus& status : kExitStatus) {
+        page += ".TP\n.B " + roff(status.status) + "\n" + roff(status.meaning) + "\n";
+    }
+    return page;
+}
+
+std::string bash_completions() {
+    std::string script =
+        "# Completions for bash.\n"
+        "_korvane_vad() {\n"
+        "    local word=${COMP_WORDS[COMP_CWORD]} before=${COMP_WORDS[COMP_CWORD - 1]}\n"
+        "    local command=detect options='' values=''\n"
+        "    COMPREPLY=()\n"
+        "    if ((COMP_CWORD > 1)); then\n"
+        "        case ${COMP_WORDS[1]} in " +
+        command_names("|") +
+        ") command=${COMP_WORDS[1]} ;; esac\n"
+        "    fi\n"
+        "    case $command in\n";
+    for (const CommandText& text : command_texts()) {
+        script += bash_case(text);
+    }
+    return script +
+           "    esac\n"
+           "    ((COMP_CWORD > 1)) || options+=' --version -V'\n"
+           "    if [[ $values ]]; then\n"
+           "        mapfile -t COMPREPLY < <(compgen -W \"$values\" -- \"$word\")\n"
+           "    elif [[ $word == -* ]]; then\n"
+           "        mapfile -t COMPREPLY < <(compgen -W \"$options\" -- \"$word\")\n"
+           "    else\n"
+           "        compopt -o filenames 2>/dev/null\n"
+           "        mapfile -t COMPREPLY < <(compgen -f -- \"$word\"\n"
+           "            ((COMP_CWORD > 1)) || compgen -W '" +
+           command_names(" ") +
+           "' -- \"$word\")\n"
+           "    fi\n"
+           "}\n"
+           "complete -F _korvane_vad korvane-vad\n";
+}
+
+std::string zsh_completions() {
+    std::string script = "#compdef korvane-vad\nlocal command=detect\nlocal -a commands=(\n";
+    for (const CommandText& text : command_texts()) {
+        script += "    " + quoted(std::string(text.name) + ":" + zsh_escaped(text.summary)) + "\n";
+    }
+    script +=
+        ")\n"
+        "if (( CURRENT == 2 )) && [[ $words[2] != -* ]]; then\n"
+        "    _describe -t commands command commands\n"
+        "    _files\n"
+        "    return\n"
+        "fi\n"
+        "case $words[2] in " +
+        command_names("|") +
+        ") command=$words[2]; shift words; (( CURRENT-- )) ;; esac\n"
+        "case $command in\n";
+    for (const CommandText& text : command_texts()) {
+        script += "    " + std::string(text.name) + ")\n        _arguments -s -S \\\n";
+        for (const Shown& option : shown_options(text.command)) {
+            script += "            " + zsh_option(option) + " \\\n";
+        }
+        if (text.command == Command::kDetect) {
+            script += "            '(- :)'{-V,--version}'[print the version and exit]' \\\n";
+        }
+        script += "            '*:recording:_files' ;;\n";
+    }
+    return script + "esac\n";
+}
+
+std::string fish_completions() {
+    std::string script = "# Completions for fish.\n";
+    std::string others;
+    for (const CommandText& text : command_texts()) {
+        script += std::string("complete -c ") + kProgram + " -n __fish_use_subcommand -a " +
+                  text.name + " -d " + quoted(text.summary) + "\n";
+        others += text.command == Command::kDetect ? "" : " " + std::string(text.name);
+    }
+    script += std::string("complete -c ") + kProgram +
+              " -n __fish_use_subcommand -s V -l version -d 'print the version and exit'\n";
+    for (const CommandText& text : command_texts()) {
+        const std::string condition = text.command == Command::kDetect
+                                          ? "not __fish_seen_subcommand_from" + others
+                                          : "__fish_seen_subcommand_from " + std::string(text.name);
+        for (const Shown& option : shown_options(text.command)) {
+            script += fish_option(option, condition);
+        }
+    }
+    return script;
+}
+
+}  // namespace korvane::tool

@@ -1,0 +1,560 @@
+#include "tools/cli/options.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cmath>
+#include <functional>
+#include <map>
+#include <sstream>
+#include <thread>
+#include <utility>
+
+#include "tools/cli/name_template.h"
+#include "tools/files/failure.h"
+
+namespace korvane::tool {
+
+namespace {
+
+constexpr int kLongestFrame = 4096;
+constexpr int kMostJobs = 256;
+constexpr int kFastestRate = 1'000'000;
+constexpr int kMostChannels = 1024;
+constexpr double kLongestSeconds = 1e9;
+constexpr double kMostSamples = 1e15;  // doubles count them one by one
+
+/** "12" -> 12; throws what CLI11 reports with the option's name. */
+int whole_number(const std::string& text, int least, int most) {
+    int value = 0;
+    const char* end = text.data() + text.size();
+    const auto [stop, error] = std::from_chars(text.data(), end, value);
+    if (error != std::errc() || stop != end || value < least || value > most) {
+        throw std::invalid_argument("'" + text + "' is not a number from " + std::to_string(least) +
+                                    " to " + std::to_string(most));
+    }
+    return value;
+}
+
+template <class Value>
+Value choice(const std::string& text, const std::vector<std::pair<const char*, Value>>& choices) {
+    std::string names;
+    for (const auto& [name, value] : choices) {
+        if (text == name) {
+            return value;
+        }
+        names += (names.empty() ? "" : ", ") + std::string(name);
+    }
+    throw std::invalid_argument("'" + text + "' is none of " + names);
+}
+
+std::vector<int> channel_list(const std::string& text) {
+    std::vector<int> channels;
+    std::istringstream words(text + ",");
+    for (std::string word; std::getline(words, word, ',');) {
+        const int channel = whole_number(word, 1, kMostChannels);
+        if (std::find(channels.begin(), channels.end(), channel) != channels.end()) {
+            throw std::invalid_argument("channel " + word + " is named twice");
+        }
+        channels.push_back(channel);
+    }
+    return channels;
+}
+
+std::string formats(bool frames_only) {
+    std::string names;
+    for (const std::string& name : result_format_names()) {
+        if (!frames_only || is_live(result_format(name))) {
+            names += (names.empty() ? "" : "|") + name;
+        }
+    }
+    return names;
+}
+
+// CLI11 takes a word in brackets for a list. There are files with such names, so a mark that no
+// command line has in front of a bracket hides them from it.
+constexpr char kMark = '\x01';
+
+std::string marked(const std::string& word) {
+    const bool list = word.size() > 1 && word.front() == '[' && word.back() == ']';
+    return list ? kMark + word : word;
+}
+
+std::string unmarked(const std::string& word) {
+    return word.size() > 1 && word[0] == kMark && word[1] == '[' ? word.substr(1) : word;
+}
+
+/** Adds options to one parser. What it stores into outlives it. */
+class Adder {
+  public:
+    Adder(CLI::App& app, Options& options) : app_(app), options_(options) {}
+
+    /** @param store  may throw std::invalid_argument */
+    void value(const std::string& names, const std::string& type, const std::string& about,
+               const std::function<void(const std::string&)>& store) {
+        const std::string shown = names.substr(names.find(',') + 1);  // the long name comes last
+        app_.add_option_function<std::string>(
+                names,
+                [shown, store](const std::string& text) {
+                    try {
+                        store(unmarked(text));
+                    } catch (const std::invalid_argument& error) {
+                        throw CLI::ValidationError(shown, error.what());
+                    }
+                },
+                about)
+            ->type_name(type)
+            ->group(group_);
+    }
+
+    void text(const std::string& names, const char* type, const std::string& about,
+              std::string& where) {
+        value(names, type, about, [&where](const std::string& given) {
+            if (given.empty()) {
+                throw std::invalid_argument("is empty");
+            }
+            where = given;
+        });
+    }
+
+    void flag(const std::string& names, const std::string& about, bool& where) {
+        app_.add_flag(names, where, about)->group(group_);
+    }
+
+    void span(const std::string& name, const std::string& about, Span& where) {
+        value(name, "TIME", about,
+              [&where](const std::string& text) { where = Span(text, Span::Unit::kSeconds); });
+    }
+
+    void input();
+    void segments();
+    void output(const char* type, const std::string& about);
+    void format(bool frames_only);
+    void progress();
+    void check();
+    void batch();
+    void pieces();
+    void help();
+
+  private:
+    CLI::App& app_;
+    Options& options_;
+    const char* group_ = "Options";
+};
+
+void Adder::input() {
+    group_ = "Input";
+    const auto raw = [&options = options_]() -> RawFormat& {
+        if (!options.source.raw) {
+            options.source.raw.emplace();
+        }
+        return *options.source.raw;
+    };
+    value("--raw", "s16le|s16be", "the input has no header; its samples are these. Needs --rate",
+          [raw](const std::string& text) {
+              raw().big_endian = choice<bool>(text, {{"s16le", false}, {"s16be", true}});
+          });
+    value("-r,--rate", "HZ", "with --raw: samples per second and channel",
+          [raw](const std::string& text) { raw().rate = whole_number(text, 1, kFastestRate); });
+    value(
+        "-c,--channel-count", "N", "with --raw: channels, 1 where not given",
+        [raw](const std::string& text) { raw().channels = whole_number(text, 1, kMostChannels); });
+    value("--layout", "interleaved|planar",
+          "with --raw: channels sample by sample, as where not given, or one after the other "
+          "(planar: files only)",
+          [raw](const std::string& text) {
+              raw().planar = choice<bool>(text, {{"interleaved", false}, {"planar", true}});
+          });
+    value("--channels", "LIST", "use only these, counted from 1, for example 1,2",
+          [&options = options_](const std::string& text) {
+              options.source.channels = channel_list(text);
+          });
+    flag("--downmix", "use the mean of all channels, or of those that --channels names",
+         options_.source.downmix);
+    flag("--resample", "take rates of 50000 Hz and more, by resampling to 48000 Hz",
+         options_.source.resample);
+    value("--frame", "LENGTH",
+          "length of a frame in samples, 1 to 4096, or with a unit (10ms); 10 ms where not given",
+          [&options = options_](const std::string& text) {
+              options.frame = Span(text, Span::Unit::kSamples);
+              if (options.frame.samples(1) < 1 && options.frame.unit() == Span::Unit::kSamples) {
+                  throw std::invalid_argument("a frame has at least 1 sample");
+              }
+              if (options.frame.unit() == Span::Unit::kSamples &&
+                  options.frame.samples(1) > kLongestFrame) {
+                  throw std::invalid_argument("a frame has at most 4096 samples");
+              }
+          });
+}
+
+void Adder::segments() {
+    group_ = "Segments";
+    value("--align", "both|onset|none",
+          "what is taken out of the times: delay, onset and hang-over (both, the default), delay "
+          "and onset, or nothing",
+          [&options = options_](const std::string& text) {
+              using segments::Align;
+              options.align = choice<Align>(
+                  text, {{"both", Align::kBoth}, {"onset", Align::kOnset}, {"none", Align::kNone}});
+          });
+    span("--min-gap", "join segments with less than this between them", options_.min_gap);
+    span("--min-speech", "drop segments shorter than this, after joining", options_.min_speech);
+    span("--pad-start", "let segments begin this much earlier", options_.pad_start);
+    span("--pad-end", "let segments end this much later", options_.pad_end);
+    span("--max-speech", "split segments longer than this into equal parts", options_.max_speech);
+}
+
+void Adder::format(bool frames_only) {
+    group_ = "Output";
+    value("-f,--format", formats(frames_only), "form of the output; text where not given",
+          [&options = options_, frames_only](const std::string& text) {
+              ResultFormat format{};
+              try {
+                  format = result_format(text);
+              } catch (const std::invalid_argument&) {
+                  throw std::invalid_argument("'" + text + "' is none of " + formats(frames_only));
+              }
+              if (frames_only && !is_live(format)) {
+                  throw std::invalid_argument("'" + text + "' is none of " + formats(true));
+              }
+              options.format = format;
+          });
+}
+
+void Adder::output(const char* type, const std::string& about) {
+    group_ = "Output";
+    text("-o,--output", type, about, options_.output);
+}
+
+void Adder::progress() {
+    group_ = "Output";
+    value("--progress", "auto|always|never",
+          "a bar on standard error; auto, the default: where that is a terminal",
+          [&options = options_](const std::string& text) {
+              options.progress = choice<Progress>(text, {{"auto", Progress::kAuto},
+                                                         {"always", Progress::kAlways},
+                                                         {"never", Progress::kNever}});
+          });
+}
+
+void Adder::check() {
+    group_ = "Output";
+    flag("--check", "print nothing; exit with 0 on speech, 1 where there is none, 2 on errors",
+         options_.check);
+}
+
+void Adder::batch() {
+    group_ = "Many files";
+    value("-j,--jobs", "N", "work on this many files at once; 0: one for each processor",
+          [&options = options_](const std::string& text) {
+              options.jobs = whole_number(text, 0, kMostJobs);
+          });
+    text("--files-from", "FILE",
+         "read the names of more recordings from FILE (- is standard input), one a line",
+         options_.files_from);
+    flag("-0,--null", "the names in that file end with a zero byte, not with a newline",
+         options_.null_separated);
+    flag("--fail-fast", "stop at the first recording that fails", options_.fail_fast);
+    text("--resume", "MANIFEST",
+         "note in this file what is finished, and do not do again what it says is",
+         options_.manifest);
+}
+
+void Adder::pieces() {
+    group_ = "Output";
+    value("--template", "NAME",
+          "names of the files, " + options_.name_template +
+              " where not given. {stem}: the recording's name, {ext}: the extension of its format, "
+              "{index}: 1 for the first segment, {start} {end}: seconds, {start_samples} "
+              "{end_samples}; a width as in {index:04} fills up with zeros",
+          [&options = options_](const std::string& pattern) {
+              const NameTemplate valid(pattern);
+              options.name_template = pattern;
+          });
+    flag("--cleaned", "cut the cleaned recording; else the recording as it is", options_.cleaned);
+    flag("--force", "overwrite files that are there", options_.force);
+}
+
+void Adder::help() {
+    group_ = "Other";
+    flag("-h,--help", "print this and exit", options_.help);
+}
+
+}  // namespace
+
+Span::Span(const std::string& text, Unit plain) : text_(text), unit_(plain) {
+    const std::size_t digits = text.find_first_not_of("0123456789.");
+    const std::string number = text.substr(0, digits);
+    const std::string unit = digits == std::string::npos ? "" : text.substr(digits);
+    double scale = 1;
+    if (unit == "ms") {
+        unit_ = Unit::kSeconds;
+        scale = 1000;
+    } else if (unit == "s") {
+        unit_ = Unit::kSeconds;
+    } else if (unit == "samples" || unit == "sample") {
+        unit_ = Unit::kSamples;
+    } else if (!unit.empty()) {
+        throw std::invalid_argument("'" + text + "': write 250ms, 0.25s or 4000samples");
+    }
+    const char* end = number.data() + number.size();
+    const auto [stop, error] = std::from_chars(number.data(), end, value_);
+    if (error != std::errc() || stop != end) {
+        throw std::invalid_argument("'" + text + "': write 250ms, 0.25s or 4000samples");
+    }
+    value_ /= scale;
+    if (value_ > (unit_ == Unit::kSeconds ? kLongestSeconds : kMostSamples)) {
+        throw std::invalid_argument("'" + text + "' is too long");
+    }
+    if (unit_ == Unit::kSamples && value_ != std::floor(value_)) {
+        throw std::invalid_argument("'" + text + "': there are no parts of samples");
+    }
+}
+
+int64_t Span::samples(int rate) const {
+    return static_cast<int64_t>(unit_ == Unit::kSamples ? value_ : std::floor(value_ * rate + 0.5));
+}
+
+int Options::frame_length(const std::string& name, int rate) const {
+    if (frame.text() == "0") {
+        return default_frame_length(rate);
+    }
+    const int64_t length = frame.samples(rate);
+    if (length < 1 || length > kLongestFrame) {
+        throw Failure(name, "--frame " + frame.text() + " is " + std::to_string(length) +
+                                " samples at " + std::to_string(rate) +
+                                " Hz; frames have 1 to 4096");
+    }
+    return static_cast<int>(length);
+}
+
+segments::Rules Options::rules(int rate) const {
+    segments::Rules rules;
+    rules.align = align;
+    rules.min_gap = min_gap.samples(rate);
+    rules.min_speech = min_speech.samples(rate);
+    rules.pad_start = pad_start.samples(rate);
+    rules.pad_end = pad_end.samples(rate);
+    rules.max_speech = max_speech.samples(rate);
+    return rules;
+}
+
+std::string Options::fingerprint() const {
+    std::ostringstream text;
+    text << result_format_names()[static_cast<std::size_t>(format)] << " align "
+         << static_cast<int>(align);
+    for (const Span* span : {&frame, &pad_start, &pad_end, &min_speech, &min_gap, &max_speech}) {
+        text << ' ' << span->text();
+    }
+    text << " channels";
+    for (const int channel : source.channels) {
+        text << ' ' << channel;
+    }
+    text << (source.downmix ? " downmix" : "") << (source.resample ? " resample" : "");
+    if (source.raw) {
+        text << " raw " << source.raw->rate << ' ' << source.raw->channels
+             << (source.raw->big_endian ? " be" : " le")
+             << (source.raw->planar ? " planar" : " interleaved");
+    }
+    return text.str();
+}
+
+const std::vector<CommandText>& command_texts() {
+    static const std::vector<CommandText> texts = {
+        {Command::kDetect,
+         "detect",
+         "[OPTION...] FILE...|-",
+         "prints the segments of speech in recordings or in a stream",
+         {{"korvane-vad interview.flac", "one line for each segment: start, end, duration"},
+          {"korvane-vad detect -f srt --min-gap 300ms -o talk.srt talk.wav",
+           "a subtitle file, short pauses closed"},
+          {"arecord -t raw -f S16_LE -r 16000 -c 1 | korvane-vad --raw s16le -r 16000 -f jsonl -",
+           "a live stream, each event as it happens"},
+          {"find archive -name '*.wav' -print0 | korvane-vad -j 4 --files-from - -0 -f csv "
+           "--resume done.jsonl -o all.csv",
+           "a whole archive; the same line again continues after an interruption"}},
+         {"FILE is whatever libsndfile reads; - is a stream on standard input. With - and the "
+          "formats text, jsonl and csv, each event is written as soon as it is decided.",
+          "Several recordings are worked on by processes of their own, -j of them at once. The "
+          "results come in the order of the names, whatever finishes first. One that fails is "
+          "reported and the others are done, with 1 as exit status. A format that cannot hold "
+          "several recordings needs -o DIR/ with a slash at its end: one file for each."}},
+        {Command::kFrames,
+         "frames",
+         "[OPTION...] FILE|-",
+         "prints one line for each frame: its place, the answer, the level",
+         {{"korvane-vad frames interview.flac", "columns of text"},
+          {"korvane-vad frames -f csv --frame 20ms -o frames.csv interview.flac",
+           "for a spreadsheet, in frames of 20 ms"}},
+         {"The level is the cleaned frame's, in dB of full scale; of two channels the louder "
+          "one's."}},
+        {Command::kClean,
+         "clean",
+         "[OPTION...] IN OUT",
+         "writes the recording with its noise suppressed",
+         {{"korvane-vad clean interview.flac quiet.flac", "as long as IN and aligned with it"},
+          {"arecord -t raw -f S16_LE -r 16000 -c 1 | korvane-vad clean --raw s16le -r 16000 - - | "
+           "aplay -t raw -f S16_LE -r 16000 -c 1",
+           "a live stream"}},
+         {"OUT has IN's format, or the one that its extension says. It appears under its name "
+          "only when it is whole, and may be IN itself. As OUT, - is standard output: samples of "
+          "16 bits, little-endian, without a header."}},
+        {Command::kSplit,
+         "split",
+         "[OPTION...] -o DIR FILE|-",
+         "writes each segment of speech into a file of its own",
+         {{"korvane-vad split interview.flac -o parts",
+           "parts/interview_0001.flac, parts/interview_0002.flac ..."},
+          {"korvane-vad split --pad-start 100ms --pad-end 100ms --template "
+           "'{stem}_{start:08}-{end:08}.wav' interview.flac -o parts",
+           "with some air around, named by their times, as WAV"}},
+         {"The recording itself is cut, unless --cleaned asks for the cleaned one. Nothing is "
+          "written where one of the files is there already, unless --force is given."}},
+        {Command::kReport,
+         "report",
+         "[OPTION...] -o PAGE.html FILE|-",
+         "writes a page to look at and listen to",
+         {{"korvane-vad report interview.flac -o interview.html",
+           "waveform, level, segments, spectrogram, before and after"}},
+         {"The page is complete in itself and needs no network."}},
+    };
+    return texts;
+}
+
+const CommandText& text_of(Command command) {
+    return command_texts()[static_cast<std::size_t>(command)];
+}
+
+std::unique_ptr<CLI::App> make_parser(Command command, Options& options) {
+    auto app = std::make_unique<CLI::App>();
+    app->set_help_flag();
+    options.command = command;
+    app->add_option("FILE", options.files);
+    Adder add(*app, options);
+    switch (command) {
+        case Command::kDetect:
+            add.format(false);
+            add.output("FILE", "write there, not to standard output; DIR/ writes one file each");
+            add.check();
+            break;
+        case Command::kFrames:
+            add.format(true);
+            add.output("FILE", "write there, not to standard output");
+            break;
+        case Command::kClean:
+            break;
+        case Command::kSplit:
+            add.output("DIR", "the folder for the files; made where there is none");
+            add.pieces();
+            break;
+        case Command::kReport:
+            add.output("PAGE.html", "the page");
+            break;
+    }
+    add.progress();
+    if (command == Command::kDetect) {
+        add.batch();
+    }
+    if (command != Command::kFrames && command != Command::kClean) {
+        add.segments();
+    }
+    add.input();
+    add.help();
+    return app;
+}
+
+namespace {
+
+/** What is wrong with options that are each right; empty where nothing is. */
+std::string contradiction(const Options& options) {
+    const std::optional<RawFormat>& raw = options.source.raw;
+    if (raw && raw->rate == 0) {
+        return "--raw needs --rate";
+    }
+    if (raw && raw->planar &&
+        std::find(options.files.begin(), options.files.end(), "-") != options.files.end()) {
+        return "--layout planar cannot be read from a stream";
+    }
+    if (options.source.channels.size() > 2 && !options.source.downmix) {
+        return "--channels takes one or two, or more with --downmix";
+    }
+    if (options.null_separated && options.files_from.empty()) {
+        return "--null needs --files-from";
+    }
+    const auto streams = std::count(options.files.begin(), options.files.end(), "-") +
+                         (options.files_from == "-" ? 1 : 0);
+    if (streams > 1 && options.command != Command::kClean) {
+        return "standard input can be read only once";
+    }
+    if (options.check && (!options.output.empty() || !options.manifest.empty())) {
+        return "--check prints nothing, so it goes with neither --output nor --resume";
+    }
+    return "";
+}
+
+std::string missing_argument(const Options& options) {
+    const std::size_t count = options.files.size();
+    const bool one = options.command != Command::kDetect && options.command != Command::kClean;
+    if (options.command == Command::kClean) {
+        return count == 2 ? "" : "clean needs two names: IN OUT";
+    }
+    if (count == 0 && options.files_from.empty()) {
+        return "no recording given";
+    }
+    if (one && count > 1) {
+        return "more than one recording given";
+    }
+    if (options.output.empty() && options.command == Command::kSplit) {
+        return "split needs -o DIR";
+    }
+    if (options.output.empty() && options.command == Command::kReport) {
+        return "report needs -o PAGE.html";
+    }
+    return "";
+}
+
+Command command_of(std::vector<std::string>& words) {
+    for (const CommandText& text : command_texts()) {
+        if (!words.empty() && words.front() == text.name) {
+            words.erase(words.begin());
+            return text.command;
+        }
+    }
+    return Command::kDetect;
+}
+
+}  // namespace
+
+Options parse_options(const std::vector<std::string>& words) {
+    std::vector<std::string> rest = words;
+    const Command command = command_of(rest);
+    std::vector<std::string> backwards(rest.size());  // as CLI11 takes them
+    Options options;
+    const std::unique_ptr<CLI::App> parser = make_parser(command, options);
+    const auto check = [command](const std::string& problem) {
+        if (!problem.empty()) {
+            throw UsageError(command, problem);
+        }
+    };
+    try {
+        std::transform(rest.rbegin(), rest.rend(), backwards.begin(), marked);
+        parser->parse(backwards);
+    } catch (const CLI::ParseError& error) {
+        throw UsageError(command, error.what());
+    }
+    std::transform(options.files.begin(), options.files.end(), options.files.begin(), unmarked);
+    if (options.help) {
+        return options;
+    }
+    if (options.source.raw && parser->count("--raw") == 0) {
+        check("--rate, --channel-count and --layout need --raw");
+    }
+    check(missing_argument(options));
+    check(contradiction(options));
+    if (options.jobs == 0) {
+        options.jobs =
+            std::clamp(static_cast<int>(std::thread::hardware_concurrency()), 1, kMostJobs);
+    }
+    return options;
+}
+
+}  // namespace korvane::tool

@@ -1,0 +1,108 @@
+/** What the command line asks for. The parsers made here are also what help texts, the manual page
+ * and the shells' completions are generated from. */
+#ifndef KORVANE_TOOLS_CLI_OPTIONS_H
+#define KORVANE_TOOLS_CLI_OPTIONS_H
+
+#include <CLI/CLI.hpp>
+#include <cstdint>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "segments/segments.h"
+#include "tools/audio/audio_source.h"
+#include "tools/results/result_writer.h"
+
+namespace korvane::tool {
+
+enum class Command { kDetect, kFrames, kClean, kSplit, kReport };
+
+/** Commands as the user knows them. */
+struct CommandText {
+    Command command;
+    const char* name;
+    const char* arguments;  ///< as in the synopsis
+    const char* summary;    ///< a line
+    struct Example {
+        const char* line;
+        const char* does;
+    };
+    std::vector<Example> examples;
+    std::vector<const char*> notes;  ///< paragraphs
+};
+const std::vector<CommandText>& command_texts();
+const CommandText& text_of(Command command);
+
+/** The command line is wrong: exit status 2. */
+struct UsageError : std::runtime_error {
+    UsageError(Command where, const std::string& what) : std::runtime_error(what), command(where) {}
+    Command command;
+};
+
+/** A length of time as it was given, in seconds or in samples. */
+class Span {
+  public:
+    enum class Unit { kSeconds, kSamples };
+    Span() = default;
+    /**
+     * "250ms", "0.25s" or "4000samples"; a number alone is in `plain`. Throws
+     * std::invalid_argument on anything else, on negative values, on parts of samples, and on more
+     * than 10^9 seconds or 10^15 samples.
+     */
+    Span(const std::string& text, Unit plain);
+    /** At `rate` Hz, rounded to nearest, halves up. */
+    int64_t samples(int rate) const;
+    Unit unit() const { return unit_; }
+    const std::string& text() const { return text_; }
+
+  private:
+    std::string text_ = "0";
+    double value_ = 0;
+    Unit unit_ = Unit::kSamples;
+};
+
+enum class Progress { kAuto, kAlways, kNever };
+
+struct Options {
+    Command command = Command::kDetect;
+    bool help = false;
+    std::vector<std::string> files;  ///< detect: recordings; clean: input and output; else one
+
+    SourceOptions source;
+    Span frame;  ///< 0: 10 ms
+    segments::Align align = segments::Align::kBoth;
+    Span pad_start, pad_end, min_speech, min_gap, max_speech;
+
+    ResultFormat format = ResultFormat::kText;
+    std::string output;  ///< -o; empty: standard output
+    Progress progress = Progress::kAuto;
+
+    int jobs = 1;
+    std::string files_from;
+    bool null_separated = false;
+    bool fail_fast = false;
+    std::string manifest;
+    bool check = false;
+
+    std::string name_template = "{stem}_{index:04}.{ext}";
+    bool cleaned = false;
+    bool force = false;
+
+    /** Throws a Failure about `name` where a frame is not of 1 to 4096 samples at that rate. */
+    int frame_length(const std::string& name, int rate) const;
+    segments::Rules rules(int rate) const;
+    /** Everything that the result of a recording depends on, besides the recording. */
+    std::string fingerprint() const;
+};
+
+/** A parser that stores into `options`, which must outlive it. */
+std::unique_ptr<CLI::App> make_parser(Command command, Options& options);
+
+/** Reads the words after the program's name. Throws a UsageError. With `help` set nothing else was
+ * checked. */
+Options parse_options(const std::vector<std::string>& words);
+
+}  // namespace korvane::tool
+
+#endif

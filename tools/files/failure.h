@@ -1,0 +1,27 @@
+/** What goes wrong with a file, and its name. The tool reports it as one line and exits with 1. */
+#ifndef KORVANE_TOOLS_FILES_FAILURE_H
+#define KORVANE_TOOLS_FILES_FAILURE_H
+
+#include <algorithm>
+#include <cctype>
+#include <stdexcept>
+#include <string>
+
+namespace korvane::tool {
+
+struct Failure : std::runtime_error {
+    Failure(const std::string& file, const std::string& reason)
+        : std::runtime_error(one_line(file) + ": " + one_line(reason)) {}
+
+  private:
+    /** Control characters, a newline in a file's name above all, would break the message up. */
+    static std::string one_line(std::string text) {
+        std::replace_if(
+            text.begin(), text.end(), [](unsigned char c) { return std::iscntrl(c) != 0; }, '?');
+        return text;
+    }
+};
+
+}  // namespace korvane::tool
+
+#endif

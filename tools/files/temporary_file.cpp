@@ -1,0 +1,120 @@
+#include "tools/files/temporary_file.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+
+#include "tools/files/ending_signals.h"
+#include "tools/files/failure.h"
+
+namespace korvane::tool {
+
+namespace {
+
+void remove_and_die(int signal) {
+    remove_temporary_files();
+    raise(signal);  // the default action, restored by SA_RESETHAND, once this handler returns
+}
+
+}  // namespace
+
+std::atomic<TemporaryFile*> TemporaryFile::first_ = nullptr;
+
+void remove_temporary_files() {
+    const int error = errno;
+    const pid_t self = getpid();
+    for (const TemporaryFile* file = TemporaryFile::first_; file != nullptr; file = file->next_) {
+        if (file->owner_ == self) {
+            unlink(file->name_.c_str());
+        }
+    }
+    errno = error;
+}
+
+void remove_temporary_files_on_signals() {
+    on_ending_signals(remove_and_die, static_cast<int>(SA_RESETHAND));
+}
+
+TemporaryFile::TemporaryFile(const std::string& path)
+    : path_(path), target_(path), owner_(getpid()) {
+    if (char* resolved = realpath(path.c_str(), nullptr)) {
+        target_ = resolved;
+        std::free(resolved);
+    }
+    const mode_t mask = umask(0);
+    umask(mask);
+    mode_t mode = 0666 & ~mask;
+    struct stat status {};
+    if (stat(target_.c_str(), &status) == 0) {
+        if (!S_ISREG(status.st_mode)) {
+            throw Failure(path_, "not a regular file");
+        }
+        if (access(target_.c_str(), W_OK) != 0) {
+            fail();
+        }
+        mode = status.st_mode & 07777;
+    }
+    create();
+    if (fchmod(descriptor_, mode) != 0) {
+        const int error = errno;
+        leave();
+        errno = error;
+        fail();
+    }
+}
+
+TemporaryFile::~TemporaryFile() { leave(); }
+
+void TemporaryFile::create() {
+    const std::string folder = std::filesystem::path(target_).parent_path();
+    name_ = (folder.empty() ? "." : folder) + "/.korvane-vad-XXXXXX";
+    const EndingSignalsDeferred deferred;
+    descriptor_ = mkostemp(name_.data(), O_CLOEXEC);
+    if (descriptor_ < 0) {
+        fail();
+    }
+    next_ = first_;
+    first_ = this;
+}
+
+/** Removes the file, if it still has its temporary name, and forgets it. */
+void TemporaryFile::leave() {
+    const EndingSignalsDeferred deferred;
+    if (!name_.empty() && owner_ == getpid()) {
+        unlink(name_.c_str());
+    }
+    TemporaryFile* before = first_;
+    if (before == this) {
+        first_ = next_;
+    } else {
+        while (before->next_ != this) {
+            before = before->next_;
+        }
+        before->next_ = next_;
+    }
+    close(descriptor_);
+}
+
+void TemporaryFile::commit() {
+    if (fsync(descriptor_) != 0) {
+        fail();
+    }
+    const EndingSignalsDeferred deferred;
+    if (std::rename(name_.c_str(), target_.c_str()) != 0) {
+        fail();
+    }
+    name_.clear();
+}
+
+void TemporaryFile::fail() const {
+    throw Failure(path_, errno != 0 ? std::strerror(errno) : "cannot be written");
+}
+
+}  // namespace korvane::tool

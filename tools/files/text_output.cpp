@@ -1,0 +1,78 @@
+#include "tools/files/text_output.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "tools/files/failure.h"
+
+namespace korvane::tool {
+
+namespace {
+
+constexpr std::size_t kPiece = 65536;
+
+/** Something that cannot be renamed over: a device, a pipe, a terminal. */
+bool is_special(const std::string& path) {
+    struct stat status {};
+    return stat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode);
+}
+
+}  // namespace
+
+TextOutput::TextOutput(const std::string& path) : name_(path) {
+    if (path.empty() || path == "-") {
+        name_ = "standard output";
+        descriptor_ = STDOUT_FILENO;
+    } else if (is_special(path)) {
+        descriptor_ = open(path.c_str(), O_WRONLY | O_CLOEXEC);
+        if (descriptor_ < 0) {
+            fail();
+        }
+    } else {
+        file_ = std::make_unique<TemporaryFile>(path);
+        descriptor_ = file_->descriptor();
+    }
+}
+
+TextOutput::~TextOutput() {
+    if (!file_ && descriptor_ != STDOUT_FILENO) {
+        close(descriptor_);
+    }
+}
+
+void TextOutput::write(std::string_view text) {
+    pending_ += text;
+    if (pending_.size() >= kPiece) {
+        flush();
+    }
+}
+
+void TextOutput::flush() {
+    std::string_view rest = pending_;
+    while (!rest.empty()) {
+        const ssize_t count = ::write(descriptor_, rest.data(), rest.size());
+        if (count < 0 && errno == EINTR) {
+            continue;
+        }
+        if (count <= 0) {
+            fail();
+        }
+        rest.remove_prefix(static_cast<std::size_t>(count));
+    }
+    pending_.clear();
+}
+
+void TextOutput::commit() {
+    flush();
+    if (file_) {
+        file_->commit();
+    }
+}
+
+void TextOutput::fail() const { throw Failure(name_, std::strerror(errno)); }
+
+}  // namespace korvane::tool

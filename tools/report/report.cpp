@@ -1,0 +1,232 @@
+#include "tools/report/report.h"
+
+#include <algorithm>
+#include <cmath>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <string_view>
+
+#include "korvane_vad.h"
+#include "tools/report/audio_clip.h"
+#include "tools/report/envelope.h"
+#include "tools/report/packing.h"
+#include "tools/report/page_text.h"
+#include "tools/report/spectrogram.h"
+
+namespace korvane::tool {
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+using report::AudioClip;
+using report::Envelope;
+using report::Spectrogram;
+
+// What bounds the page, however long the recording is. An hour at 16 kHz then has a waveform point
+// every 8 ms and a spectrum every 64 ms.
+constexpr int64_t kEnvelopeBuckets = int64_t{1} << 19;
+constexpr int64_t kSpectrogramCells = int64_t{1} << 24;
+// Audio that a browser loads in one go; and the lowest rate that all of them play.
+constexpr int64_t kAudioSeconds = 30 * 60;
+constexpr int64_t kAudioBytes = int64_t{64} << 20;
+constexpr int kAudioLowestRate = 3000;
+
+constexpr double kLevelSteps = 100;  // of the embedded level in a dB
+constexpr double kEnterLevel = -45;
+constexpr double kStayLevel = -50;
+
+/** The recording before or after the suppressor. */
+struct Track {
+    explicit Track(const SourceInfo& source)
+        : channels(source.channels),
+          waveform(kEnvelopeBuckets),
+          spectrogram(source.rate, source.channels, kSpectrogramCells) {}
+
+    void add(const int16_t* samples, int64_t n) {
+        for (int64_t i = 0; i < n; ++i) {
+            const int16_t* sample = samples + i * channels;
+            const auto [low, high] = std::minmax_element(sample, sample + channels);
+            waveform.add(*low, *high);
+        }
+        spectrogram.add(samples, n);
+        if (audio) {
+            audio->add(samples, n);
+        }
+    }
+
+    int channels;
+    Envelope waveform;
+    Spectrogram spectrogram;
+    std::optional<AudioClip> audio;
+};
+
+const char* name_of(segments::Align align) {
+    switch (align) {
+        case segments::Align::kNone:
+            return "none";
+        case segments::Align::kOnset:
+            return "onset";
+        case segments::Align::kBoth:
+            break;
+    }
+    return "both";
+}
+
+Json json_of(const SourceInfo& source) {
+    return {{"name", source.name},
+            {"rate", source.rate},
+            {"channels", source.channels},
+            {"input_rate", source.input_rate},
+            {"input_channels", source.input_channels},
+            {"bit_exact", source.bit_exact}};
+}
+
+Json json_of(const segments::Timing& timing) {
+    return {{"frame", timing.frame},
+            {"delay", timing.delay},
+            {"onset", timing.onset},
+            {"hangover", timing.hangover}};
+}
+
+Json json_of(const segments::Rules& rules) {
+    return {{"align", name_of(rules.align)},  {"min_gap", rules.min_gap},
+            {"min_speech", rules.min_speech}, {"pad_start", rules.pad_start},
+            {"pad_end", rules.pad_end},       {"max_speech", rules.max_speech}};
+}
+
+Json json_of(const std::vector<segments::Segment>& list) {
+    Json array = Json::array();
+    for (const segments::Segment& segment : list) {
+        array.push_back(Json::array({segment.start, segment.end, segment.open}));
+    }
+    return array;
+}
+
+Json json_of(const Spectrogram& spectrogram) {
+    return {
+        {"rows", spectrogram.rows()},      {"columns", spectrogram.columns()},
+        {"hop", spectrogram.hop()},        {"window", spectrogram.window()},
+        {"low", spectrogram.frequency(0)}, {"high", spectrogram.frequency(spectrogram.rows() - 1)},
+        {"floor", Spectrogram::kFloor},    {"step", Spectrogram::kStep}};
+}
+
+/** A block of data in the page: text that is neither shown nor run. It must not hold "<", which
+ * could end the block. */
+void append_block(std::string& page, std::string_view id, std::string_view text) {
+    page += "<script type=\"text/plain\" id=\"";
+    page += id;
+    page += "\">";
+    page += text;
+    page += "</script>\n";
+}
+
+void append_packed(std::string& page, std::string_view id, const std::vector<uint8_t>& bytes) {
+    append_block(page, id, report::base64(report::deflated(bytes)));
+}
+
+/** JSON in which no "<" is left; all of them are inside strings. Names of files need not be UTF-8;
+ * what is not becomes U+FFFD. */
+std::string safe_text(const Json& json) {
+    std::string text = json.dump(-1, ' ', false, Json::error_handler_t::replace);
+    for (std::size_t at = 0; (at = text.find('<', at)) != std::string::npos;) {
+        text.replace(at, 1, "\\u003c");
+    }
+    return text;
+}
+
+}  // namespace
+
+struct Report::State {
+    explicit State(const ResultHeader& result_header)
+        : header(result_header), before(header.source), after(header.source) {
+        const SourceInfo& source = header.source;
+        if (source.rate < kAudioLowestRate) {
+            no_audio = "Browsers do not play audio below 3000 Hz; it is left out.";
+        } else {
+            before.audio.emplace(source.rate, source.channels);
+            after.audio.emplace(source.rate, source.channels);
+        }
+    }
+
+    void check_audio() {
+        if (!before.audio) {
+            return;
+        }
+        const bool too_long = read > kAudioSeconds * header.source.rate;
+        if (too_long || before.audio->size() + after.audio->size() > kAudioBytes) {
+            no_audio = too_long ? "The recording is longer than 30 minutes; its audio is left out."
+                                : "The recording's audio takes more than 64 MiB; it is left out.";
+            before.audio.reset();
+            after.audio.reset();
+        }
+    }
+
+    Json facts(const StreamTotals& totals, const std::vector<segments::Segment>& list) const {
+        return {{"tool_version", KORVANE_TOOL_VERSION},
+                {"library_version", VoiceActivityDetectionVersion()},
+                {"source", json_of(header.source)},
+                {"timing", json_of(header.timing)},
+                {"rules", json_of(header.rules)},
+                {"length", totals.length},
+                {"frames", totals.frames},
+                {"sha256", totals.sha256},
+                {"enter_level", kEnterLevel},
+                {"stay_level", kStayLevel},
+                {"level_steps", kLevelSteps},
+                {"level_bucket", level.bucket()},
+                {"waveform_bucket", before.waveform.bucket()},
+                {"spectrogram", json_of(before.spectrogram)},
+                {"flag_changes", flag_changes},
+                {"no_audio", no_audio},
+                {"segments", json_of(list)}};
+    }
+
+    ResultHeader header;
+    Track before;
+    Track after;
+    Envelope level{kEnvelopeBuckets};
+    std::vector<int64_t> flag_changes;  // frames from which on the answer is another one
+    bool speech = false;
+    int64_t read = 0;      // sample frames
+    std::string no_audio;  // why it is left out; empty where it is not
+};
+
+Report::Report(const ResultHeader& header) : state_(new State(header)) {}
+
+Report::~Report() { delete state_; }
+
+bool Report::available() { return true; }
+
+void Report::add(const Frame& frame) {
+    State& state = *state_;
+    state.read += frame.noisy_count;
+    state.before.add(frame.noisy, frame.noisy_count);
+    state.after.add(frame.cleaned, frame.cleaned_count);
+    state.check_audio();
+    const auto level = static_cast<int16_t>(std::lround(kLevelSteps * frame.level));
+    state.level.add(level, level);
+    if (frame.speech != state.speech) {
+        state.speech = frame.speech;
+        state.flag_changes.push_back(frame.index);
+    }
+}
+
+std::string Report::page(const StreamTotals& totals, const std::vector<segments::Segment>& list) {
+    State& state = *state_;
+    std::string page(report::kPageHead);
+    for (const auto& [name, track] :
+         {std::pair<std::string, Track*>{"before", &state.before}, {"after", &state.after}}) {
+        track->spectrogram.finish();
+        append_packed(page, "waveform-" + name, track->waveform.bytes());
+        append_packed(page, "spectrogram-" + name, track->spectrogram.bytes());
+        if (track->audio) {
+            append_block(page, "audio-" + name, report::base64(track->audio->finish()));
+        }
+    }
+    append_packed(page, "level", state.level.bytes());
+    append_block(page, "facts", safe_text(state.facts(totals, list)));
+    page += report::kPageTail;
+    return page;
+}
+
+}  // namespace korvane::tool

@@ -1,0 +1,74 @@
+/** The results of one or several inputs, in the forms people already work with. */
+#ifndef KORVANE_TOOLS_RESULTS_RESULT_WRITER_H
+#define KORVANE_TOOLS_RESULTS_RESULT_WRITER_H
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "segments/segments.h"
+#include "tools/audio/audio_source.h"
+#include "tools/results/detection.h"
+
+namespace korvane::tool {
+
+enum class ResultFormat { kText, kJson, kJsonl, kCsv, kAudacity, kRttm, kSrt, kVtt, kTextGrid };
+
+/** From its name on the command line: text json jsonl csv audacity rttm srt vtt textgrid; throws
+ * std::invalid_argument. */
+ResultFormat result_format(const std::string& name);
+/** The names, in the order of the enumeration. */
+const std::vector<std::string>& result_format_names();
+/** File name extension, with its dot: .txt .json .jsonl .csv .txt .rttm .srt .vtt .TextGrid */
+std::string extension_of(ResultFormat format);
+/** Whether results of several inputs can stand in one file. */
+bool holds_several(ResultFormat format);
+
+/** What produced the segments of one input. */
+struct ResultHeader {
+    SourceInfo source;
+    int frame = 0;
+    segments::Timing timing;
+    segments::Rules rules;
+};
+
+// All of these return text; they write nothing. Times are seconds, rounded from samples to nearest,
+// halves up, only here: three decimals in text, srt and vtt, six elsewhere. With six no two samples
+// look alike. Durations are rounded from their own sample count.
+//
+// File names: JSON and JSONL replace bytes that are not UTF-8 by U+FFFD. Text shows control
+// characters as \xHH. RTTM, whose fields end at spaces, puts _ for spaces and control characters. CSV
+// keeps every byte and quotes as RFC 4180 says, so that a name with a line feed takes two lines; its
+// lines end with a line feed alone.
+
+/** What stands before, between and behind the results of inputs in one file: CSV's heading, JSON's
+ * brackets when there are several. */
+std::string file_prologue(ResultFormat format, bool several);
+std::string file_separator(ResultFormat format, bool several);
+std::string file_epilogue(ResultFormat format, bool several);
+
+/** The whole result of an input that has been read to its end. JSON and JSONL begin with what
+ * produced them, counts and digest included. */
+std::string whole_result(ResultFormat format, bool several, const ResultHeader& header,
+                         const StreamTotals& totals, const std::vector<segments::Segment>& list);
+
+// For streams: text, jsonl and csv can be written as it happens. Counts and digest then come last.
+// live_begin includes what file_prologue gives; text and csv come out as the same bytes as a whole
+// result. Other formats throw std::invalid_argument, in frames_begin and frame_line too.
+bool is_live(ResultFormat format);
+std::string live_begin(ResultFormat format, const ResultHeader& header);
+std::string live_onset(ResultFormat format, const ResultHeader& header,
+                       const segments::Onset& onset);
+/** @param index  of the segment, from 0 */
+std::string live_segment(ResultFormat format, const ResultHeader& header, int64_t index,
+                         const segments::Segment& segment);
+std::string live_end(ResultFormat format, const ResultHeader& header, const StreamTotals& totals,
+                     int64_t segment_count);
+
+/** One line of `korvane-vad frames` in text, jsonl or csv, and what stands before the first. */
+std::string frames_begin(ResultFormat format, const ResultHeader& header);
+std::string frame_line(ResultFormat format, const ResultHeader& header, const Frame& frame);
+
+}  // namespace korvane::tool
+
+#endif
