@@ -36,40 +36,17 @@ struct GeneralOption {
 constexpr GeneralOption kGeneralOptions[] = {{"h", "help", "print a summary and exit"},
                                              {"V", "version", "print the version and exit"}};
 
-/** An option as it is shown. */
-struct Shown {
-    std::string letter;  ///< without its dash; may be empty
-    std::string word;
-    std::string type;  ///< empty: a flag
-    std::string about;
-    std::string group;
+bool has_choices(const OptionText& option) { return option.type.find('|') != std::string::npos; }
 
-    bool has_choices() const { return type.find('|') != std::string::npos; }
-    bool takes_file() const { return type == "FILE" || type == "MANIFEST" || type == "PAGE.html"; }
-    bool takes_folder() const { return type == "DIR"; }
-    std::string choices() const {
-        std::string list = type;
-        std::replace(list.begin(), list.end(), '|', ' ');
-        return list;
-    }
-};
+bool takes_file(const OptionText& option) {
+    return option.type == "FILE" || option.type == "MANIFEST" || option.type == "PAGE.html";
+}
 
-std::vector<Shown> shown_options(Command command) {
-    Options unused;
-    const std::unique_ptr<CLI::App> parser = make_parser(command, unused);
-    std::vector<Shown> list;
-    for (const CLI::Option* option : std::as_const(*parser).get_options()) {
-        if (option->get_positional()) {
-            continue;
-        }
-        Shown shown;
-        shown.letter = option->get_snames().empty() ? "" : option->get_snames().front();
-        shown.word = option->get_lnames().front();
-        shown.type = option->get_items_expected_max() == 0 ? "" : option->get_type_name();
-        shown.about = option->get_description();
-        shown.group = option->get_group();
-        list.push_back(shown);
-    }
+bool takes_folder(const OptionText& option) { return option.type == "DIR"; }
+
+std::string choices(const OptionText& option) {
+    std::string list = option.type;
+    std::replace(list.begin(), list.end(), '|', ' ');
     return list;
 }
 
@@ -99,7 +76,7 @@ std::string wrapped(const std::string& text, std::size_t indent, std::size_t col
 
 std::string paragraph(const std::string& text) { return wrapped(text, 0, 0) + "\n"; }
 
-std::string names_of(const Shown& option) {
+std::string names_of(const OptionText& option) {
     return (option.letter.empty() ? "    " : "-" + option.letter + ", ") + "--" + option.word +
            (option.type.empty() ? "" : " " + option.type);
 }
@@ -145,7 +122,7 @@ std::string roff(const std::string& text) {
     return result.empty() || result.front() != '.' ? result : "\\&" + result;
 }
 
-std::string roff_option(const Shown& option) {
+std::string roff_option(const OptionText& option) {
     std::string line = ".TP\n\\fB";
     if (!option.letter.empty()) {
         line += "\\-" + option.letter + "\\fR, \\fB";
@@ -153,7 +130,7 @@ std::string roff_option(const Shown& option) {
     line += roff("--" + option.word) + "\\fR";
     if (!option.type.empty()) {
         line +=
-            option.has_choices() ? " " + roff(option.type) : " \\fI" + roff(option.type) + "\\fR";
+            has_choices(option) ? " " + roff(option.type) : " \\fI" + roff(option.type) + "\\fR";
     }
     return line + "\n" + roff(option.about) + "\n";
 }
@@ -170,7 +147,7 @@ std::string roff_command(const CommandText& text) {
         page += ".PP\n" + roff(note) + "\n";
     }
     std::string group;
-    for (const Shown& option : shown_options(text.command)) {
+    for (const OptionText& option : option_texts(text.command)) {
         if (option.group != group) {
             group = option.group;
             page += ".SS " + group + "\n";
@@ -200,20 +177,20 @@ std::string command_names(const char* separator) {
 }
 
 /** "-x" and "--word", with `between` between them. */
-std::string both_names(const Shown& option, const char* between) {
+std::string both_names(const OptionText& option, const char* between) {
     return (option.letter.empty() ? "" : "-" + option.letter + between) + "--" + option.word;
 }
 
 std::string bash_case(const CommandText& text) {
     std::string words;
     std::string values;
-    for (const Shown& option : shown_options(text.command)) {
-        words += (words.empty() ? "" : " ") + both_names(option, " ");
-        if (option.has_choices()) {
-            values += "                " + both_names(option, "|") + ") values='" +
-                      option.choices() + "' ;;\n";
-        } else if (!option.type.empty() && !option.takes_file() && !option.takes_folder()) {
-            values += "                " + both_names(option, "|") + ") return ;;\n";
+    for (const OptionText& option : option_texts(text.command)) {
+        words.append(words.empty() ? "" : " ").append(both_names(option, " "));
+        const bool anything = !option.type.empty() && !takes_file(option) && !takes_folder(option);
+        if (has_choices(option) || anything) {
+            values.append(16, ' ').append(both_names(option, "|"));
+            values.append(has_choices(option) ? ") values='" + choices(option) + "' ;;\n"
+                                              : ") return ;;\n");
         }
     }
     return "        " + std::string(text.name) + ")\n            options='" + words +
@@ -229,14 +206,14 @@ std::string zsh_escaped(const std::string& text) {
     return result;
 }
 
-std::string zsh_option(const Shown& option) {
+std::string zsh_option(const OptionText& option) {
     std::string argument;
     if (!option.type.empty()) {
-        const std::string action = option.has_choices()    ? "(" + option.choices() + ")"
-                                   : option.takes_file()   ? "_files"
-                                   : option.takes_folder() ? "_files -/"
-                                                           : " ";
-        argument = ":" + (option.has_choices() ? option.word : option.type) + ":" + action;
+        const std::string action = has_choices(option)    ? "(" + choices(option) + ")"
+                                   : takes_file(option)   ? "_files"
+                                   : takes_folder(option) ? "_files -/"
+                                                          : " ";
+        argument = ":" + (has_choices(option) ? option.word : option.type) + ":" + action;
     }
     const std::string word = "--" + option.word + (option.type.empty() ? "" : "=");
     const std::string rest = quoted("[" + zsh_escaped(option.about) + "]" + argument);
@@ -247,13 +224,13 @@ std::string zsh_option(const Shown& option) {
     return "'(-" + option.letter + " --" + option.word + ")'{" + letter + "," + word + "}" + rest;
 }
 
-std::string fish_option(const Shown& option, const std::string& condition) {
+std::string fish_option(const OptionText& option, const std::string& condition) {
     std::string line = std::string("complete -c ") + kProgram + " -n " + quoted(condition);
     line += option.letter.empty() ? "" : " -s " + option.letter;
     line += " -l " + option.word;
-    if (option.has_choices()) {
-        line += " -x -a " + quoted(option.choices());
-    } else if (option.takes_file() || option.takes_folder()) {
+    if (has_choices(option)) {
+        line += " -x -a " + quoted(choices(option));
+    } else if (takes_file(option) || takes_folder(option)) {
         line += " -r -F";
     } else if (!option.type.empty()) {
         line += " -x";
@@ -299,7 +276,7 @@ std::string command_help(Command command) {
         help += "\n" + paragraph(note);
     }
     std::string group;
-    for (const Shown& option : shown_options(command)) {
+    for (const OptionText& option : option_texts(command)) {
         if (option.group != group) {
             group = option.group;
             help += "\n" + group + ":\n";
@@ -393,7 +370,7 @@ std::string zsh_completions() {
         "case $command in\n";
     for (const CommandText& text : command_texts()) {
         script += "    " + std::string(text.name) + ")\n        _arguments -s -S \\\n";
-        for (const Shown& option : shown_options(text.command)) {
+        for (const OptionText& option : option_texts(text.command)) {
             script += "            " + zsh_option(option) + " \\\n";
         }
         if (text.command == Command::kDetect) {
@@ -418,7 +395,7 @@ std::string fish_completions() {
         const std::string condition = text.command == Command::kDetect
                                           ? "not __fish_seen_subcommand_from" + others
                                           : "__fish_seen_subcommand_from " + std::string(text.name);
-        for (const Shown& option : shown_options(text.command)) {
+        for (const OptionText& option : option_texts(text.command)) {
             script += fish_option(option, condition);
         }
     }

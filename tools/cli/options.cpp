@@ -1,10 +1,13 @@
 #include "tools/cli/options.h"
 
+#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <functional>
 #include <map>
+#include <memory>
+#include <optional>
 #include <sstream>
 #include <thread>
 #include <utility>
@@ -424,6 +427,9 @@ const CommandText& text_of(Command command) {
     return command_texts()[static_cast<std::size_t>(command)];
 }
 
+namespace {
+
+/** A parser that stores into `options`, which must outlive it. */
 std::unique_ptr<CLI::App> make_parser(Command command, Options& options) {
     auto app = std::make_unique<CLI::App>();
     app->set_help_flag();
@@ -461,8 +467,6 @@ std::unique_ptr<CLI::App> make_parser(Command command, Options& options) {
     add.help();
     return app;
 }
-
-namespace {
 
 /** What is wrong with options that are each right; empty where nothing is. */
 std::string contradiction(const Options& options) {
@@ -523,6 +527,22 @@ Command command_of(std::vector<std::string>& words) {
 }
 
 }  // namespace
+
+std::vector<OptionText> option_texts(Command command) {
+    Options unused;
+    const std::unique_ptr<CLI::App> parser = make_parser(command, unused);
+    std::vector<OptionText> list;
+    for (const CLI::Option* option : std::as_const(*parser).get_options()) {
+        if (!option->get_positional()) {
+            const bool has_letter = !option->get_snames().empty();
+            const bool is_flag = option->get_items_expected_max() == 0;
+            list.push_back({has_letter ? option->get_snames().front() : "",
+                            option->get_lnames().front(), is_flag ? "" : option->get_type_name(),
+                            option->get_description(), option->get_group()});
+        }
+    }
+    return list;
+}
 
 Options parse_options(const std::vector<std::string>& words) {
     std::vector<std::string> rest = words;

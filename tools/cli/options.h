@@ -1,11 +1,9 @@
-/** What the command line asks for. The parsers made here are also what help texts, the manual page
- * and the shells' completions are generated from. */
+/** What the command line asks for. The parsers behind it are also what help texts, the manual page and
+ * the shells' completions are generated from. */
 #ifndef KORVANE_TOOLS_CLI_OPTIONS_H
 #define KORVANE_TOOLS_CLI_OPTIONS_H
 
-#include <CLI/CLI.hpp>
 #include <cstdint>
-#include <memory>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -96,8 +94,16 @@ struct Options {
     std::string fingerprint() const;
 };
 
-/** A parser that stores into `options`, which must outlive it. */
-std::unique_ptr<CLI::App> make_parser(Command command, Options& options);
+/** An option as it is shown. */
+struct OptionText {
+    std::string letter;  ///< without its dash; may be empty
+    std::string word;
+    std::string type;  ///< empty: a flag
+    std::string about;
+    std::string group;
+};
+/** Of a command's options, in the order of its parser. */
+std::vector<OptionText> option_texts(Command command);
 
 /** Reads the words after the program's name. Throws a UsageError. With `help` set nothing else was
  * checked. */
