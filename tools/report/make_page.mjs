@@ -44,10 +44,11 @@ if (tail === undefined || more.length > 0) {
 }
 
 const array = (name, text) => {
-  const bytes = [...Buffer.from(text)].map((byte) => (byte < 128 ? byte : byte - 256));
+  // As characters: whether char has a sign differs from machine to machine.
+  const bytes = [...Buffer.from(text)].map((byte) => `'\\x${byte.toString(16)}'`);
   const lines = [];
-  for (let i = 0; i < bytes.length; i += 40) {
-    lines.push(bytes.slice(i, i + 40).join(","));
+  for (let i = 0; i < bytes.length; i += 16) {
+    lines.push(bytes.slice(i, i + 16).join(","));
   }
   return `static const char ${name}Bytes[] = {\n${lines.join(",\n")}};\n` +
     `const std::string_view ${name}(${name}Bytes, sizeof(${name}Bytes));\n`;
