@@ -26,14 +26,19 @@ namespace korvane::tool {
 
 namespace {
 
-bool stdin_is_stream() {
+/** A pipe, a device or a socket, by name or as standard input. */
+bool is_stream(const std::string& name) {
     struct stat status {};
-    return fstat(STDIN_FILENO, &status) == 0 && !S_ISREG(status.st_mode);
+    const int failed = name == "-" ? fstat(STDIN_FILENO, &status) : stat(name.c_str(), &status);
+    return failed == 0 && !S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode);
 }
+
+/** Whether each result is wanted when it is certain, not at the end. */
+bool is_live_input(const std::string& name) { return name == "-" || is_stream(name); }
 
 /** Where `name` is a stream, an interruption is its end: what came before it counts. */
 void prepare_for_interruption(const std::string& name) {
-    if (name == "-" && stdin_is_stream()) {
+    if (is_stream(name)) {
         let_interruption_end_stream();
     }
 }
@@ -42,7 +47,8 @@ int status_after_stream() { return interrupted_by() != 0 ? 128 + interrupted_by(
 
 /** A bar for one input. A stream has no end to measure against. */
 ProgressBar bar_for(const Options& options, const std::string& input, bool prints_meanwhile) {
-    return {options.progress, input == "-" || (prints_meanwhile && isatty(STDOUT_FILENO) == 1)};
+    return {options.progress,
+            is_live_input(input) || (prints_meanwhile && isatty(STDOUT_FILENO) == 1)};
 }
 
 Tick drawing(ProgressBar& bar) {
@@ -51,9 +57,9 @@ Tick drawing(ProgressBar& bar) {
 
 // ---- detect --------------------------------------------------------------------------------
 
-int detect_live(const Options& options) {
-    prepare_for_interruption("-");
-    Work work("-", options);
+int detect_live(const std::string& name, const Options& options) {
+    prepare_for_interruption(name);
+    Work work(name, options);
     const ResultFormat format = options.format;
     const ResultHeader& header = work.header;
     TextOutput output(options.output);
@@ -66,14 +72,26 @@ int detect_live(const Options& options) {
     };
     output.write(live_begin(format, header));
     output.flush();
-    const StreamTotals totals = detect(*work.source, header.frame, [&](const Frame& frame) {
+    int64_t length = 0;
+    const auto answer = [&](const Frame& frame) {
+        length += frame.noisy_count;
         if (const std::optional<segments::Onset> onset = segmenter.add(frame.speech)) {
             output.write(live_onset(format, header, *onset));
         }
         write_settled();
         output.flush();
         return true;
-    });
+    };
+    StreamTotals totals;
+    try {
+        totals = detect(*work.source, header.frame, answer);
+    } catch (const Failure&) {
+        // What came before the fault counts; that no summary follows tells it from a sound end.
+        segmenter.finish(length);
+        write_settled();
+        output.flush();
+        throw;
+    }
     segmenter.finish(totals.length);
     write_settled();
     output.write(live_end(format, header, totals, count));
@@ -100,28 +118,32 @@ int detect_one(const std::string& name, const Options& options) {
 
 int run_detect(const Options& options) {
     const std::vector<std::string> names = recordings(options);
+    check_is_no_input(options.output, names);
+    check_is_no_input(options.output, {options.manifest, options.files_from});
     const bool alone = names.size() == 1 && options.files_from.empty() &&
                        options.manifest.empty() && !is_folder(options.output);
     if (!alone) {
         return run_batch(options, names);
     }
-    const bool live = names[0] == "-" && is_live(options.format) && !options.check;
-    return live ? detect_live(options) : detect_one(names[0], options);
+    const bool live = is_live_input(names[0]) && is_live(options.format) && !options.check;
+    return live ? detect_live(names[0], options) : detect_one(names[0], options);
 }
 
 // ---- frames --------------------------------------------------------------------------------
 
 int run_frames(const Options& options) {
     const std::string& name = options.files[0];
+    check_is_no_input(options.output, options.files);
     prepare_for_interruption(name);
     Work work(name, options);
     TextOutput output(options.output);
     ProgressBar bar = bar_for(options, name, options.output.empty());
     const Tick tick = drawing(bar);
+    const bool live = is_live_input(name);
     output.write(frames_begin(options.format, work.header));
     detect(*work.source, work.header.frame, [&](const Frame& frame) {
         output.write(frame_line(options.format, work.header, frame));
-        if (name == "-") {
+        if (live) {
             output.flush();
         }
         work.tick(frame, tick);
@@ -242,6 +264,7 @@ int run_report(const Options& options) {
     if (!Report::available()) {
         throw Failure(options.output, "this korvane-vad was built without reports");
     }
+    check_is_no_input(options.output, options.files);
     prepare_for_interruption(name);
     Work work(name, options);
     TextOutput output(options.output);

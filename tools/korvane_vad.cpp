@@ -82,7 +82,8 @@ int run_words(const std::vector<std::string>& words) {
     } catch (const UsageError&) {
         throw;
     } catch (const std::exception& error) {
-        return report_failure(error, options.check ? kExitUsage : kExitFailure);
+        const int status = options.check ? kExitUsage : kExitFailure;
+        return report_failure(error, interrupted_by() != 0 ? 128 + interrupted_by() : status);
     }
 }
 

@@ -131,6 +131,7 @@ class Batch(ToolTest):
     def test_what_is_no_manifest_is_left_alone(self):
         before = pathlib.Path(self.names[1]).read_bytes()
         self.fails(self.names[1], "not a manifest", "--resume", self.names[1], PROMPT)
+        self.fails("/dev/null", "not a regular file", "--resume", "/dev/null", PROMPT)
         self.assertEqual(pathlib.Path(self.names[1]).read_bytes(), before)
 
     def test_a_worker_that_dies(self):

@@ -11,6 +11,7 @@ import select
 import shlex
 import shutil
 import signal
+import socket
 import subprocess
 import tempfile
 import time
@@ -146,6 +147,21 @@ class Formats(ToolTest):
         self.assertIn(b"/dev/stdin: truncated", done.stderr)
 
 
+    def test_flac_from_a_slow_pipe_and_from_a_socket(self):
+        data = pathlib.Path(self.convert("a.flac")).read_bytes()
+        expected = self.run_tool(ALSA).stdout
+        for reader, writer in (map(os.fdopen, os.pipe(), ("rb", "wb")),
+                               (end.makefile(mode) for end, mode in zip(socket.socketpair(), ("rb", "wb")))):
+            tool = subprocess.Popen(TOOL + ["-"], stdin=reader, stdout=subprocess.PIPE)
+            reader.close()
+            for part in (data[:2], data[2:]):
+                writer.write(part)
+                writer.flush()
+                time.sleep(0.2)
+            writer.close()
+            self.assertEqual((tool.communicate(timeout=60)[0].decode(), tool.returncode), (expected, 0))
+
+
 class BadRecordings(ToolTest):
     def rejected(self, recording, reason):
         """Rejected, and neither a new nor an old output file is touched."""
@@ -217,6 +233,32 @@ class Outputs(ToolTest):
         self.assertEqual((done.returncode, done.stderr), (0, ""))
         self.assertEqual(os.stat(self.path("out.wav")).st_mode & 0o777, 0o640)
 
+    def test_links_to_nothing_are_followed(self):
+        os.mkdir(self.path("real"))
+        os.symlink("real/new.wav", self.path("link.wav"))
+        os.symlink("circle.wav", self.path("circle.wav"))
+        self.segments_and_cleaned(PROMPT, self.path("link.wav"))
+        self.assertEqual(os.listdir(self.path("real")), ["new.wav"])
+        self.fails(self.path("circle.wav"), "Too many levels", "clean", PROMPT, self.path("circle.wav"))
+        self.assertTrue(os.path.islink(self.path("link.wav")) and os.path.islink(self.path("circle.wav")))
+
+    def test_results_never_replace_what_is_read(self):
+        own = shutil.copy(PROMPT, self.path("own.wav"))
+        link = self.path("link")
+        os.symlink("own.wav", link)
+        raw = shutil.copy(PROMPT, self.path("raw.txt"))
+        manifest = self.path("manifest")
+        for named, arguments in (
+                (own, (own, "-o", own)), (link, (own, "-o", link)), (own, (PROMPT, own, "-o", own)),
+                (own, ("frames", own, "-o", own)), (own, ("report", own, "-o", own)), (own, ("-", "-o", own)),
+                (raw, ("--raw", "s16le", "-r", "8000", raw, "-o", self.folder)),
+                (own, (PROMPT, "--files-from", own, "--null", "-o", own)),
+                (manifest, (PROMPT, "--resume", manifest, "-o", manifest))):
+            with self.subTest(arguments), open(own, "rb") as stdin:
+                self.fails(named, "is an input", *arguments, stdin=stdin)
+        for file in (own, raw):
+            self.assertEqual(pathlib.Path(file).read_bytes(), pathlib.Path(PROMPT).read_bytes())
+
     def test_places_that_cannot_be_written(self):
         missing = self.path("none/out.wav")
         self.fails(missing, "No such file or directory", "clean", ALSA, missing)
@@ -264,24 +306,23 @@ class Outputs(ToolTest):
                          (1, "", f"korvane-vad: {out}: No space left on device\n"))
 
     def test_signals_in_the_middle(self):
-        # The recording is a pipe that stays open, so the tool is certainly in the middle of it.
+        # Seven hours of silence, which are not over as soon as the output begins.
         for number in (signal.SIGTERM, signal.SIGINT, signal.SIGHUP):
             with self.subTest(number.name), tempfile.TemporaryDirectory() as out:
-                pipe = os.path.join(out, "pipe")
-                os.mkfifo(pipe)
-                tool = subprocess.Popen(TOOL + ["clean", pipe, os.path.join(out, "out.wav")],
+                recording = os.path.join(out, "in.wav")
+                with open(recording, "wb") as file:
+                    file.write(wav_header(8000, 1, 400_000_000))
+                    file.truncate(400_000_044)
+                tool = subprocess.Popen(TOOL + ["clean", recording, os.path.join(out, "out.wav")],
                                         stdout=subprocess.PIPE, stderr=subprocess.PIPE)
-                with open(pipe, "wb") as writer:
-                    writer.write(wav_header(8000, 1, 40_000_000) + bytes(1_000_000))
-                    writer.flush()
-                    deadline = time.monotonic() + 30
-                    while len(os.listdir(out)) < 2 and time.monotonic() < deadline:
-                        time.sleep(0.01)
-                    self.assertEqual(len(os.listdir(out)), 2)
-                    tool.send_signal(number)
-                    output = tool.communicate(timeout=30)
+                deadline = time.monotonic() + 30
+                while len(os.listdir(out)) < 2 and time.monotonic() < deadline:
+                    time.sleep(0.01)
+                self.assertEqual(len(os.listdir(out)), 2)
+                tool.send_signal(number)
+                output = tool.communicate(timeout=30)
                 self.assertEqual((tool.returncode, output), (128 + number, (b"", b"")))
-                self.assertEqual(os.listdir(out), ["pipe"])
+                self.assertEqual(os.listdir(out), ["in.wav"])
 
 
 class Results(ToolTest):
@@ -449,6 +490,38 @@ class Live(ToolTest):
         self.assertEqual(rest[0]["end_sample"], len(samples) // 2)
         self.assertEqual(rest[-1]["samples"], len(samples) // 2)
         tool.stdin.close()
+
+    def test_speech_before_a_fault_is_not_lost(self):
+        samples = read_wav(PROMPT)[2][:16000].tobytes()
+        done = subprocess.run(TOOL + ["-f", "jsonl", "-"], input=wav_header(8000, 1, 40000) + samples,
+                              capture_output=True, timeout=60)
+        lines = [json.loads(line) for line in done.stdout.splitlines()]
+        self.assertEqual((done.returncode, [line["type"] for line in lines]), (1, ["header", "onset", "segment"]))
+        self.assertEqual((lines[-1]["end_sample"], lines[-1]["open"]), (16000, True))
+
+    def test_named_pipe_is_a_stream(self):
+        os.mkfifo(self.path("pipe"))
+        tool = subprocess.Popen(TOOL + ["-f", "jsonl", "--raw", "s16le", "-r", "8000", self.path("pipe")],
+                                stdout=subprocess.PIPE)
+        with open(self.path("pipe"), "wb") as pipe:
+            pipe.write(read_wav(PROMPT)[2][:16000].tobytes())
+            pipe.flush()
+            self.assertEqual([json.loads(tool.stdout.readline())["type"] for _ in range(2)], ["header", "onset"])
+            tool.send_signal(signal.SIGINT)
+            segment, summary = map(json.loads, tool.communicate(timeout=10)[0].splitlines())
+        self.assertEqual((tool.returncode, segment["open"], summary["type"]), (130, True, "summary"))
+
+    def test_interrupted_before_it_could_begin(self):
+        flac = pathlib.Path(self.convert("a.flac")).read_bytes()
+        for data, lines in ((b"", 0), (flac[:20000], 4)):  # FLAC is read when the stream has ended
+            tool = subprocess.Popen(TOOL + ["-f", "jsonl", "-"], stdin=subprocess.PIPE,
+                                    stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+            tool.stdin.write(data)
+            tool.stdin.flush()
+            time.sleep(0.5)
+            tool.send_signal(signal.SIGINT)
+            self.assertEqual((tool.wait(10), len(tool.stdout.readlines())), (130, lines))
+            tool.communicate()
 
     def test_signals_end_the_stream_and_keep_the_file(self):
         for number in (signal.SIGINT, signal.SIGTERM):

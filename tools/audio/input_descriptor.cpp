@@ -1,14 +1,18 @@
 #include "tools/audio/input_descriptor.h"
 
 #include <fcntl.h>
+#include <poll.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <thread>
 #include <vector>
 
 #include "tools/audio/audio_source.h"
@@ -19,6 +23,7 @@ namespace korvane::tool {
 namespace {
 
 constexpr std::size_t kSpoolBytes = 1 << 18;
+constexpr auto kBetweenLooks = std::chrono::milliseconds(10);
 
 // For the signal handler that ends a live input, -1 where there is none.
 volatile std::sig_atomic_t live_descriptor = -1;
@@ -33,6 +38,27 @@ int nameless_file() {
         unlink(name.c_str());
     }
     return descriptor;
+}
+
+/** What a socket or a pipe holds, up to `count` bytes and without taking it; -1 for anything else. */
+ssize_t peek(int descriptor, void* bytes, std::size_t count) {
+    const ssize_t received = recv(descriptor, bytes, count, MSG_PEEK);
+    if (received >= 0 || errno != ENOTSOCK) {
+        return received;
+    }
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC) != 0) {
+        return -1;
+    }
+    ssize_t copied = tee(descriptor, ends[1], count, 0);
+    if (copied > 0) {
+        copied = read(ends[0], bytes, static_cast<std::size_t>(copied));
+    }
+    const int error = errno;
+    close(ends[0]);
+    close(ends[1]);
+    errno = error;
+    return copied;
 }
 
 void write_whole(int descriptor, const char* bytes, std::size_t count) {
@@ -110,7 +136,7 @@ void InputDescriptor::set_live(bool live) {
     live_ = live;
 }
 
-bool InputDescriptor::interrupted() const { return live_ && was_interrupted != 0; }
+bool InputDescriptor::interrupted() const { return cut_off_ || (live_ && was_interrupted != 0); }
 
 /** Reads to the full count or to the end, whatever pieces and signals come in between. */
 template <typename Read>
@@ -150,20 +176,22 @@ void InputDescriptor::check() const {
 }
 
 uint32_t InputDescriptor::peek_magic() const {
-    int ends[2];
-    if (pipe2(ends, O_CLOEXEC) != 0) {
+    uint8_t magic[4] = {};
+    // Neither call waits for more than one byte, so they look again until there are four, or nobody
+    // is left to write them.
+    ssize_t count = 0;
+    for (bool growing = true; growing && count != sizeof magic && !interrupted();) {
+        if (count > 0) {
+            std::this_thread::sleep_for(kBetweenLooks);
+        }
+        pollfd sender{descriptor_, POLLIN | POLLRDHUP, 0};
+        growing = poll(&sender, 1, -1) < 0 || (sender.revents & (POLLHUP | POLLRDHUP)) == 0;
+        count = peek(descriptor_, magic, sizeof magic);
+        growing = growing && (count > 0 || (count < 0 && errno == EINTR));
+    }
+    if (count != sizeof magic) {
         return 0;
     }
-    uint8_t magic[4] = {};
-    ssize_t count = 0;
-    do {
-        count = tee(descriptor_, ends[1], sizeof magic, 0);
-    } while (count < 0 && errno == EINTR && !interrupted());
-    if (count != sizeof magic || ::read(ends[0], magic, sizeof magic) != sizeof magic) {
-        std::memset(magic, 0, sizeof magic);
-    }
-    close(ends[0]);
-    close(ends[1]);
     return uint32_t{magic[0]} << 24 | uint32_t{magic[1]} << 16 | uint32_t{magic[2]} << 8 | magic[3];
 }
 
@@ -183,6 +211,7 @@ void InputDescriptor::spool() {
         throw;
     }
     lseek(file, 0, SEEK_SET);
+    cut_off_ = interrupted();
     set_live(false);
     dup3(file, descriptor_, O_CLOEXEC);
     close(file);

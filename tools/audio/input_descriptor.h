@@ -24,7 +24,7 @@ class InputDescriptor {
     bool live() const { return live_; }
     /** Bytes of a regular file from where it stands. */
     int64_t size() const { return size_; }
-    /** Whether interrupt_live_input has ended it. */
+    /** Whether interrupt_live_input has ended it, or what is now a copy of it. */
     bool interrupted() const;
 
     /** Waits for `count` bytes and returns how many there are; fewer at the end or where reading
@@ -35,7 +35,8 @@ class InputDescriptor {
     /** Throws if reading has failed. */
     void check() const;
 
-    /** The first four bytes without taking them, 0 where there are fewer or it is no pipe. */
+    /** Waits for the first four bytes of a pipe or a socket, without taking them. 0 where there are
+     * fewer or it is neither. */
     uint32_t peek_magic() const;
     /** Replaces a live input by a nameless temporary file with everything that it gives. */
     void spool();
@@ -49,6 +50,7 @@ class InputDescriptor {
     std::string name_;
     int descriptor_ = -1;
     bool live_ = false;
+    bool cut_off_ = false;  // interrupted before all of it was copied
     int64_t start_ = 0;
     int64_t size_ = 0;
     int error_ = 0;

@@ -286,6 +286,7 @@ void check_names_differ(const Options& options, const std::vector<std::string>& 
     std::map<std::string, std::string> written;
     for (const std::string& name : names) {
         const std::string path = Results::path_in(options, name);
+        check_is_no_input(path, {name});
         const auto [place, is_new] = written.try_emplace(path, name);
         if (!is_new) {
             throw Failure(path, "would hold the results of both " + place->second + " and " + name);

@@ -77,6 +77,13 @@ Manifest::Manifest(const std::string& path, const std::string& options)
         fail();
     }
     try {
+        struct stat status {};
+        if (fstat(descriptor_, &status) != 0) {
+            fail();
+        }
+        if (!S_ISREG(status.st_mode)) {  // a device may have no end
+            throw Failure(path_, "not a regular file");
+        }
         if (flock(descriptor_, LOCK_EX | LOCK_NB) != 0) {
             if (errno == EWOULDBLOCK) {
                 throw Failure(path_, "another run is using this manifest");

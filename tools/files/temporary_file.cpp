@@ -18,6 +18,17 @@ namespace korvane::tool {
 
 namespace {
 
+/** `path` itself, or what the last of the symbolic links that begin there points to, be it nothing
+ * yet. There is no circle: that is an error of stat. */
+std::string end_of_links(const std::string& path) {
+    std::filesystem::path target = path;
+    std::error_code none;
+    while (std::filesystem::is_symlink(target, none)) {
+        target = target.parent_path() / std::filesystem::read_symlink(target, none);
+    }
+    return target;
+}
+
 void remove_and_die(int signal) {
     remove_temporary_files();
     raise(signal);  // the default action, restored by SA_RESETHAND, once this handler returns
@@ -52,7 +63,7 @@ TemporaryFile::TemporaryFile(const std::string& path)
     umask(mask);
     mode_t mode = 0666 & ~mask;
     struct stat status {};
-    if (stat(target_.c_str(), &status) == 0) {
+    if (stat(path.c_str(), &status) == 0) {
         if (!S_ISREG(status.st_mode)) {
             throw Failure(path_, "not a regular file");
         }
@@ -60,6 +71,10 @@ TemporaryFile::TemporaryFile(const std::string& path)
             fail();
         }
         mode = status.st_mode & 07777;
+    } else if (errno == ELOOP) {
+        fail();
+    } else {
+        target_ = end_of_links(path);
     }
     create();
     if (fchmod(descriptor_, mode) != 0) {

@@ -6,6 +6,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
 
 #include "tools/files/failure.h"
 
@@ -22,6 +23,20 @@ bool is_special(const std::string& path) {
 }
 
 }  // namespace
+
+void check_is_no_input(const std::string& output, const std::vector<std::string>& inputs) {
+    if (output.empty() || output == "-") {
+        return;
+    }
+    std::error_code none;
+    const bool overwrites = std::filesystem::is_regular_file(output, none);
+    for (const std::string& input : inputs) {
+        const std::string file = input == "-" ? "/dev/stdin" : input;
+        if (file == output || (overwrites && std::filesystem::equivalent(file, output, none))) {
+            throw Failure(output, "is an input; the results would overwrite it");
+        }
+    }
+}
 
 TextOutput::TextOutput(const std::string& path) : name_(path) {
     if (path.empty() || path == "-") {

@@ -5,10 +5,15 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "tools/files/temporary_file.h"
 
 namespace korvane::tool {
+
+/** Throws a Failure if `output`, as TextOutput takes it, is one of these files ("-": standard input):
+ * it would take the place of what is read. */
+void check_is_no_input(const std::string& output, const std::vector<std::string>& inputs);
 
 class TextOutput {
   public:
