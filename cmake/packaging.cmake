@@ -54,9 +54,9 @@ set(CPACK_DEBIAN_TOOL_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR})
 set(CPACK_DEBIAN_TOOL_PACKAGE_DEPENDS "${KORVANE_library_PACKAGE} (>= ${PROJECT_VERSION})")
 set(CPACK_COMPONENT_TOOL_DESCRIPTION "finds the speech in recordings
-Prints the segments of recordings and live streams in which somebody speaks, cuts
-them out, suppresses the noise, or shows it all on a page. Reads what libsndfile
-reads.")
+Prints the segments of recordings and live streams in which somebody speaks,
+cuts them out, suppresses the noise, or shows it all on a page. Reads what
+libsndfile reads.")
 
 # dpkg-shlibdeps cannot tell name and version of a library apart whose SONAME ends in .so, so there is a
 # list of its symbols instead of a shlibs file.
