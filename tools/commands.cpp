@@ -84,7 +84,7 @@ int detect_live(const std::string& name, const Options& options) {
     };
     StreamTotals totals;
     try {
-        totals = detect(*work.source, header.frame, answer);
+        totals = detect(*work.source, header.frame, {.digest = holds_digest(format)}, answer);
     } catch (const Failure&) {
         // What came before the fault counts; that no summary follows tells it from a sound end.
         segmenter.finish(length);
@@ -141,7 +141,7 @@ int run_frames(const Options& options) {
     const Tick tick = drawing(bar);
     const bool live = is_live_input(name);
     output.write(frames_begin(options.format, work.header));
-    detect(*work.source, work.header.frame, [&](const Frame& frame) {
+    detect(*work.source, work.header.frame, {.level = true}, [&](const Frame& frame) {
         output.write(frame_line(options.format, work.header, frame));
         if (live) {
             output.flush();
@@ -166,7 +166,7 @@ int run_clean(const Options& options) {
     const std::unique_ptr<AudioSink> sink = open_sink(path, format, info.rate, info.channels);
     ProgressBar bar = bar_for(options, name, false);
     const Tick tick = drawing(bar);
-    detect(*work.source, work.header.frame, [&](const Frame& frame) {
+    detect(*work.source, work.header.frame, {}, [&](const Frame& frame) {
         if (frame.cleaned_count > 0) {
             sink->write(frame.cleaned, frame.cleaned_count);
         }
@@ -242,7 +242,7 @@ int run_split(const Options& options) {
     const Tick tick = drawing(bar);
     const SourceInfo& info = work.header.source;
     SampleSpool spool(options.output, info.channels);
-    const auto list = segments_of(work, [&](const Frame& frame) {
+    const auto list = segments_of(work, {}, [&](const Frame& frame) {
                           if (options.cleaned) {
                               spool.append(frame.cleaned, frame.cleaned_count);
                           } else {
@@ -271,10 +271,11 @@ int run_report(const Options& options) {
     ProgressBar bar = bar_for(options, name, false);
     const Tick tick = drawing(bar);
     Report report(work.header);
-    const auto [totals, list] = segments_of(work, [&](const Frame& frame) {
-        report.add(frame);
-        work.tick(frame, tick);
-    });
+    const auto [totals, list] =
+        segments_of(work, {.level = true, .digest = true}, [&](const Frame& frame) {
+            report.add(frame);
+            work.tick(frame, tick);
+        });
     output.write(report.page(totals, list));
     bar.wipe();
     output.commit();

@@ -101,7 +101,7 @@ class Batch(ToolTest):
                     time.sleep(0.02)
                 run.send_signal(number)
                 self.assertEqual(run.wait(10), -9 if number == signal.SIGKILL else 128 + number)
-                time.sleep(0.2)  # workers are gone as well: nobody else may have the manifest
+                # The next run begins while the workers of this one may still be dying.
             self.assertFalse(os.path.exists(out))
         self.assertEqual(pathlib.Path(manifest).read_bytes().count(b"\n"), len(names))
         for left in os.listdir(self.folder):

@@ -35,23 +35,25 @@ Result run(AudioSource& source, int frame_length) {
     const int channels = source.info().channels;
     const int64_t delay = source.info().rate < 25000 ? 720 : 867;
     result.failure = failure_of([&] {
-        result.totals = detect(source, frame_length, [&](const Frame& frame) {
-            EXPECT_EQ(frame.index, static_cast<int64_t>(result.flags.size()));
-            EXPECT_EQ(frame.fed, (frame.index + 1) * frame_length);
-            EXPECT_EQ(frame.end, frame.fed - delay);
-            EXPECT_EQ(frame.begin, frame.end - frame_length);
-            for (int64_t i = frame.noisy_count * channels; i < frame_length * channels; ++i) {
-                EXPECT_EQ(frame.noisy[i], 0);
-            }
-            EXPECT_EQ(frame.cleaned_begin, static_cast<int64_t>(result.cleaned.size()) / channels);
-            result.noisy.insert(result.noisy.end(), frame.noisy,
-                                frame.noisy + frame.noisy_count * channels);
-            result.cleaned.insert(result.cleaned.end(), frame.cleaned,
-                                  frame.cleaned + frame.cleaned_count * channels);
-            result.flags.push_back(frame.speech);
-            result.levels.push_back(frame.level);
-            return true;
-        });
+        result.totals =
+            detect(source, frame_length, {.level = true, .digest = true}, [&](const Frame& frame) {
+                EXPECT_EQ(frame.index, static_cast<int64_t>(result.flags.size()));
+                EXPECT_EQ(frame.fed, (frame.index + 1) * frame_length);
+                EXPECT_EQ(frame.end, frame.fed - delay);
+                EXPECT_EQ(frame.begin, frame.end - frame_length);
+                for (int64_t i = frame.noisy_count * channels; i < frame_length * channels; ++i) {
+                    EXPECT_EQ(frame.noisy[i], 0);
+                }
+                EXPECT_EQ(frame.cleaned_begin,
+                          static_cast<int64_t>(result.cleaned.size()) / channels);
+                result.noisy.insert(result.noisy.end(), frame.noisy,
+                                    frame.noisy + frame.noisy_count * channels);
+                result.cleaned.insert(result.cleaned.end(), frame.cleaned,
+                                      frame.cleaned + frame.cleaned_count * channels);
+                result.flags.push_back(frame.speech);
+                result.levels.push_back(frame.level);
+                return true;
+            });
     });
     return result;
 }
@@ -155,12 +157,13 @@ TEST_F(DetectionTest, StopsWhenItIsTold) {
     const auto source =
         open_source(folder_.write("x", std::string(20001, 'a')), raw_options(16000, 1));
     int answers = 0;
-    const StreamTotals totals = detect(*source, 100, [&](const Frame&) { return ++answers < 3; });
+    const StreamTotals totals =
+        detect(*source, 100, {}, [&](const Frame&) { return ++answers < 3; });
     EXPECT_EQ(answers, 3);
     EXPECT_EQ(totals.frames, 3);
     EXPECT_EQ(totals.length, 300);
     for (const int frame : {0, -1, 4097}) {
-        EXPECT_THROW(detect(*source, frame, [](const Frame&) { return true; }),
+        EXPECT_THROW(detect(*source, frame, {}, [](const Frame&) { return true; }),
                      std::invalid_argument);
     }
 }

@@ -22,6 +22,7 @@
 #include "tools/audio/sndfile_source.h"
 #include "tools/files/failure.h"
 #include "tools/files/temporary_file.h"
+#include "tools/files/write_all.h"
 
 namespace korvane::tool {
 
@@ -97,17 +98,11 @@ Output& output_of(void* data) { return *static_cast<Output*>(data); }
 
 sf_count_t write_output(const void* bytes, sf_count_t count, void* data) {
     Output& output = output_of(data);
-    sf_count_t done = 0;
-    while (done < count && output.error == 0) {
-        const ssize_t written = write(output.descriptor, static_cast<const char*>(bytes) + done,
-                                      static_cast<std::size_t>(count - done));
-        if (written >= 0) {
-            done += written;
-        } else if (errno != EINTR) {
-            output.error = errno;
-        }
+    if (output.error == 0 && !write_all(output.descriptor, {static_cast<const char*>(bytes),
+                                                            static_cast<std::size_t>(count)})) {
+        output.error = errno;
     }
-    return done;
+    return output.error == 0 ? count : 0;
 }
 
 SF_VIRTUAL_IO output_calls() {
@@ -292,10 +287,8 @@ class RawSink : public AudioSink {
 
   private:
     void flush() {
-        Output output{target_.descriptor()};
-        write_output(pending_.data(), static_cast<sf_count_t>(pending_.size()), &output);
-        if (output.error != 0) {
-            target_.fail(std::strerror(output.error));
+        if (!write_all(target_.descriptor(), {pending_.data(), pending_.size()})) {
+            target_.fail(std::strerror(errno));
         }
         pending_.clear();
     }

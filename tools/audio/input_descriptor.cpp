@@ -17,6 +17,7 @@
 
 #include "tools/audio/audio_source.h"
 #include "tools/files/failure.h"
+#include "tools/files/write_all.h"
 
 namespace korvane::tool {
 
@@ -59,19 +60,6 @@ ssize_t peek(int descriptor, void* bytes, std::size_t count) {
     close(ends[1]);
     errno = error;
     return copied;
-}
-
-void write_whole(int descriptor, const char* bytes, std::size_t count) {
-    while (count > 0) {
-        const ssize_t done = write(descriptor, bytes, count);
-        if (done < 0 && errno != EINTR) {
-            throw Failure("temporary copy of the input", std::strerror(errno));
-        }
-        if (done > 0) {
-            bytes += done;
-            count -= static_cast<std::size_t>(done);
-        }
-    }
 }
 
 }  // namespace
@@ -203,7 +191,9 @@ void InputDescriptor::spool() {
     try {
         std::vector<char> piece(kSpoolBytes);
         while (const std::size_t count = read(piece.data(), piece.size())) {
-            write_whole(file, piece.data(), count);
+            if (!write_all(file, {piece.data(), count})) {
+                throw Failure("temporary copy of the input", std::strerror(errno));
+            }
         }
         check();
     } catch (...) {

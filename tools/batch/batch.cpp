@@ -128,7 +128,8 @@ class Batch {
           bar_(options.progress, false) {
         if (!options.manifest.empty()) {
             manifest_ = std::make_unique<Manifest>(
-                options.manifest, std::string(VoiceActivityDetectionVersion()) + ", " +
+                options.manifest, std::string("korvane-vad " KORVANE_VERSION ", ") +
+                                      VoiceActivityDetectionVersion() + ", " +
                                       options.fingerprint() + (several ? ", several" : ""));
         }
         for (std::size_t i = 0; i < names.size(); ++i) {

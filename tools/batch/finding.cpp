@@ -20,19 +20,20 @@ void Work::tick(const Frame& frame, const Tick& tick) const {
 }
 
 std::pair<StreamTotals, std::vector<segments::Segment>> segments_of(
-    Work& work, const std::function<void(const Frame&)>& each) {
+    Work& work, Measures measures, const std::function<void(const Frame&)>& each) {
     segments::Segmenter segmenter(work.header.timing, work.header.rules);
     std::vector<segments::Segment> list;
     const auto collect = [&] {
         const std::vector<segments::Segment> more = segmenter.take();
         list.insert(list.end(), more.begin(), more.end());
     };
-    const StreamTotals totals = detect(*work.source, work.header.frame, [&](const Frame& frame) {
-        segmenter.add(frame.speech);
-        collect();
-        each(frame);
-        return true;
-    });
+    const StreamTotals totals =
+        detect(*work.source, work.header.frame, measures, [&](const Frame& frame) {
+            segmenter.add(frame.speech);
+            collect();
+            each(frame);
+            return true;
+        });
     segmenter.finish(totals.length);
     collect();
     return {totals, list};
@@ -41,8 +42,8 @@ std::pair<StreamTotals, std::vector<segments::Segment>> segments_of(
 Finding find_speech(const std::string& name, const Options& options, bool several,
                     const Tick& tick) {
     Work work(name, options);
-    const auto [totals, list] =
-        segments_of(work, [&](const Frame& frame) { work.tick(frame, tick); });
+    const auto [totals, list] = segments_of(work, {.digest = holds_digest(options.format)},
+                                            [&](const Frame& frame) { work.tick(frame, tick); });
     return {!list.empty(), whole_result(options.format, several, work.header, totals, list)};
 }
 

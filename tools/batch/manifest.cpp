@@ -1,7 +1,6 @@
 #include "tools/batch/manifest.h"
 
 #include <fcntl.h>
-#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -10,6 +9,7 @@
 #include <nlohmann/json.hpp>
 
 #include "tools/files/failure.h"
+#include "tools/files/write_all.h"
 
 namespace korvane::tool {
 
@@ -84,8 +84,11 @@ Manifest::Manifest(const std::string& path, const std::string& options)
         if (!S_ISREG(status.st_mode)) {  // a device may have no end
             throw Failure(path_, "not a regular file");
         }
-        if (flock(descriptor_, LOCK_EX | LOCK_NB) != 0) {
-            if (errno == EWOULDBLOCK) {
+        // Not flock: its locks pass to the workers, which outlive a run that is killed for a moment.
+        struct flock whole {};
+        whole.l_type = F_WRLCK;
+        if (fcntl(descriptor_, F_SETLK, &whole) != 0) {
+            if (errno == EAGAIN || errno == EACCES) {
                 throw Failure(path_, "another run is using this manifest");
             }
             fail();
@@ -182,12 +185,8 @@ void Manifest::add(const std::string& name, const FileState& state, const Findin
 }
 
 void Manifest::append(const std::string& line) {
-    for (std::size_t done = 0; done < line.size();) {
-        const ssize_t count = write(descriptor_, line.data() + done, line.size() - done);
-        if (count < 0 && errno != EINTR) {
-            fail();
-        }
-        done += count > 0 ? static_cast<std::size_t>(count) : 0;
+    if (!write_all(descriptor_, line)) {
+        fail();
     }
 }
 

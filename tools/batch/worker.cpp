@@ -13,6 +13,7 @@
 #include "tools/cli/interruption.h"
 #include "tools/files/ending_signals.h"
 #include "tools/files/failure.h"
+#include "tools/files/write_all.h"
 
 namespace korvane::tool {
 
@@ -39,16 +40,6 @@ std::string message_about(const std::string& name, const Options& options, bool 
     }
 }
 
-void send(int pipe, const std::string& message) {
-    for (std::size_t done = 0; done < message.size();) {
-        const ssize_t count = write(pipe, message.data() + done, message.size() - done);
-        if (count < 0 && errno != EINTR) {
-            _exit(1);
-        }
-        done += count > 0 ? static_cast<std::size_t>(count) : 0;
-    }
-}
-
 }  // namespace
 
 Worker::Worker(int slot, const std::string& name, const Options& options, bool several,
@@ -71,8 +62,7 @@ Worker::Worker(int slot, const std::string& name, const Options& options, bool s
             _exit(1);
         }
         close(ends[0]);
-        send(ends[1], message_about(name, options, several, state));
-        _exit(0);
+        _exit(write_all(ends[1], message_about(name, options, several, state)) ? 0 : 1);
     }
     close(ends[1]);
     pipe_ = ends[0];

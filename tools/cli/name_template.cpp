@@ -5,19 +5,13 @@
 #include <stdexcept>
 #include <utility>
 
+#include "tools/results/times.h"
+
 namespace korvane::tool {
 
 namespace {
 
 constexpr std::size_t kMostDigits = 2;  // of a width
-
-std::string seconds_text(int64_t samples, int rate) {
-    const int64_t whole = samples / rate;
-    const int64_t ms = ((samples % rate) * 2000 + rate) / (2 * int64_t{rate});  // halves up
-    const int64_t all = whole * 1000 + ms;
-    const std::string fraction = std::to_string(1000 + all % 1000);
-    return std::to_string(all / 1000) + "." + fraction.substr(1);
-}
 
 }  // namespace
 
@@ -98,10 +92,10 @@ std::string NameTemplate::fill(const PieceName& piece) const {
                 text = std::to_string(piece.index);
                 break;
             case Field::kStart:
-                text = seconds_text(piece.start, piece.rate);
+                text = seconds(piece.start, piece.rate, kMilli);
                 break;
             case Field::kEnd:
-                text = seconds_text(piece.end, piece.rate);
+                text = seconds(piece.end, piece.rate, kMilli);
                 break;
             case Field::kStartSamples:
                 text = std::to_string(piece.start);

@@ -196,8 +196,9 @@ void Adder::segments() {
           "and onset, or nothing",
           [&options = options_](const std::string& text) {
               using segments::Align;
-              options.align = choice<Align>(
-                  text, {{"both", Align::kBoth}, {"onset", Align::kOnset}, {"none", Align::kNone}});
+              options.align = choice<Align>(text, {{align_name(Align::kBoth), Align::kBoth},
+                                                   {align_name(Align::kOnset), Align::kOnset},
+                                                   {align_name(Align::kNone), Align::kNone}});
           });
     span("--min-gap", "join segments with less than this between them", options_.min_gap);
     span("--min-speech", "drop segments shorter than this, after joining", options_.min_speech);
@@ -344,7 +345,7 @@ segments::Rules Options::rules(int rate) const {
 std::string Options::fingerprint() const {
     std::ostringstream text;
     text << result_format_names()[static_cast<std::size_t>(format)] << " align "
-         << static_cast<int>(align);
+         << align_name(align);
     for (const Span* span : {&frame, &pad_start, &pad_end, &min_speech, &min_gap, &max_speech}) {
         text << ' ' << span->text();
     }

@@ -9,6 +9,7 @@
 #include <filesystem>
 
 #include "tools/files/failure.h"
+#include "tools/files/write_all.h"
 
 namespace korvane::tool {
 
@@ -67,16 +68,8 @@ void TextOutput::write(std::string_view text) {
 }
 
 void TextOutput::flush() {
-    std::string_view rest = pending_;
-    while (!rest.empty()) {
-        const ssize_t count = ::write(descriptor_, rest.data(), rest.size());
-        if (count < 0 && errno == EINTR) {
-            continue;
-        }
-        if (count <= 0) {
-            fail();
-        }
-        rest.remove_prefix(static_cast<std::size_t>(count));
+    if (!write_all(descriptor_, pending_)) {
+        fail();
     }
     pending_.clear();
 }

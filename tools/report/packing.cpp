@@ -1,5 +1,6 @@
 #include "tools/report/packing.h"
 
+#include <openssl/evp.h>
 #include <zlib.h>
 
 #include <new>
@@ -30,20 +31,10 @@ std::vector<uint8_t> deflated(std::span<const uint8_t> bytes) {
 }
 
 std::string base64(std::span<const uint8_t> bytes) {
-    constexpr const char* kDigits =
-        "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-    std::string text;
-    text.reserve((bytes.size() + 2) / 3 * 4);
-    for (std::size_t i = 0; i < bytes.size(); i += 3) {
-        const std::size_t n = bytes.size() - i < 3 ? bytes.size() - i : 3;
-        uint32_t bits = 0;  // three bytes, zeros behind the last
-        for (std::size_t k = 0; k < 3; ++k) {
-            bits = bits << 8U | (k < n ? bytes[i + k] : 0U);
-        }
-        for (unsigned k = 0; k < 4; ++k) {  // n bytes take n + 1 digits
-            text += k <= n ? kDigits[bits >> (18U - 6U * k) & 63U] : '=';
-        }
-    }
+    std::string text((bytes.size() + 2) / 3 * 4 + 1, '\0');  // a zero byte comes behind the text
+    EVP_EncodeBlock(reinterpret_cast<unsigned char*>(text.data()), bytes.data(),
+                    static_cast<int>(bytes.size()));
+    text.pop_back();
     return text;
 }
 

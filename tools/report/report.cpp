@@ -60,18 +60,6 @@ struct Track {
     std::optional<AudioClip> audio;
 };
 
-const char* name_of(segments::Align align) {
-    switch (align) {
-        case segments::Align::kNone:
-            return "none";
-        case segments::Align::kOnset:
-            return "onset";
-        case segments::Align::kBoth:
-            break;
-    }
-    return "both";
-}
-
 Json json_of(const SourceInfo& source) {
     return {{"name", source.name},
             {"rate", source.rate},
@@ -89,9 +77,9 @@ Json json_of(const segments::Timing& timing) {
 }
 
 Json json_of(const segments::Rules& rules) {
-    return {{"align", name_of(rules.align)},  {"min_gap", rules.min_gap},
-            {"min_speech", rules.min_speech}, {"pad_start", rules.pad_start},
-            {"pad_end", rules.pad_end},       {"max_speech", rules.max_speech}};
+    return {{"align", align_name(rules.align)}, {"min_gap", rules.min_gap},
+            {"min_speech", rules.min_speech},   {"pad_start", rules.pad_start},
+            {"pad_end", rules.pad_end},         {"max_speech", rules.max_speech}};
 }
 
 Json json_of(const std::vector<segments::Segment>& list) {
@@ -162,7 +150,7 @@ struct Report::State {
     }
 
     Json facts(const StreamTotals& totals, const std::vector<segments::Segment>& list) const {
-        return {{"tool_version", KORVANE_TOOL_VERSION},
+        return {{"tool_version", KORVANE_VERSION},
                 {"library_version", VoiceActivityDetectionVersion()},
                 {"source", json_of(header.source)},
                 {"timing", json_of(header.timing)},
@@ -191,9 +179,9 @@ struct Report::State {
     std::string no_audio;  // why it is left out; empty where it is not
 };
 
-Report::Report(const ResultHeader& header) : state_(new State(header)) {}
+Report::Report(const ResultHeader& header) : state_(std::make_unique<State>(header)) {}
 
-Report::~Report() { delete state_; }
+Report::~Report() = default;
 
 bool Report::available() { return true; }
 

@@ -3,6 +3,7 @@
 #define KORVANE_TOOLS_REPORT_REPORT_H
 
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -37,7 +38,7 @@ class Report {
 
   private:
     struct State;
-    State* state_;
+    std::unique_ptr<State> state_;
 };
 
 }  // namespace korvane::tool

@@ -7,9 +7,9 @@ namespace korvane::tool {
 
 struct Report::State {};
 
-Report::Report(const ResultHeader& /*header*/) : state_(nullptr) {}
+Report::Report(const ResultHeader& /*header*/) {}
 
-Report::~Report() { delete state_; }
+Report::~Report() = default;
 
 bool Report::available() { return false; }
 

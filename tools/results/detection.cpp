@@ -101,9 +101,10 @@ double level_of(const int16_t* samples, int frame, int channels) {
 
 class Detection {
   public:
-    Detection(AudioSource& source, int frame)
+    Detection(AudioSource& source, int frame, Measures measures)
         : source_(source),
           frame_(frame),
+          measures_(measures),
           channels_(source.info().channels),
           delay_(segments::timing_of(source.info().rate, frame).delay),
           detector_(source.info().rate, channels_, frame),
@@ -126,7 +127,9 @@ class Detection {
         if (fault_) {
             std::rethrow_exception(fault_);
         }
-        totals_.sha256 = digest_.hexadecimal();
+        if (measures_.digest) {
+            totals_.sha256 = digest_.hexadecimal();
+        }
         return totals_;
     }
 
@@ -144,7 +147,9 @@ class Detection {
         }
         const auto samples = count * channels_;
         std::fill(noisy_.begin() + samples, noisy_.end(), int16_t{0});
-        digest_.add(noisy_.data(), static_cast<std::size_t>(samples));
+        if (measures_.digest) {
+            digest_.add(noisy_.data(), static_cast<std::size_t>(samples));
+        }
         totals_.length += count;
         return count;
     }
@@ -166,7 +171,9 @@ class Detection {
         frame.begin = position - delay_;
         frame.end = frame.begin + frame_;
         frame.fed = position + frame_;
-        frame.level = level_of(cleaned_.data(), frame_, channels_);
+        if (measures_.level) {
+            frame.level = level_of(cleaned_.data(), frame_, channels_);
+        }
         frame.noisy = noisy_.data();
         frame.noisy_count = count;
         frame.cleaned_begin = std::clamp<int64_t>(frame.begin, 0, totals_.length);
@@ -179,6 +186,7 @@ class Detection {
 
     AudioSource& source_;
     int frame_;
+    Measures measures_;
     int channels_;
     int64_t delay_;
     Detector detector_;
@@ -192,11 +200,12 @@ class Detection {
 
 }  // namespace
 
-StreamTotals detect(AudioSource& source, int frame, const std::function<bool(const Frame&)>& each) {
+StreamTotals detect(AudioSource& source, int frame, Measures measures,
+                    const std::function<bool(const Frame&)>& each) {
     if (frame < 1 || frame > KORVANE_VAD_MAX_FRAME) {
         throw std::invalid_argument("frame length outside 1..4096 samples");
     }
-    return Detection(source, frame).run(each);
+    return Detection(source, frame, measures).run(each);
 }
 
 }  // namespace korvane::tool

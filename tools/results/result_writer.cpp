@@ -9,6 +9,7 @@
 #include <string_view>
 
 #include "korvane_vad.h"
+#include "tools/results/times.h"
 
 namespace korvane::tool {
 
@@ -17,37 +18,7 @@ namespace {
 using nlohmann::ordered_json;
 using segments::Segment;
 
-constexpr int64_t kMilli = 1000;
-constexpr int64_t kMicro = 1000000;
-
 // ---- Times ----
-
-/** Samples in units of 1/scale seconds, rounded to nearest, halves up. Whole seconds apart, so that
- * nothing overflows. */
-int64_t ticks(int64_t samples, int rate, int64_t scale) {
-    int64_t seconds = samples / rate;
-    int64_t rest = samples % rate;
-    if (rest < 0) {
-        rest += rate;
-        --seconds;
-    }
-    return seconds * scale + (2 * rest * scale + rate) / (2 * static_cast<int64_t>(rate));
-}
-
-std::string zero_padded(int64_t number, std::size_t digits) {
-    const std::string text = std::to_string(number);
-    return std::string(digits - std::min(digits, text.size()), '0') + text;
-}
-
-std::string seconds(int64_t samples, int rate, int64_t scale) {
-    const int64_t count = ticks(samples, rate, scale);
-    const int64_t size = count < 0 ? -count : count;
-    const std::size_t decimals = scale == kMilli ? 3 : 6;
-    std::string text = count < 0 ? "-" : "";
-    return text.append(std::to_string(size / scale))
-        .append(".")
-        .append(zero_padded(size % scale, decimals));
-}
 
 /** hh:mm:ss and milliseconds behind `point`. */
 std::string clock(int64_t milliseconds, char point) {
@@ -112,18 +83,6 @@ std::string dump(const ordered_json& value, int indent = -1) {
 
 std::string boolean(bool value) { return value ? "true" : "false"; }
 
-const char* align_name(segments::Align align) {
-    switch (align) {
-        case segments::Align::kNone:
-            return "none";
-        case segments::Align::kOnset:
-            return "onset";
-        case segments::Align::kBoth:
-            break;
-    }
-    return "both";
-}
-
 // ---- Text ----
 
 std::string columns(const std::vector<std::string>& fields) {
@@ -184,7 +143,7 @@ std::string csv_line(const ResultHeader& header, const Segment& segment) {
 void describe(ordered_json& object, const ResultHeader& header) {
     const SourceInfo& source = header.source;
     const segments::Rules& rules = header.rules;
-    object["tool"] = "korvane-vad";
+    object["tool"] = "korvane-vad " KORVANE_VERSION;
     object["library"] = VoiceActivityDetectionVersion();
     object["file"] = source.name;
     object["rate"] = source.rate;
@@ -424,6 +383,10 @@ std::string extension_of(ResultFormat format) {
 
 bool holds_several(ResultFormat format) {
     return is_live(format) || format == ResultFormat::kJson || format == ResultFormat::kRttm;
+}
+
+bool holds_digest(ResultFormat format) {
+    return format == ResultFormat::kJson || format == ResultFormat::kJsonl;
 }
 
 std::string file_prologue(ResultFormat format, bool several) {

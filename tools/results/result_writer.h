@@ -19,10 +19,18 @@ enum class ResultFormat { kText, kJson, kJsonl, kCsv, kAudacity, kRttm, kSrt, kV
 ResultFormat result_format(const std::string& name);
 /** The names, in the order of the enumeration. */
 const std::vector<std::string>& result_format_names();
+/** As on the command line: none, onset, both. */
+constexpr const char* align_name(segments::Align align) {
+    constexpr const char* kNames[] = {"none", "onset", "both"};
+    return kNames[static_cast<int>(align)];
+}
 /** File name extension, with its dot: .txt .json .jsonl .csv .txt .rttm .srt .vtt .TextGrid */
 std::string extension_of(ResultFormat format);
 /** Whether results of several inputs can stand in one file. */
 bool holds_several(ResultFormat format);
+
+/** Whether a result tells the digest of the samples. */
+bool holds_digest(ResultFormat format);
 
 /** What produced the segments of one input. */
 struct ResultHeader {
