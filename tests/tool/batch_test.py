@@ -95,13 +95,15 @@ class Batch(ToolTest):
             run = subprocess.Popen(command, stderr=subprocess.DEVNULL)
             with open(pipe, "wb", buffering=0):
                 deadline = time.monotonic() + 60
+                # A worker of the run before may have opened the pipe, still dying; this run has begun
+                # when it has a worker of its own.
+                children = pathlib.Path(f"/proc/{run.pid}/task/{run.pid}/children")
                 while time.monotonic() < deadline and (
-                        not os.path.exists(manifest) or
+                        not children.read_text() or
                         pathlib.Path(manifest).read_bytes().count(b"\n") < 1 + len(names) - 1):
                     time.sleep(0.02)
                 run.send_signal(number)
                 self.assertEqual(run.wait(10), -9 if number == signal.SIGKILL else 128 + number)
-                # The next run begins while the workers of this one may still be dying.
             self.assertFalse(os.path.exists(out))
         self.assertEqual(pathlib.Path(manifest).read_bytes().count(b"\n"), len(names))
         for left in os.listdir(self.folder):
