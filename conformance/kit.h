@@ -47,21 +47,13 @@ typedef struct ConformanceTable {
 /* Made from table.tsv by make_table. */
 extern const ConformanceTable conformance_table;
 
-typedef struct ConformanceResult {
-    int32_t rows;                /* that were run */
-    int32_t differing;           /* among them */
-    const ConformanceRow* first; /* of the differing ones, or null */
-    char got[65];                /* the digest of that one */
-    char digest[65];             /* over all that were run */
-    int passed;                  /* no row differs, nor the digest where all were run */
-} ConformanceResult;
-
-/* Runs every step-th row of a table from its first one on; 1 is the whole table. */
-void conformance_run(const ConformanceTable* table, int32_t step, ConformanceResult* result);
-
-/* What to tell about it, in lines. */
-enum { kConformanceReport = 512 };
-void conformance_report(const ConformanceResult* result, char text[kConformanceReport]);
+/*
+ * Runs every step-th row of a table from its first one on; 1 is the whole table. Prints the first row that
+ * differs as soon as it does, with what was expected and what came out, and in the end one line with the
+ * number of rows, of those that differ, and the digest over all that were run. Returns 1 where no row
+ * differs, nor the digest where all were run; else 0.
+ */
+int conformance_run(const ConformanceTable* table, int32_t step, void (*print)(const char* text));
 
 /* Of firmware.c: shows a text. Supplied with print_stdio.c or by the target's firmware. */
 void conformance_print(const char* text);
