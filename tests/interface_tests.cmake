@@ -34,14 +34,6 @@ if(NOT KORVANE_INSTRUMENTED AND NOT "${CMAKE_C_FLAGS} ${CMAKE_CXX_FLAGS}" MATCHE
     $<TARGET_FILE:korvane_vad> ${PROJECT_SOURCE_DIR}/exports.txt ${CMAKE_READELF} ${CMAKE_NM}
     ${core_objects} COMMAND_EXPAND_LISTS)
   set_tests_properties(built_file PROPERTIES ENVIRONMENT LC_ALL=C)
-  # It builds with every compiler and level itself, so one configuration is enough.
-  if(NOT CMAKE_CROSSCOMPILING AND KORVANE_SIMD AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU"
-     AND CMAKE_BUILD_TYPE STREQUAL "Release")
-    get_target_property(core_sources korvane_core SOURCES)
-    add_test(NAME compilers COMMAND ${python} ${CMAKE_CURRENT_SOURCE_DIR}/compilers_test.py
-      ${PROJECT_SOURCE_DIR} ${CMAKE_CURRENT_BINARY_DIR}/compilers ${core_sources})
-    set_tests_properties(compilers PROPERTIES LABELS compilers PROCESSORS 2 TIMEOUT 600)
-  endif()
 endif()
 
 # Real speech from Debian's alsa-utils and asterisk-core-sounds-en-wav, read with libsndfile.

@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <string>
 #include <vector>
 
 #include "dsp/instruction_set.h"
@@ -121,13 +120,14 @@ struct Snapshot {
 /** Samples that drive the pipeline hard: noise at a level that changes from call to call, tones at
  * full scale that stop, silence. */
 void fill(std::vector<int16_t>& x, int32_t n, uint32_t& seed) {
-    static const char* const kinds[] = {
-        "noise,0,0,0,0,",         "noise,0,0,0,9,",      "square,32767,37,0,0,",
-        "bursts,30000,22,700,4,", "gaps,0,0,500,2,",     "constant,-32768,0,0,0,",
-        "constant,0,0,0,0,",      "square,9000,76,0,0,", "alternate,32767,0,0,0,"};
-    Signal signal;
-    const std::string kind = kinds[draw(&seed) % std::size(kinds)];
-    ASSERT_TRUE(parse_signal((kind + std::to_string(draw(&seed) | 1)).c_str(), &signal));
+    static const Signal kinds[] = {
+        {kSignalNoise, 0, 0, 0, 0, 0, 0},         {kSignalNoise, 0, 0, 0, 9, 0, 0},
+        {kSignalSquare, 32767, 37, 0, 0, 0, 0},   {kSignalSquare, 9000, 76, 0, 0, 0, 0},
+        {kSignalBursts, 30000, 22, 700, 4, 0, 0}, {kSignalGaps, 0, 0, 500, 2, 0, 0},
+        {kSignalConstant, -32768, 0, 0, 0, 0, 0}, {kSignalConstant, 0, 0, 0, 0, 0, 0},
+        {kSignalAlternate, 32767, 0, 0, 0, 0, 0}};
+    Signal signal = kinds[draw(&seed) % std::size(kinds)];
+    signal.seed = draw(&seed) | 1;
     make_signal(&signal, x.data(), n);
 }
 
