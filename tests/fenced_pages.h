@@ -1,4 +1,4 @@
-/** Memory between two pages that cannot be touched: a read or write past either end ends the test. */
+/** Memory between two pages that cannot be touched: a read or write past an end ends the test. */
 #ifndef KORVANE_TESTS_FENCED_PAGES_H
 #define KORVANE_TESTS_FENCED_PAGES_H
 

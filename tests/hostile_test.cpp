@@ -1,5 +1,5 @@
-// What the headers promise to hosts that misbehave: calls touch nothing but what is stated, and what
-// is refused touches nothing at all.
+// What the headers promise to hosts that misbehave: calls touch nothing but what is stated, and
+// what is refused touches nothing at all.
 
 #include <gtest/gtest.h>
 

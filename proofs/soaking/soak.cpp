@@ -2,16 +2,17 @@
 //
 //     soak mono|interleaved|planar SAMPLES LIBRARY PLAIN_LIBRARY
 //
-// The stream repeats a lap of six seconds, cut into frames of all sorts of lengths, always the same. What
-// comes back must be the same from both builds, frame by frame; and once the start-up is over, the same
-// lap after lap, so that a counter that reaches its end anywhere would show. No memory may be asked for
-// after the first laps, and the process must not grow.
+// The stream repeats a lap of six seconds, cut into frames of all sorts of lengths, always the same.
+// What comes back must be the same from both builds, frame by frame; and once the start-up is over,
+// the same lap after lap, so that a counter that reaches its end would show, even one that both
+// builds have. No memory may be asked for after the first laps, and the process must not grow.
 
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cinttypes>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -70,7 +71,7 @@ __attribute__((visibility("default"))) int __android_log_print(int /*priority*/,
 namespace {
 
 [[noreturn]] void fail(const char* what, int64_t samples) {
-    std::printf("soak: %s after %lld samples\n", what, static_cast<long long>(samples));
+    std::printf("soak: %s after %" PRId64 " samples\n", what, samples);
     std::exit(1);
 }
 
@@ -293,13 +294,12 @@ int main(int argc, char** argv) {
             }
         }
     }
-    std::printf(
-        "%lld samples per channel (%.1f h), the same as the plain build's, %lld laps alike; "
-        "%ld "
-        "allocations at the start, none after; %ld kB resident, the same mappings in %d readings; "
-        "%.0f s of processor time\n",
-        static_cast<long long>(laps * kLap), static_cast<double>(laps * kLap) / kRate / 3600,
-        static_cast<long long>(laps - kSettled), allocations, first_memory.resident, readings,
-        static_cast<double>(std::clock()) / CLOCKS_PER_SEC);
+    const int64_t samples = laps * kLap;
+    std::printf("%" PRId64 " samples per channel (%.1f h), the same as the plain build's, %" PRId64
+                " laps alike; %ld allocations at the start, none after; %ld kB resident, the same "
+                "mappings in %d readings; %.0f s of processor time\n",
+                samples, static_cast<double>(samples) / kRate / 3600, laps - kSettled, allocations,
+                first_memory.resident, readings,
+                static_cast<double>(std::clock()) / CLOCKS_PER_SEC);
     return 0;
 }
