@@ -1,6 +1,6 @@
 // What single calls cost: instructions, time, stack.
 //
-//     costing instructions FORM RATE MODE SAMPLES   puts every call between two marks, to be counted
+//     costing instructions FORM RATE MODE SAMPLES   puts every call between two marks for a counter
 //     costing time         FORM RATE MODE SAMPLES   prints the longest call in microseconds
 //     costing stack        FORM                     prints the bytes of every exported call
 //
@@ -66,8 +66,8 @@ constexpr int kPart = 300 * 576;  // longer than the whole memory of the noise e
 
 /** Parts that between them take every branch which depends on the sound. Steady tones at full
  * scale make powers of the low band wrap to negative values, for which the gains take their longer
- * way, and go on to do so while the faint noise after them has both channels' levels measured; faint
- * noise, unlike silence, also lets the noise estimate change its sub-window. */
+ * way, and go on to do so while the faint noise after them has both channels' levels measured;
+ * faint noise, unlike silence, also lets the noise estimate change its sub-window. */
 std::vector<int16_t> costly_sound(uint32_t seed) {
     const char* const parts[] = {"noise,0,0,0,0,",        "square,32767,37,0,0,",
                                  "noise,0,0,0,11,",       "bursts,30000,22,7000,4,",
@@ -101,8 +101,8 @@ void start_stream(int rate, int mode, int n) {
 /** Runs the sound through the detector, n samples a call; around each call begin and end. */
 template <class Begin, class End>
 void run_stream(int rate, int mode, int n, Begin begin, End end) {
-    const std::vector<int16_t> ch0 = costly_sound(5);
-    const std::vector<int16_t> ch1 = costly_sound(6);
+    static const std::vector<int16_t> ch0 = costly_sound(5);
+    static const std::vector<int16_t> ch1 = costly_sound(6);
     start_stream(rate, mode, n);
     for (size_t at = 0; at + static_cast<size_t>(n) <= ch0.size(); at += static_cast<size_t>(n)) {
         if (mode == 2) {

@@ -2,7 +2,7 @@
 //
 //     soak mono|interleaved|planar SAMPLES LIBRARY PLAIN_LIBRARY
 //
-// The stream repeats a lap of six seconds, cut into frames of all sorts of lengths, always the same.
+// The stream repeats a lap of six seconds, always cut into the same frames of all sorts of lengths.
 // What comes back must be the same from both builds, frame by frame; and once the start-up is over,
 // the same lap after lap, so that a counter that reaches its end would show, even one that both
 // builds have. No memory may be asked for after the first laps, and the process must not grow.
