@@ -36,6 +36,14 @@ std::vector<Form> vector_forms() {
     return forms;
 }
 
+#if defined(__x86_64__)
+TEST(InstructionSet, IsTheWidestOfTheMachine) {
+    force_instruction_set(InstructionSet::kUnknown);
+    const bool wide = __builtin_cpu_supports("avx2") != 0;
+    EXPECT_EQ(instruction_set(), wide ? InstructionSet::kAvx2 : InstructionSet::kSse2);
+}
+#endif
+
 TEST(VectorCode, TransformsGiveTheSameBits) {
     constexpr int32_t kGuard = 0x5A5A5A5A;
     fft288_init();
