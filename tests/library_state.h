@@ -6,7 +6,6 @@
 #include <cstdint>
 #include <string>
 #include <utility>
-#include <vector>
 
 #include "detector/level_decision.h"
 #include "korvane_nrss.h"
@@ -60,13 +59,14 @@ inline std::string library_state() {
            bytes_of(ch1_high_b);
 }
 
-/** All that one call of the pipeline leaves to the next: the same in every form of it. */
-inline std::vector<int32_t> pipeline_state() {
+/** Gives all that one call of the pipeline leaves to the next, the same in every form of it, to
+ * add(values, count). */
+template <class Add>
+void add_pipeline_state(const Add& add) {
     const NrssState& s = nrss_state;
-    std::vector<int32_t> state = {s.subwin_count, s.frame_count, s.noise_ready};
-    const auto add = [&](const auto* values, int count) {
-        state.insert(state.end(), values, values + count);
-    };
+    add(&s.subwin_count, 1);
+    add(&s.frame_count, 1);
+    add(&s.noise_ready, 1);
     for (const auto& [a, b] :
          {std::pair{s.ch0_frame_a, s.ch0_frame_b}, std::pair{s.ch1_frame_a, s.ch1_frame_b},
           std::pair<const int32_t*, const int32_t*>{ch0_high_a, ch0_high_b},
@@ -79,7 +79,7 @@ inline std::vector<int32_t> pipeline_state() {
         add(memory, kBranchState);
     }
     for (const int32_t* const row : s.min_win_row) {
-        if (row != nullptr) {
+        if (row != nullptr) {  // before the first initialisation
             add(row, kGains);
         }
     }
@@ -87,7 +87,6 @@ inline std::vector<int32_t> pipeline_state() {
     add(s.psd_slow, kGains);
     add(s.psd_fast, kGains);
     add(s.osub, kGains);
-    return state;
 }
 
 }  // namespace korvane::test

@@ -20,8 +20,27 @@ namespace {
 using test::LibraryState;
 
 // A program ends with its input, or when its calls have had this many samples.
-constexpr int kMostSamples = 3000;
-constexpr int kCallCost = 30;  // in samples, of a call by itself
+constexpr int kMostSamples = 700;
+constexpr int kCallCost = 40;  // in samples, of a call by itself
+
+constexpr int kLevels = 17;
+constexpr size_t kMostPerCall = 2 * KORVANE_VAD_MAX_FRAME;
+
+/** Noise at level 0, full scale, and half of it from level to level, down to silence. */
+struct Noise {
+    std::vector<int16_t> at[kLevels];
+
+    Noise() {
+        uint32_t state = 1;
+        for (int level = 0; level < kLevels; ++level) {
+            for (size_t i = 0; i < 2 * kMostPerCall; ++i) {
+                state = state * 1664525U + 1013904223U;
+                at[level].push_back(
+                    static_cast<int16_t>(static_cast<int16_t>(state >> 16) >> level));
+            }
+        }
+    }
+};
 
 /** Samples for one call, in memory of their own up to their last byte, so that a step beyond is
  * seen. They begin at any even address: a few guard values lie in front. */
@@ -29,22 +48,27 @@ class Samples {
   public:
     Samples(FuzzedDataProvider& input, int count)
         : front_(input.ConsumeIntegralInRange<size_t>(0, 7)),
-          memory_(front_ + static_cast<size_t>(std::max(count, 0)), kGuard) {
-        // A pattern over and over, or noise, each at any level.
-        const auto pattern =
-            input.ConsumeBytes<uint8_t>(input.ConsumeIntegralInRange<size_t>(0, 6));
-        const int level = input.ConsumeIntegralInRange(0, 16);
-        uint32_t noise = input.ConsumeIntegral<uint16_t>();
-        size_t at = 0;
-        for (auto x = memory_.begin() + static_cast<ptrdiff_t>(front_); x != memory_.end(); ++x) {
-            noise = noise * 1664525U + 1013904223U;
-            const auto drawn = pattern.empty() ? static_cast<int16_t>(noise >> 16)
-                                               : static_cast<int16_t>(pattern[at] << 8);
-            *x = static_cast<int16_t>(drawn >> level);
-            at = at + 1 < pattern.size() ? at + 1 : 0;
+          memory_(front_ + static_cast<size_t>(std::max(count, 0))) {
+        static const Noise noise;
+        std::fill_n(memory_.begin(), front_, kGuard);
+        const int level = input.ConsumeIntegralInRange(0, kLevels - 1);
+        const size_t period = std::min(size(), input.ConsumeIntegralInRange<size_t>(0, 6));
+        if (period == 0) {
+            const size_t start = input.ConsumeIntegralInRange<size_t>(0, kMostPerCall);
+            std::copy_n(noise.at[level].begin() + static_cast<ptrdiff_t>(start), size(), data());
+            return;
+        }
+        for (size_t i = 0; i < period; ++i) {
+            data()[i] = static_cast<int16_t>(input.ConsumeIntegral<int16_t>() >> level);
+        }
+        for (size_t filled = period; filled < size();) {  // the pattern over and over
+            const size_t n = std::min(filled, size() - filled);
+            std::copy_n(data(), n, data() + filled);
+            filled += n;
         }
     }
     int16_t* data() { return memory_.data() + front_; }
+    const int16_t* data() const { return memory_.data() + front_; }
     size_t size() const { return memory_.size() - front_; }
     bool operator==(const Samples& other) const { return memory_ == other.memory_; }
     bool guards_intact() const {
@@ -61,7 +85,7 @@ class Samples {
 /** A host that makes its calls as the input says and writes down what they give back. */
 struct Host {
     FuzzedDataProvider input;
-    std::vector<uint8_t> record;
+    std::vector<uint8_t>& record;
     std::unique_ptr<VadHandle> handle = std::make_unique<VadHandle>();
     std::vector<int32_t> words = std::vector<int32_t>(kFrameSize);  // of the transforms
     int samples_left = kMostSamples;
@@ -72,7 +96,7 @@ struct Host {
         record.insert(record.end(), bytes, bytes + count * sizeof(T));
     }
     void note(int value) { note(&value, 1); }
-    void note(Samples& samples) {
+    void note(const Samples& samples) {
         note(samples.data(), samples.size());
         require(samples.guards_intact(), "nothing is written in front of the samples");
     }
@@ -96,8 +120,8 @@ struct Host {
         const int choice = input.ConsumeIntegralInRange(0, 15);
         const int n = choice == 0   ? input.ConsumeIntegralInRange(INT32_MIN, 0)
                       : choice == 1 ? input.ConsumeIntegralInRange(0, most)
-                      : choice < 6  ? std::min(96 * choice, most)
-                                    : input.ConsumeIntegralInRange(0, std::min(700, most));
+                      : choice < 6  ? 96 * choice
+                                    : input.ConsumeIntegralInRange(1, 300);
         samples_left -= std::max(n, 0);
         return n;
     }
@@ -225,10 +249,11 @@ void suppressor_call(Host& host) {
             const int n = host.count(500);
             Samples x(input, n);
             Samples y(input, n);
-            Samples pairs(input, 2 * std::max(n, 0));
-            Tolu_NRSS_Interleave(pairs.data(), x.data(), input.ConsumeBool() ? x.data() : y.data(),
+            const size_t length = 2 * x.size();
+            const auto pairs = std::make_unique_for_overwrite<int16_t[]>(length);
+            Tolu_NRSS_Interleave(pairs.get(), x.data(), input.ConsumeBool() ? x.data() : y.data(),
                                  n);
-            host.note(pairs);
+            host.note(pairs.get(), length);
             break;
         }
         default: {
@@ -286,10 +311,10 @@ void transform_call(Host& host) {
         transform(host.words.data(), host.words.data());
     } else {
         const std::vector<int32_t> given = host.words;
-        std::vector<int32_t> out(kFrameSize);
-        transform(out.data(), host.words.data());
+        const auto out = std::make_unique_for_overwrite<int32_t[]>(kFrameSize);
+        transform(out.get(), host.words.data());
         require(host.words == given, "a transform only reads its input");
-        host.words = out;
+        std::copy_n(out.get(), kFrameSize, host.words.begin());
     }
     host.note(host.words.data(), kFrameSize);
 }
@@ -323,7 +348,7 @@ std::vector<LibraryState> make_streams() {
     VadHandle vad{};
     std::array<int16_t, 960> frame;
     vad.channel_mode = 3;
-    vad.frame_length = 480;
+    vad.frame_length = 475;  // none ends where a block does, so a short program completes one
     vad.samples = frame.data();
     uint32_t noise = 1;
     const auto hear = [&](int frames, int level) {
@@ -350,7 +375,8 @@ std::vector<LibraryState> make_streams() {
 void begin(FuzzedDataProvider& input) {
     static const std::vector<LibraryState> streams = make_streams();
 #if defined(KORVANE_SIMD) && defined(__x86_64__)
-    force_instruction_set(input.ConsumeBool() ? InstructionSet::kSse2 : InstructionSet::kUnknown);
+    static const InstructionSet widest = instruction_set();
+    force_instruction_set(input.ConsumeBool() ? InstructionSet::kSse2 : widest);
 #else
     input.ConsumeBool();
 #endif
@@ -368,8 +394,8 @@ void begin(FuzzedDataProvider& input) {
 
 /** Notes the state that the next call would find. */
 void note_state(Host& host) {
-    const std::vector<int32_t> pipeline = test::pipeline_state();
-    host.note(pipeline.data(), pipeline.size());
+    test::add_pipeline_state(
+        [&](const auto* values, int count) { host.note(values, static_cast<size_t>(count)); });
     const NrssStreamState& stream = nrss_stream_state;
     for (const int32_t position : {stream.read_pos, stream.write_pos, stream.fill}) {
         host.note(position);
@@ -384,8 +410,10 @@ void note_state(Host& host) {
 
 }  // namespace
 
-std::vector<uint8_t> run_program(Calls calls, const uint8_t* input, size_t size) {
-    Host host{FuzzedDataProvider(input, size), {}};
+const std::vector<uint8_t>& run_program(Calls calls, const uint8_t* input, size_t size) {
+    static std::vector<uint8_t> record;  // kept for its memory
+    record.clear();
+    Host host{FuzzedDataProvider(input, size), record};
     if (calls != Calls::kUnpreparedTransforms) {
         begin(host.input);
     }
@@ -397,7 +425,7 @@ std::vector<uint8_t> run_program(Calls calls, const uint8_t* input, size_t size)
     host.note(messages.data(), messages.size());
     host.note(&twd576[0][0], 2 * 144);
     note_state(host);
-    return std::move(host.record);
+    return record;
 }
 
 }  // namespace korvane

@@ -25,7 +25,7 @@ namespace korvane {
 
 /** Runs the program that an input means. Returns all that the calls gave back: samples, flags,
  * values, messages, and at the end the state. */
-std::vector<uint8_t> run_program(Calls calls, const uint8_t* input, size_t size);
+const std::vector<uint8_t>& run_program(Calls calls, const uint8_t* input, size_t size);
 
 }  // namespace korvane
 
