@@ -20,13 +20,12 @@ add_test(NAME log_stderr COMMAND ${python} ${CMAKE_CURRENT_SOURCE_DIR}/log_stder
   $<TARGET_FILE:c_api> $<TARGET_FILE:log_child> ${CMAKE_CROSSCOMPILING_EMULATOR})
 
 # The tree is the same for all builds of a compiler.
-if(KORVANE_BUILD_TOOLS AND NOT KORVANE_SANITIZE)
+if(KORVANE_BUILD_TOOLS AND NOT KORVANE_INSTRUMENTED)
   add_test(NAME source_tree COMMAND ${python} ${CMAKE_CURRENT_SOURCE_DIR}/source_tree_test.py
     ${PROJECT_SOURCE_DIR} ${CMAKE_C_COMPILER} ${CMAKE_CXX_COMPILER})
 endif()
 
-# A build with instruments needs their runtime and is not the file that is delivered.
-if(NOT KORVANE_SANITIZE AND NOT "${CMAKE_C_FLAGS} ${CMAKE_CXX_FLAGS}" MATCHES "-fsanitize|-fprofile|--coverage")
+if(NOT KORVANE_INSTRUMENTED AND NOT "${CMAKE_C_FLAGS} ${CMAKE_CXX_FLAGS}" MATCHES "-fsanitize|-fprofile|--coverage")
   set(core_objects)
   foreach(target IN LISTS KORVANE_CORE_TARGETS)
     list(APPEND core_objects $<TARGET_OBJECTS:${target}>)

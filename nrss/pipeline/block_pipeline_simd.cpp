@@ -111,7 +111,7 @@ void window_frames(const Signal* signals, Work<V>* work) {
     constexpr int kChannels = kChannelsOf<V, kHops>;
     const int32_t* const w = wide_window;
     const int16_t* lane[V::kLanes];
-    int32_t* rising[kChannels];
+    int32_t* rising[size_t{kChannels}];
     for (int l = 0; l < V::kLanes; ++l) {
         lane[l] = signals[l / kHops].in + kHopSize * (l % kHops);
     }
@@ -193,7 +193,7 @@ void overlap_add(const Work<V>* work, const Signal* signals) {
     constexpr int kChannels = kChannelsOf<V, kHops>;
     const int32_t* const w = wide_window;
     int16_t* lane[V::kLanes];
-    int32_t* tail[kChannels];
+    int32_t* tail[size_t{kChannels}];
     for (int l = 0; l < V::kLanes; ++l) {
         lane[l] = signals[l / kHops].out + kHopSize * (l % kHops);
     }
