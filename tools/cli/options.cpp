@@ -21,7 +21,6 @@ namespace {
 
 constexpr int kLongestFrame = 4096;
 constexpr int kMostJobs = 256;
-constexpr int kFastestRate = 1'000'000;
 constexpr int kMostChannels = 1024;
 constexpr int kMostRows = 1'000'000;
 constexpr double kLongestSeconds = 1e9;
