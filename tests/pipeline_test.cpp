@@ -9,6 +9,7 @@
 #include "dsp/instruction_set.h"
 #include "guarded_samples.h"
 #include "nrss/pipeline/framing.h"
+#include "nrss/pipeline/full_band.h"
 
 namespace korvane {
 namespace {
@@ -79,6 +80,16 @@ TEST(Framing, ReturnsUnprocessedFramesOneHopLate) {
         const bool wrapped = value == 1 << 30;  // doubling it gives -2^31
         EXPECT_EQ(out, Samples(kHop, value > 0 && !wrapped ? 32767 : -32768)) << value;
     }
+}
+
+TEST(FullBand, KeepsToTheWordsOfTheFrame) {
+    start_fresh(9, 16000);
+    int32_t frame[kFrameWords] = {};
+    frame[kFrameSize] = 1 << 20;
+    frame[kFrameSize + 1] = -(1 << 20);
+    NRSS_ProcessFullBand(frame, true);
+    EXPECT_EQ(frame[kFrameSize], 1 << 20);
+    EXPECT_EQ(frame[kFrameSize + 1], -(1 << 20));
 }
 
 // How far may a frame be off, as root mean square, that the transforms, the shift and open gains

@@ -64,6 +64,8 @@ TEST(Ratio, IsWithinItsErrorOfTheQuotient) {
     // Powers of two and of nearly twice as much: the error is that of truncation alone.
     EXPECT_NEAR(ratio_q30(1 << 29, 1 << 30), 1 << 29, (1 << 29) * 2.0 / 16384);
     EXPECT_NEAR(ratio_q30(1 << 29, INT32_MAX), 1 << 28, (1 << 28) * 2.0 / 16384);
+    // A reciprocal of 2^44 / 0x20008001 = 32766.00006, of which nothing but the fraction is cut.
+    EXPECT_EQ(ratio_q30(1 << 30, 2 * 0x20008001), 32766 << 15);
 
     const int32_t corners[] = {INT32_MIN, INT32_MIN + 1, -65536,        -2,       -1, 0, 1,
                                2,         65535,         INT32_MAX - 1, INT32_MAX};

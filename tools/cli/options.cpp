@@ -21,7 +21,6 @@ namespace {
 
 constexpr int kLongestFrame = 4096;
 constexpr int kMostJobs = 256;
-constexpr int kFastestRate = 1'000'000;
 constexpr int kMostChannels = 1024;
 constexpr int kMostRows = 1'000'000;
 constexpr double kLongestSeconds = 1e9;
@@ -297,16 +296,16 @@ void Adder::help() {
 Span::Span(const std::string& text, Unit plain) : text_(text), unit_(plain) {
     const std::size_t digits = text.find_first_not_of("0123456789.");
     const std::string number = text.substr(0, digits);
-    const std::string unit = digits == std::string::npos ? "" : text.substr(digits);
+    const std::string suffix = digits == std::string::npos ? "" : text.substr(digits);
     double scale = 1;
-    if (unit == "ms") {
+    if (suffix == "ms") {
         unit_ = Unit::kSeconds;
         scale = 1000;
-    } else if (unit == "s") {
+    } else if (suffix == "s") {
         unit_ = Unit::kSeconds;
-    } else if (unit == "samples" || unit == "sample") {
+    } else if (suffix == "samples" || suffix == "sample") {
         unit_ = Unit::kSamples;
-    } else if (!unit.empty()) {
+    } else if (!suffix.empty()) {
         throw std::invalid_argument("'" + text + "': write 250ms, 0.25s or 4000samples");
     }
     const char* end = number.data() + number.size();
