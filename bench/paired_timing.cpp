@@ -46,7 +46,7 @@ int pin_to_one_processor() {
     if (sched_getaffinity(0, sizeof allowed, &allowed) != 0) {
         throw std::runtime_error("sched_getaffinity failed");
     }
-    int last = CPU_SETSIZE - 1;
+    size_t last = CPU_SETSIZE - 1;
     while (last > 0 && !CPU_ISSET(last, &allowed)) {
         --last;
     }
@@ -55,7 +55,7 @@ int pin_to_one_processor() {
     if (sched_setaffinity(0, sizeof allowed, &allowed) != 0) {
         throw std::runtime_error("sched_setaffinity failed");
     }
-    return last;
+    return static_cast<int>(last);
 }
 
 double thread_seconds() {
