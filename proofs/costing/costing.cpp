@@ -69,18 +69,15 @@ constexpr int kPart = 300 * 576;  // longer than the whole memory of the noise e
  * way, and go on to do so while the faint noise after them has both channels' levels measured;
  * faint noise, unlike silence, also lets the noise estimate change its sub-window. */
 std::vector<int16_t> costly_sound(uint32_t seed) {
-    const char* const parts[] = {"noise,0,0,0,0,",        "square,32767,37,0,0,",
-                                 "noise,0,0,0,11,",       "bursts,30000,22,7000,4,",
-                                 "square,32767,150,0,0,", "constant,0,0,0,0,",
-                                 "gaps,0,0,5000,2,",      "alternate,32767,0,0,0,"};
+    Signal parts[] = {
+        {kSignalNoise, 0, 0, 0, 0, seed, 0},        {kSignalSquare, 32767, 37, 0, 0, seed, 0},
+        {kSignalNoise, 0, 0, 0, 11, seed, 0},       {kSignalBursts, 30000, 22, 7000, 4, seed, 0},
+        {kSignalSquare, 32767, 150, 0, 0, seed, 0}, {kSignalConstant, 0, 0, 0, 0, seed, 0},
+        {kSignalGaps, 0, 0, 5000, 2, seed, 0},      {kSignalAlternate, 32767, 0, 0, 0, seed, 0}};
     std::vector<int16_t> sound(std::size(parts) * kPart);
     int16_t* at = sound.data();
-    for (const char* const part : parts) {
-        Signal signal;
-        if (parse_signal((part + std::to_string(seed)).c_str(), &signal) == 0) {
-            fail(std::string("no signal: ") + part);
-        }
-        make_signal(&signal, at, kPart);
+    for (Signal& part : parts) {
+        make_signal(&part, at, kPart);
         at += kPart;
     }
     return sound;

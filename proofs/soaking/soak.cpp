@@ -120,18 +120,25 @@ int frames_in_lap;
 /** Soft and loud noise, bursts, gaps, a tone at full scale that stops, which makes powers wrap, and
  * a stretch of silence. */
 void make_lap() {
-    const char* const parts[2][8] = {
-        {"constant,0,0,0,0,1", "noise,0,0,0,8,2", "bursts,30000,22,7000,4,3", "gaps,0,0,5000,2,4",
-         "noise,0,0,0,0,5", "square,32767,37,0,0,6", "constant,0,0,0,0,7", "tone,9000,480,0,0,8"},
-        {"constant,0,0,0,0,1", "noise,0,0,0,6,9", "square,32767,37,0,0,6", "impulses,0,600,0,0,1",
-         "alternate,32767,0,0,0,1", "gaps,0,0,900,1,10", "noise,0,0,0,11,11",
-         "bursts,20000,90,3000,6,12"}};
+    const Signal parts[2][8] = {{{kSignalConstant, 0, 0, 0, 0, 1, 0},
+                                 {kSignalNoise, 0, 0, 0, 8, 2, 0},
+                                 {kSignalBursts, 30000, 22, 7000, 4, 3, 0},
+                                 {kSignalGaps, 0, 0, 5000, 2, 4, 0},
+                                 {kSignalNoise, 0, 0, 0, 0, 5, 0},
+                                 {kSignalSquare, 32767, 37, 0, 0, 6, 0},
+                                 {kSignalConstant, 0, 0, 0, 0, 7, 0},
+                                 {kSignalTone, 9000, 480, 0, 0, 8, 0}},
+                                {{kSignalConstant, 0, 0, 0, 0, 1, 0},
+                                 {kSignalNoise, 0, 0, 0, 6, 9, 0},
+                                 {kSignalSquare, 32767, 37, 0, 0, 6, 0},
+                                 {kSignalImpulses, 0, 600, 0, 0, 1, 0},
+                                 {kSignalAlternate, 32767, 0, 0, 0, 1, 0},
+                                 {kSignalGaps, 0, 0, 900, 1, 10, 0},
+                                 {kSignalNoise, 0, 0, 0, 11, 11, 0},
+                                 {kSignalBursts, 20000, 90, 3000, 6, 12, 0}}};
     for (int c = 0; c < 2; ++c) {
         for (int part = 0; part < 8; ++part) {
-            Signal signal;
-            if (parse_signal(parts[c][part], &signal) == 0) {
-                fail("a signal is misspelt", 0);
-            }
+            Signal signal = parts[c][part];
             make_signal(&signal, lap_input[c] + part * kPart, kPart);
         }
     }

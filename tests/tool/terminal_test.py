@@ -34,7 +34,7 @@ class Terminal(ToolTest):
         super().setUp()
         # A quarter of an hour: the tool is certainly at it for more than one of the bar's updates.
         self.long = self.path("long.wav")
-        subprocess.run(["sox", PROMPT, self.long, "repeat", "180"], check=True)
+        subprocess.run(["sox", PROMPT, self.long, "repeat", "720"], check=True)
 
     def on_terminal(self, *arguments, columns=80, stop_after=None, **environment):
         """What reached the terminal, and the exit status."""

@@ -65,7 +65,8 @@ enum class Progress { kAuto, kAlways, kNever };
 struct Options {
     Command command = Command::kDetect;
     bool help = false;
-    std::vector<std::string> files;  ///< detect: recordings; clean: input and output; selftest: none; else one
+    std::vector<std::string>
+        files;  ///< detect: recordings; clean: input, output; selftest: none; else one
 
     SourceOptions source;
     Span frame;  ///< 0: 10 ms

@@ -26,6 +26,7 @@ extern "C" __attribute__((visibility("default"), format(printf, 3, 4))) int __an
     char text[128];
     va_list arguments;
     va_start(arguments, format);
+    // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): va_start began it
     const int length = vsnprintf(text, sizeof text, format, arguments);
     va_end(arguments);
     require(length >= 0 && length < static_cast<int>(sizeof text), "a message is one short line");

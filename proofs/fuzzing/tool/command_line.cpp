@@ -35,7 +35,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* input, size_t size) {
         "raw samples have a rate and channels");
     require(options.source.channels.size() <= 2 || options.source.downmix, "two channels at most");
     require(!options.fingerprint().empty(), "options have a fingerprint");
-    NameTemplate(options.name_template);
+    const NameTemplate pattern(options.name_template);
     for (const int rate : {1, 16000, 49999}) {
         const korvane::segments::Rules rules = options.rules(rate);
         for (const int64_t samples :
