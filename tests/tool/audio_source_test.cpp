@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -344,6 +345,21 @@ TEST_F(AudioSourceTest, EndsALiveInputOnASignal) {
         EXPECT_EQ(source->read(frame.data(), 1000), 0);
         close(writer);
     }
+}
+
+TEST_F(AudioSourceTest, TakesLittleMemoryForAShortFileOfManyChannels) {
+    write_file(folder_.path("many.wav"), SF_FORMAT_WAV | SF_FORMAT_DOUBLE, 8000, 1024,
+               std::vector<int32_t>(1024, 1 << 20));
+    SourceOptions options;
+    options.downmix = true;
+    rusage before{};
+    getrusage(RUSAGE_SELF, &before);
+    int16_t samples[2];
+    EXPECT_EQ(open_source(folder_.path("many.wav"), options)->read(samples, 2), 1);
+    EXPECT_EQ(samples[0], 16);
+    rusage after{};
+    getrusage(RUSAGE_SELF, &after);
+    EXPECT_LT(after.ru_maxrss - before.ru_maxrss, 100000);  // KB
 }
 
 TEST_F(AudioSourceTest, RefusesRatesThatTheDetectorDoesNotTake) {

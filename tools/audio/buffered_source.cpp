@@ -9,6 +9,7 @@ namespace korvane::tool {
 namespace {
 
 constexpr int64_t kPieceFrames = 65536;
+constexpr int64_t kPieceSamples = 2 * kPieceFrames;  // of all channels, however many a header names
 
 }  // namespace
 
@@ -38,7 +39,8 @@ int64_t BufferedSource::read(int16_t* out, int64_t n) {
 InputSource::InputSource(const std::string& name) : input_(name) { info_.name = name; }
 
 void InputSource::refill(int64_t wanted) {
-    const int64_t frames = input_.live() ? std::min(wanted, kPieceFrames) : kPieceFrames;
+    const int64_t most = std::clamp<int64_t>(kPieceSamples / info_.channels, 1, kPieceFrames);
+    const int64_t frames = input_.live() ? std::min(wanted, most) : most;
     piece_.resize(static_cast<std::size_t>(frames * info_.channels));
     const int64_t count = read_piece(piece_.data(), frames);
     piece_.resize(static_cast<std::size_t>(count * info_.channels));
