@@ -12,5 +12,12 @@ if(KORVANE_VECTOR_ISAS)
     target_link_libraries(vector_operations_${isa} PRIVATE gtest korvane_warnings)
     target_sources(vector_test PRIVATE $<TARGET_OBJECTS:vector_operations_${isa}>)
   endforeach()
+  # Which form is chosen where there is neither AVX nor AVX2, and where there is only the former.
+  if(QEMU_X86_64 AND KORVANE_VECTOR_ISAS MATCHES "sse2" AND NOT KORVANE_SANITIZE)
+    foreach(processor IN ITEMS qemu64 max,-avx2)
+      add_test(NAME instruction_set_${processor} COMMAND ${QEMU_X86_64} -cpu ${processor}
+        $<TARGET_FILE:vector_test> --gtest_filter=InstructionSet.*)
+    endforeach()
+  endif()
   gtest_discover_tests(vector_test TEST_PREFIX vector. DISCOVERY_MODE PRE_TEST PROPERTIES TIMEOUT 600)
 endif()
