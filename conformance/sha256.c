@@ -1,7 +1,5 @@
 #include "sha256.h"
 
-#include <string.h>
-
 static const uint32_t kRound[64] = {
     0x428a2f98, 0x71374491, 0xb5c0fbcf, 0xe9b5dba5, 0x3956c25b, 0x59f111f1, 0x923f82a4, 0xab1c5ed5,
     0xd807aa98, 0x12835b01, 0x243185be, 0x550c7dc3, 0x72be5d74, 0x80deb1fe, 0x9bdc06a7, 0xc19bf174,
@@ -16,6 +14,7 @@ static uint32_t rotr(uint32_t x, int n) { return x >> n | x << (32 - n); }
 
 static void compress(uint32_t hash[8], const uint8_t* block) {
     uint32_t w[64];
+    uint32_t v[8];
     for (int i = 0; i < 16; ++i) {
         w[i] = (uint32_t)block[4 * i] << 24 | (uint32_t)block[4 * i + 1] << 16 |
                (uint32_t)block[4 * i + 2] << 8 | block[4 * i + 3];
@@ -25,8 +24,9 @@ static void compress(uint32_t hash[8], const uint8_t* block) {
         const uint32_t s1 = rotr(w[i - 2], 17) ^ rotr(w[i - 2], 19) ^ w[i - 2] >> 10;
         w[i] = w[i - 16] + s0 + w[i - 7] + s1;
     }
-    uint32_t v[8];
-    memcpy(v, hash, sizeof v);
+    for (int i = 0; i < 8; ++i) {
+        v[i] = hash[i];
+    }
     for (int i = 0; i < 64; ++i) {
         const uint32_t e = v[4];
         const uint32_t a = v[0];
@@ -35,7 +35,9 @@ static void compress(uint32_t hash[8], const uint8_t* block) {
         const uint32_t t1 =
             v[7] + (rotr(e, 6) ^ rotr(e, 11) ^ rotr(e, 25)) + choice + kRound[i] + w[i];
         const uint32_t t2 = (rotr(a, 2) ^ rotr(a, 13) ^ rotr(a, 22)) + majority;
-        memmove(v + 1, v, 7 * sizeof v[0]);
+        for (int k = 7; k > 0; --k) {
+            v[k] = v[k - 1];
+        }
         v[4] += t1;
         v[0] = t1 + t2;
     }
@@ -47,20 +49,17 @@ static void compress(uint32_t hash[8], const uint8_t* block) {
 void sha256_begin(Sha256* s) {
     static const uint32_t start[8] = {0x6a09e667, 0xbb67ae85, 0x3c6ef372, 0xa54ff53a,
                                       0x510e527f, 0x9b05688c, 0x1f83d9ab, 0x5be0cd19};
-    memcpy(s->hash, start, sizeof start);
+    for (int i = 0; i < 8; ++i) {
+        s->hash[i] = start[i];
+    }
     s->length = 0;
 }
 
 void sha256_add(Sha256* s, const void* bytes, size_t count) {
-    const uint8_t* p = bytes;
-    while (count > 0) {
-        const size_t used = (size_t)(s->length % 64);
-        const size_t take = count < 64 - used ? count : 64 - used;
-        memcpy(s->block + used, p, take);
-        s->length += take;
-        p += take;
-        count -= take;
-        if (used + take == 64) {
+    const uint8_t* const p = bytes;
+    for (size_t i = 0; i < count; ++i) {
+        s->block[s->length++ % 64] = p[i];
+        if (s->length % 64 == 0) {
             compress(s->hash, s->block);
         }
     }

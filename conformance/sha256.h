@@ -1,7 +1,7 @@
 /* SHA-256 (FIPS 180-4), small and without dependencies, so that the conformance kit builds for any
  * target that has a C compiler. */
-#ifndef KORVANE_TESTS_SHA256_H
-#define KORVANE_TESTS_SHA256_H
+#ifndef KORVANE_CONFORMANCE_SHA256_H
+#define KORVANE_CONFORMANCE_SHA256_H
 
 #include <stddef.h>
 #include <stdint.h>

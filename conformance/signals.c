@@ -1,9 +1,5 @@
 #include "signals.h"
 
-#include <inttypes.h>
-#include <stdio.h>
-#include <string.h>
-
 uint32_t draw(uint32_t* state) {
     *state ^= *state << 13;
     *state ^= *state >> 17;
@@ -27,33 +23,36 @@ static int32_t triangle(int32_t a, int32_t p, int32_t i) {
     return (int32_t)((int64_t)4 * a * v / p) - a;
 }
 
-int parse_signal(const char* text, Signal* signal) {
-    return sscanf(text, "%11[a-z],%" SCNd32 ",%" SCNd32 ",%" SCNd32 ",%" SCNd32 ",%" SCNu32,
-                  signal->kind, &signal->a, &signal->p, &signal->q, &signal->s, &signal->seed) == 6;
+static int32_t sample(Signal* g) {
+    const int32_t i = g->at++;
+    switch (g->kind) {
+        case kSignalNoise:
+            return noise(&g->seed, g->s);
+        case kSignalSquare:
+            return i / g->p % 2 != 0 ? -g->a : g->a;
+        case kSignalTone:
+            return triangle(g->a, g->p, i);
+        case kSignalBursts:
+            return noise(&g->seed, g->s) + (i / g->q % 2 != 0 ? triangle(g->a, g->p, i) : 0);
+        case kSignalGaps: {
+            const int32_t v = noise(&g->seed, g->s);
+            return i / g->q % 2 != 0 ? 0 : v;
+        }
+        case kSignalImpulses:
+            return i % g->p == 0 ? -32768 : 0;
+        case kSignalConstant:
+            return g->a;
+        case kSignalAlternate:
+            return i % 2 != 0 ? -g->a : g->a;
+        case kSignalNone:
+            break;
+    }
+    return 0;
 }
 
-void make_signal(const Signal* g, int16_t* x, int32_t n) {
-    uint32_t state = g->seed;
+void make_signal(Signal* g, int16_t* x, int32_t n) {
     for (int32_t i = 0; i < n; ++i) {
-        int32_t v = 0;
-        if (strcmp(g->kind, "noise") == 0) {
-            v = noise(&state, g->s);
-        } else if (strcmp(g->kind, "square") == 0) {
-            v = i / g->p % 2 != 0 ? -g->a : g->a;
-        } else if (strcmp(g->kind, "tone") == 0) {
-            v = triangle(g->a, g->p, i);
-        } else if (strcmp(g->kind, "bursts") == 0) {
-            v = noise(&state, g->s) + (i / g->q % 2 != 0 ? triangle(g->a, g->p, i) : 0);
-        } else if (strcmp(g->kind, "gaps") == 0) {
-            v = noise(&state, g->s);
-            v = i / g->q % 2 != 0 ? 0 : v;
-        } else if (strcmp(g->kind, "impulses") == 0) {
-            v = i % g->p == 0 ? -32768 : 0;
-        } else if (strcmp(g->kind, "constant") == 0) {
-            v = g->a;
-        } else if (strcmp(g->kind, "alternate") == 0) {
-            v = i % 2 != 0 ? -g->a : g->a;
-        }
+        const int32_t v = sample(g);
         x[i] = (int16_t)(v < -32768 ? -32768 : v > 32767 ? 32767 : v);
     }
 }

@@ -1,6 +1,6 @@
 /* The made signals of the conformance table: integers only, the same on every machine. */
-#ifndef KORVANE_TESTS_SIGNALS_H
-#define KORVANE_TESTS_SIGNALS_H
+#ifndef KORVANE_CONFORMANCE_SIGNALS_H
+#define KORVANE_CONFORMANCE_SIGNALS_H
 
 #include <stdint.h>
 
@@ -8,24 +8,34 @@
 extern "C" {
 #endif
 
-/* A signal as the table names it: "kind,a,p,q,s,seed". */
+typedef enum SignalKind {
+    kSignalNone,
+    kSignalNoise,
+    kSignalSquare,
+    kSignalTone,
+    kSignalBursts,
+    kSignalGaps,
+    kSignalImpulses,
+    kSignalConstant,
+    kSignalAlternate
+} SignalKind;
+
+/* A signal, and how far it has been made. */
 typedef struct Signal {
-    char kind[12];
-    int32_t a;
-    int32_t p;
-    int32_t q;
-    int32_t s;
-    uint32_t seed;
+    SignalKind kind;
+    int32_t a;     /* amplitude */
+    int32_t p;     /* period of the tone, square wave or impulses, in samples */
+    int32_t q;     /* length of a burst or a gap */
+    int32_t s;     /* noise is shifted right by this */
+    uint32_t seed; /* state of the generator */
+    int32_t at;    /* place of the next sample; begin with 0 */
 } Signal;
 
 /* One draw of the 32-bit xorshift generator (G. Marsaglia, "Xorshift RNGs", 2003). */
 uint32_t draw(uint32_t* state);
 
-/* Reads a signal from its text; returns 0 where the text is not one. */
-int parse_signal(const char* text, Signal* signal);
-
-/* Writes samples 0..n-1 of the signal to x. */
-void make_signal(const Signal* signal, int16_t* x, int32_t n);
+/* Writes the next n samples of the signal to x. */
+void make_signal(Signal* signal, int16_t* x, int32_t n);
 
 #ifdef __cplusplus
 }

@@ -42,7 +42,7 @@ uint64_t sum_of_squares(const int16_t* x, int n) {
 }
 
 double mean_square(const int16_t* x, int n) {
-    const double sum = static_cast<double>(sum_of_squares(x, n));
+    const auto sum = static_cast<double>(sum_of_squares(x, n));
     return sum / (static_cast<double>(n) * kFullScaleSquare);
 }
 

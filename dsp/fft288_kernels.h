@@ -190,10 +190,10 @@ KORVANE_INLINE constexpr void split(Complex<V>& a, Complex<V>& b, V c, V s, Sign
     const V di = sign(sub_wrap(a.im, b.im));
     const V t = add_wrap(mul_half_negative(dr, s), mul_half_positive(si, c));
     const V u = add_wrap(mul_half_positive(neg_wrap(dr), c), mul_half_negative(si, s));
-    const V half = asr<1>(sr);
+    const V mean = asr<1>(sr);
     const V im = add_wrap(u, asr<1>(di));
-    a = {add_wrap(half, t), im};
-    b = {sub_wrap(half, t), sub_wrap(im, di)};
+    a = {add_wrap(mean, t), im};
+    b = {sub_wrap(mean, t), sub_wrap(im, di)};
 }
 template <class V>
 KORVANE_INLINE constexpr void split(Complex<V>& a, Complex<V>& b, V c, V s) {
@@ -210,9 +210,9 @@ KORVANE_INLINE constexpr void unsplit(Complex<V>& a, Complex<V>& b, V c, V s, Si
     const V di = sub_wrap(a.im, b.im);
     const V v = add_wrap(mul_half_negative(si, s), mul_half_positive(dr, c));
     const V w = sign(add_wrap(mul_half_negative(neg_wrap(dr), s), mul_half_positive(si, c)));
-    const V half = asr<1>(sr);
-    a = {sub_wrap(half, w), add_wrap(v, sign(asr<1>(di)))};
-    b = {add_wrap(half, w), sub_wrap(v, sign(asr<1>(di)))};
+    const V mean = asr<1>(sr);
+    a = {sub_wrap(mean, w), add_wrap(v, sign(asr<1>(di)))};
+    b = {add_wrap(mean, w), sub_wrap(v, sign(asr<1>(di)))};
 }
 template <class V>
 KORVANE_INLINE constexpr void unsplit(Complex<V>& a, Complex<V>& b, V c, V s) {

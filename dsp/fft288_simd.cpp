@@ -273,12 +273,12 @@ void real_fft288(int32_t* out, const int32_t* in) {
         area[j][2] = first_from(b, a);
         area[j][3] = first_from(a, b);
     }
-    for (int half = 0; half < 2; ++half) {
+    for (int side = 0; side < 2; ++side) {
         for (int j = 0; j < kRows; ++j) {
-            const SplitLanes& lanes = kSplit[static_cast<unsigned>(half)][static_cast<unsigned>(j)];
+            const SplitLanes& lanes = kSplit[static_cast<unsigned>(side)][static_cast<unsigned>(j)];
             const SplitFactors w(lanes);
-            Complex<Quad> a = area[j][2 * half];
-            Complex<Quad> b = area[j == 0 ? 0 : kRows - j][2 * half + 1];
+            Complex<Quad> a = area[j][2 * side];
+            Complex<Quad> b = area[j == 0 ? 0 : kRows - j][2 * side + 1];
             split(a, b, w.c, w.s, w.sign);
             scatter(out, lanes.lower, a);
             scatter(out, lanes.upper, b);

@@ -32,7 +32,7 @@ struct BranchHistory {
     }
     /** The section's outputs of steps m, m + 1, ... */
     template <Section kSection>
-    KORVANE_INLINE Wide output(int m) const {
+    [[nodiscard]] KORVANE_INLINE Wide output(int m) const {
         return allpass_output<kSection>(Wide::load(u + m + 2), Wide::load(u + m + 1),
                                         Wide::load(u + m));
     }

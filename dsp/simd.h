@@ -129,6 +129,7 @@ inline constexpr int kExactFrom = 65536 / (kC & -kC);
 template <int kC>
 KORVANE_INLINE OppositeSums<Quad> add_half_both(Quad a, Quad b) {
     const Quad product = mul_half_q15<kC>(b);
+    // cppcheck-suppress compareBoolExpressionWithInt; it takes the template's brackets for comparisons
     const __m128i rest = _mm_and_si128(b.v, _mm_set1_epi32(kExactFrom<kC> - 1));
     const __m128i inexact = _mm_cmpgt_epi32(rest, _mm_setzero_si128());
     return {add_wrap(a, product), {_mm_add_epi32(sub_wrap(a, product).v, inexact)}};
@@ -558,10 +559,12 @@ KORVANE_INLINE void store_two_pairs(int32_t* a, int32_t* b, Quad v) {
 
 /** Two lanes: the lower half of a Quad, whose upper half means nothing. Operations are Quad's. */
 struct Duo : Quad {
+    // cppcheck-suppress duplInheritedMember; a Duo is a narrower Quad
     static constexpr int kLanes = 2;
 
     Duo() = default;
-    // NOLINTNEXTLINE(google-explicit-constructor): what Quad's operations return is a Duo again
+    // cppcheck-suppress noExplicitConstructor
+    // NOLINTNEXTLINE(google-explicit-constructor,hicpp-explicit-conversions): what Quad's operations return is a Duo again
     KORVANE_INLINE Duo(Quad q) : Quad(q) {}
 };
 

@@ -22,6 +22,7 @@ LogPrint log_sink() { return __android_log_print; }
 
 // A weak reference, not a definition: the library exports nothing beyond its interface, and the
 // address is null unless the host (or a library it loads) defines the function.
+// NOLINTNEXTLINE(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp): the platform's name
 extern "C" int __android_log_print(int priority, const char* tag, const char* format, ...)
     __attribute__((weak, visibility("default"), format(printf, 3, 4)));
 
@@ -43,6 +44,7 @@ int stderr_log_print(int priority, const char* tag, const char* format, ...) {
     char message[256];
     va_list arguments;
     va_start(arguments, format);
+    // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized,cert-err33-c): va_start began it; a cut is allowed
     vsnprintf(message, sizeof message, format, arguments);
     va_end(arguments);
     return fprintf(stderr, "%c/%-8s(%5d): %s\n", priority_letter(priority), tag,
@@ -51,7 +53,9 @@ int stderr_log_print(int priority, const char* tag, const char* format, ...) {
 
 }  // namespace
 
-LogPrint log_sink() { return __android_log_print ? __android_log_print : stderr_log_print; }
+LogPrint log_sink() {
+    return __android_log_print != nullptr ? __android_log_print : stderr_log_print;
+}
 
 }  // namespace korvane
 

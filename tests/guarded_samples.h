@@ -1,17 +1,12 @@
-/** What the tests of the pipeline, the stream and the detector share: samples between guard words,
- * seeded signals, and the library's static state as a whole. */
+/** What the tests of the pipeline, the stream and the detector share: samples between guard words
+ * and seeded signals, along with the library's static state. */
 #ifndef KORVANE_TESTS_GUARDED_SAMPLES_H
 #define KORVANE_TESTS_GUARDED_SAMPLES_H
 
 #include <algorithm>
 #include <cstdint>
-#include <string>
 
-#include "detector/level_decision.h"
-#include "korvane_nrss.h"
-#include "nrss/gain/nrss_state.h"
-#include "nrss/pipeline/block_pipeline.h"
-#include "nrss/stream/block_stream.h"
+#include "library_state.h"
 #include "numeric_models.h"
 
 namespace korvane::test {
@@ -42,29 +37,6 @@ inline Samples bursts(int n, uint32_t seed) {
         x[i] = static_cast<int16_t>(x[i] >> (i / 2500 % 3 == 1 ? 0 : 9));
     }
     return x;
-}
-
-/** All static state as it is when the library is loaded. */
-inline void forget_everything() {
-    vor_state = {};
-    nrss_stream_state = {};
-    nrss_state = {};
-    osf = nullptr;
-    for (int32_t* const frame : {ch0_high_a, ch0_high_b, ch1_high_a, ch1_high_b}) {
-        std::fill_n(frame, kFrameWords, 0);
-    }
-}
-
-template <class T>
-std::string bytes_of(const T& object) {
-    return {reinterpret_cast<const char*>(&object), sizeof object};
-}
-
-/** The bytes of all static state that outlives a call. */
-inline std::string library_state() {
-    return bytes_of(vor_state) + bytes_of(nrss_stream_state) + bytes_of(nrss_state) +
-           bytes_of(ch0_high_a) + bytes_of(ch0_high_b) + bytes_of(ch1_high_a) +
-           bytes_of(ch1_high_b);
 }
 
 }  // namespace korvane::test

@@ -2,7 +2,7 @@
 find_package(Python3 REQUIRED COMPONENTS Interpreter)
 set(python ${Python3_EXECUTABLE} -B)
 
-foreach(name stream detector)
+foreach(name stream detector hostile)
   add_executable(${name}_test ${name}_test.cpp)
   target_link_libraries(${name}_test PRIVATE korvane_test_core conformance_kit)
   gtest_discover_tests(${name}_test TEST_PREFIX ${name}. DISCOVERY_MODE PRE_TEST PROPERTIES TIMEOUT 300)
@@ -20,13 +20,12 @@ add_test(NAME log_stderr COMMAND ${python} ${CMAKE_CURRENT_SOURCE_DIR}/log_stder
   $<TARGET_FILE:c_api> $<TARGET_FILE:log_child> ${CMAKE_CROSSCOMPILING_EMULATOR})
 
 # The tree is the same for all builds of a compiler.
-if(KORVANE_BUILD_TOOLS AND NOT KORVANE_SANITIZE)
+if(KORVANE_BUILD_TOOLS AND NOT KORVANE_INSTRUMENTED)
   add_test(NAME source_tree COMMAND ${python} ${CMAKE_CURRENT_SOURCE_DIR}/source_tree_test.py
     ${PROJECT_SOURCE_DIR} ${CMAKE_C_COMPILER} ${CMAKE_CXX_COMPILER})
 endif()
 
-# A build with instruments needs their runtime and is not the file that is delivered.
-if(NOT KORVANE_SANITIZE AND NOT "${CMAKE_C_FLAGS} ${CMAKE_CXX_FLAGS}" MATCHES "-fsanitize|-fprofile|--coverage")
+if(NOT KORVANE_INSTRUMENTED AND NOT "${CMAKE_C_FLAGS} ${CMAKE_CXX_FLAGS}" MATCHES "-fsanitize|-fprofile|--coverage")
   set(core_objects)
   foreach(target IN LISTS KORVANE_CORE_TARGETS)
     list(APPEND core_objects $<TARGET_OBJECTS:${target}>)
@@ -35,14 +34,6 @@ if(NOT KORVANE_SANITIZE AND NOT "${CMAKE_C_FLAGS} ${CMAKE_CXX_FLAGS}" MATCHES "-
     $<TARGET_FILE:korvane_vad> ${PROJECT_SOURCE_DIR}/exports.txt ${CMAKE_READELF} ${CMAKE_NM}
     ${core_objects} COMMAND_EXPAND_LISTS)
   set_tests_properties(built_file PROPERTIES ENVIRONMENT LC_ALL=C)
-  # It builds with every compiler and level itself, so one configuration is enough.
-  if(NOT CMAKE_CROSSCOMPILING AND KORVANE_SIMD AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU"
-     AND CMAKE_BUILD_TYPE STREQUAL "Release")
-    get_target_property(core_sources korvane_core SOURCES)
-    add_test(NAME compilers COMMAND ${python} ${CMAKE_CURRENT_SOURCE_DIR}/compilers_test.py
-      ${PROJECT_SOURCE_DIR} ${CMAKE_CURRENT_BINARY_DIR}/compilers ${core_sources})
-    set_tests_properties(compilers PROPERTIES LABELS compilers PROCESSORS 2 TIMEOUT 600)
-  endif()
 endif()
 
 # Real speech from Debian's alsa-utils and asterisk-core-sounds-en-wav, read with libsndfile.

@@ -148,8 +148,9 @@ TEST(Pipeline, WrappedGainsAreTheModels) {
             form(x.data(), x.data(), 576 * blocks);
             uint64_t hash = 0xcbf29ce484222325;
             for (const int16_t v : x) {
-                hash = (hash ^ (v & 0xFF)) * 0x100000001b3;
-                hash = (hash ^ (v >> 8 & 0xFF)) * 0x100000001b3;
+                const auto bits = static_cast<uint16_t>(v);
+                hash = (hash ^ (bits & 0xFFU)) * 0x100000001b3;
+                hash = (hash ^ (bits >> 8U)) * 0x100000001b3;
             }
             EXPECT_EQ(hash, digest) << half_period;
         }

@@ -6,7 +6,7 @@ foreach(program shipping_detector shipping_suppressor)
 endforeach()
 
 # The release as it is delivered, with gcc, which made the dumps.
-if(KORVANE_SIMD AND NOT KORVANE_SANITIZE AND CMAKE_BUILD_TYPE STREQUAL "Release"
+if(KORVANE_SIMD AND NOT KORVANE_INSTRUMENTED AND CMAKE_BUILD_TYPE STREQUAL "Release"
    AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
   if(KORVANE_BUILD_TOOLS AND NOT CMAKE_CROSSCOMPILING)
     add_test(NAME shipping.consumers COMMAND ${python} ${CMAKE_CURRENT_SOURCE_DIR}/shipping/consumers_test.py

@@ -29,7 +29,8 @@ ALLOWED = {
     "tools/cli": ["tools/files", "tools/audio", "tools/results", "segments"],
     "tools/batch": ["tools/files", "tools/audio", "tools/results", "tools/cli", "segments", "include"],
     "tools/report": ["tools/audio", "tools/results", "segments", "include"],
-    "tools": ["include", "segments"],
+    "conformance": ["include"],
+    "tools": ["include", "segments", "conformance"],
     "android/korvane-vad/src/main/cpp": ["include"],
 }
 SOURCES = {".c", ".cpp", ".h"}

@@ -253,7 +253,7 @@ TEST(GainEngine, EstimatesNoiseAsTheMinimumOverFourSubWindows) {
         SCOPED_TRACE(rate);
         Tolu_NRSS_Init(9, rate);
         const int32_t extra = rate == 48000 ? 1 : 0;
-        const size_t bins = rate == 48000 ? kGains : kBins;
+        const auto bins = static_cast<size_t>(rate == 48000 ? kGains : kBins);
         const int startup = s.startup_frames;
         const int length = s.subwin_len;
         Random random(23);

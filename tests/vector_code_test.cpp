@@ -4,11 +4,10 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <string>
 #include <vector>
 
 #include "dsp/instruction_set.h"
-#include "nrss/gain/nrss_state.h"
+#include "library_state.h"
 #include "nrss/pipeline/block_pipeline.h"
 #include "signals.h"
 
@@ -76,66 +75,24 @@ TEST(VectorCode, TransformsGiveTheSameBits) {
     }
 }
 
-/** All that one call of the pipeline leaves to the next. */
-std::vector<int32_t> live_state() {
-    const NrssState& s = nrss_state;
-    std::vector<int32_t> state = {s.subwin_count, s.frame_count, s.noise_ready};
-    const auto add = [&](const auto* values, int count) {
-        state.insert(state.end(), values, values + count);
-    };
-    for (const auto& [a, b] :
-         {std::pair{s.ch0_frame_a, s.ch0_frame_b}, std::pair{s.ch1_frame_a, s.ch1_frame_b},
-          std::pair<const int32_t*, const int32_t*>{ch0_high_a, ch0_high_b},
-          std::pair<const int32_t*, const int32_t*>{ch1_high_a, ch1_high_b}}) {
-        add(a, kHopSize);
-        add(b + kHopSize, kHopSize);
-    }
-    for (const auto* memory :
-         {s.split_state_ch0, s.split_state_ch1, s.merge_state_ch0, s.merge_state_ch1}) {
-        add(memory, kBranchState);
-    }
-    for (int row = 0; row < kSubWindows; ++row) {
-        add(s.min_win_row[row], kGains);
-    }
-    add(s.gain, kGains);
-    add(s.psd_slow, kGains);
-    add(s.psd_fast, kGains);
-    add(s.osub, kGains);
+std::vector<int32_t> pipeline_state() {
+    std::vector<int32_t> state;
+    test::add_pipeline_state(
+        [&](const auto* values, int count) { state.insert(state.end(), values, values + count); });
     return state;
 }
-
-/** A saved state of the suppressor, the high band's frames included. */
-struct Snapshot {
-    NrssState state;
-    int32_t high[4][kFrameWords];
-
-    static Snapshot take() {
-        Snapshot s{nrss_state, {}};
-        const int32_t* const frames[4] = {ch0_high_a, ch0_high_b, ch1_high_a, ch1_high_b};
-        for (int i = 0; i < 4; ++i) {
-            std::copy_n(frames[i], kFrameWords, s.high[i]);
-        }
-        return s;
-    }
-    void restore() const {
-        nrss_state = state;
-        int32_t* const frames[4] = {ch0_high_a, ch0_high_b, ch1_high_a, ch1_high_b};
-        for (int i = 0; i < 4; ++i) {
-            std::copy_n(high[i], kFrameWords, frames[i]);
-        }
-    }
-};
 
 /** Samples that drive the pipeline hard: noise at a level that changes from call to call, tones at
  * full scale that stop, silence. */
 void fill(std::vector<int16_t>& x, int32_t n, uint32_t& seed) {
-    static const char* const kinds[] = {
-        "noise,0,0,0,0,",         "noise,0,0,0,9,",      "square,32767,37,0,0,",
-        "bursts,30000,22,700,4,", "gaps,0,0,500,2,",     "constant,-32768,0,0,0,",
-        "constant,0,0,0,0,",      "square,9000,76,0,0,", "alternate,32767,0,0,0,"};
-    Signal signal;
-    const std::string kind = kinds[draw(&seed) % std::size(kinds)];
-    ASSERT_TRUE(parse_signal((kind + std::to_string(draw(&seed) | 1)).c_str(), &signal));
+    static const Signal kinds[] = {
+        {kSignalNoise, 0, 0, 0, 0, 0, 0},         {kSignalNoise, 0, 0, 0, 9, 0, 0},
+        {kSignalSquare, 32767, 37, 0, 0, 0, 0},   {kSignalSquare, 9000, 76, 0, 0, 0, 0},
+        {kSignalBursts, 30000, 22, 700, 4, 0, 0}, {kSignalGaps, 0, 0, 500, 2, 0, 0},
+        {kSignalConstant, -32768, 0, 0, 0, 0, 0}, {kSignalConstant, 0, 0, 0, 0, 0, 0},
+        {kSignalAlternate, 32767, 0, 0, 0, 0, 0}};
+    Signal signal = kinds[draw(&seed) % std::size(kinds)];
+    signal.seed = draw(&seed) | 1;
     make_signal(&signal, x.data(), n);
 }
 
@@ -155,16 +112,16 @@ TEST(VectorCode, PipelineGivesTheSameBits) {
                     fill(plain[c], n, seed);
                     vector[c] = plain[c];
                 }
-                const Snapshot before = Snapshot::take();
+                const auto before = test::LibraryState::take();
                 process_blocks_plain(plain[0].data(), plain[two_channels ? 1 : 0].data(), n);
-                const std::vector<int32_t> expected = live_state();
+                const std::vector<int32_t> expected = pipeline_state();
                 before.restore();
                 form.process_blocks(vector[0].data(), vector[two_channels ? 1 : 0].data(), n);
                 for (int c = 0; c < 2; ++c) {
                     ASSERT_EQ(vector[c], plain[c]) << form.name << ", " << rate << " Hz, call "
                                                    << call << ", n " << n << ", channel " << c;
                 }
-                ASSERT_EQ(live_state(), expected)
+                ASSERT_EQ(pipeline_state(), expected)
                     << form.name << ", " << rate << " Hz, call " << call;
             }
         }

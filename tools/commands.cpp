@@ -21,6 +21,7 @@
 #include "tools/files/text_output.h"
 #include "tools/report/report.h"
 #include "tools/results/detection.h"
+#include "tools/selftest.h"
 
 namespace korvane::tool {
 
@@ -296,6 +297,8 @@ int run(const Options& options) {
             return run_split(options);
         case Command::kReport:
             return run_report(options);
+        case Command::kSelftest:
+            return run_selftest(options.every);
     }
     return 1;
 }

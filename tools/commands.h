@@ -1,4 +1,4 @@
-/** The five commands. */
+/** The six commands. */
 #ifndef KORVANE_TOOLS_COMMANDS_H
 #define KORVANE_TOOLS_COMMANDS_H
 

@@ -125,7 +125,7 @@ struct OsubCurve {
 
     /** Target factor, Q14, for a noise-to-power ratio in Q30, at most 1.0; one below 1/16 counts
      * as 1/16. */
-    KORVANE_INLINE V target(V ratio) const {
+    [[nodiscard]] KORVANE_INLINE V target(V ratio) const {
         const V x = maximum(asr<15>(ratio), constant<V>(2048));
         const V lower = greater(constant<V>(kOsubBreakpoint), x);
         const V square = mul_half_positive(select(lower, c[0], c[3]), x);

@@ -58,7 +58,7 @@ extern "C" void Tolu_NRSS_Init(int32_t level, int32_t rate) {
     using namespace korvane;
     NrssState& s = nrss_state;
 
-    s.level = std::clamp(level, 0, kMaxLevel);
+    s.level = std::clamp<int32_t>(level, 0, kMaxLevel);
     if (rate < 50000) {
         s.rate_class = rate_class_of(rate);
     }

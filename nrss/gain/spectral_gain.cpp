@@ -14,8 +14,8 @@ void NRSS_SpectralGain(const int32_t* spectrum, int32_t n, int32_t extra_bins) {
     int32_t power[kGains] = {};
     for (int32_t k = 0; k < n; ++k) {
         // The sum of two squares may need the 32nd bit, so it is formed without a sign.
-        const uint32_t re = static_cast<uint32_t>(spectrum[2 * k]);
-        const uint32_t im = static_cast<uint32_t>(spectrum[2 * k + 1]);
+        const auto re = static_cast<uint32_t>(spectrum[2 * k]);
+        const auto im = static_cast<uint32_t>(spectrum[2 * k + 1]);
         power[k] = static_cast<int32_t>(re * re + im * im + 2);
     }
     for (int32_t k = n; k < n + extra_bins; ++k) {

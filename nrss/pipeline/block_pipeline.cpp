@@ -21,7 +21,7 @@ struct FramePair {
     int32_t* cur;
     int32_t* oth;
 
-    FramePair swapped() const { return {oth, cur}; }
+    [[nodiscard]] FramePair swapped() const { return {oth, cur}; }
 };
 
 /** What a channel brings to a hop. */
@@ -33,7 +33,7 @@ struct Channel {
     bool computes_gains;
 
     /** The same channel in the next hop: the buffers of each pair have changed roles. */
-    Channel next_hop() const {
+    [[nodiscard]] Channel next_hop() const {
         return {frames.swapped(), high_frames.swapped(), split_state, merge_state, computes_gains};
     }
 };

@@ -55,6 +55,7 @@ constexpr int kMaxHops = 4;
 constexpr auto wide_window = [] {
     struct {
         int32_t w[kHopSize];
+        // NOLINTNEXTLINE(google-explicit-constructor,hicpp-explicit-conversions): it stands for its array
         constexpr operator const int32_t*() const { return w; }
     } table{};
     for (int k = 0; k < kHopSize; ++k) {
@@ -111,7 +112,7 @@ void window_frames(const Signal* signals, Work<V>* work) {
     constexpr int kChannels = kChannelsOf<V, kHops>;
     const int32_t* const w = wide_window;
     const int16_t* lane[V::kLanes];
-    int32_t* rising[kChannels];
+    int32_t* rising[size_t{kChannels}];
     for (int l = 0; l < V::kLanes; ++l) {
         lane[l] = signals[l / kHops].in + kHopSize * (l % kHops);
     }
@@ -193,7 +194,7 @@ void overlap_add(const Work<V>* work, const Signal* signals) {
     constexpr int kChannels = kChannelsOf<V, kHops>;
     const int32_t* const w = wide_window;
     int16_t* lane[V::kLanes];
-    int32_t* tail[kChannels];
+    int32_t* tail[size_t{kChannels}];
     for (int l = 0; l < V::kLanes; ++l) {
         lane[l] = signals[l / kHops].out + kHopSize * (l % kHops);
     }
@@ -259,7 +260,7 @@ class HighBand {
     explicit HighBand(const Signal& signal) : signal_(signal), w_(nrss_state.window) {}
 
     /** Energy of the frame of hop h, each square divided by 65536. */
-    int32_t energy(int h) const {
+    [[nodiscard]] int32_t energy(int h) const {
         Wide sum = Wide::broadcast(0);
         for (int k = 0; k < kHopSize; k += Wide::kLanes) {
             const Wide rising = rising_part(h, k);
@@ -286,24 +287,24 @@ class HighBand {
     }
 
   private:
-    KORVANE_INLINE Wide falling_window(int k) const {
+    [[nodiscard]] KORVANE_INLINE Wide falling_window(int k) const {
         return reverse(Wide::extend(w_ + kHopSize - Wide::kLanes - k));
     }
     /** First half of the frame of hop h: the hop before it under the rising window. */
-    KORVANE_INLINE Wide rising_part(int h, int k) const {
+    [[nodiscard]] KORVANE_INLINE Wide rising_part(int h, int k) const {
         if (h == 0) {
             return Wide::load(signal_.rising + k);
         }
         const Wide x = Wide::extend(signal_.in + kHopSize * (h - 1) + k);
         return asr<15>(mul_samples(x, Wide::extend(w_ + k)));
     }
-    KORVANE_INLINE Wide falling_part(int h, int k) const {
+    [[nodiscard]] KORVANE_INLINE Wide falling_part(int h, int k) const {
         return asr<15>(mul_samples(Wide::extend(signal_.in + kHopSize * h + k), falling_window(k)));
     }
     KORVANE_INLINE static Wide weighted(int h, Wide v) {
         return mul_q15(v, Wide::broadcast(hop_gain[h][kBins]));
     }
-    KORVANE_INLINE Wide overlapped(Wide head, Wide tail, int k) const {
+    [[nodiscard]] KORVANE_INLINE Wide overlapped(Wide head, Wide tail, int k) const {
         return add_wrap(mul_half_positive(add_wrap(head, head), Wide::extend(w_ + k)),
                         mul_half_positive(add_wrap(tail, tail), falling_window(k)));
     }

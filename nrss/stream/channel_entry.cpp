@@ -1,6 +1,7 @@
 // The suppressor's entry points by sample layout; see korvane_nrss.h.
 
 #include <algorithm>
+#include <cstddef>
 
 #include "korvane_nrss.h"
 #include "nrss/stream/block_stream.h"
@@ -44,7 +45,7 @@ void Tolu_NRSS_EXE(int16_t* samples, int n, int mode) {
 void Tolu_NRSS(int16_t* samples, int n) { Tolu_NRSS_EXE(samples, n, 2); }
 
 void Tolu_NRSS_Interleave(int16_t* dst, const int16_t* ch0, const int16_t* ch1, int n) {
-    for (int i = 0; i < n; ++i) {
+    for (std::ptrdiff_t i = 0; i < n; ++i) {  // from 2^30 pairs on, 2i leaves int
         dst[2 * i] = ch0[i];
         dst[2 * i + 1] = ch1[i];
     }

@@ -158,7 +158,7 @@ TEST(Spectrogram, PiecesMakeNoDifferenceAndASilentChannelHalvesThePower) {
     Spectrogram half(16000, 2, kUnlimited);
     std::mt19937 random(4);
     for (int64_t at = 0; at < 5000;) {
-        const int64_t n = std::min<int64_t>(random() % 700, 5000 - at);
+        const int64_t n = std::min(static_cast<int64_t>(random() % 700), 5000 - at);
         pieces.add(mono.data() + at, n);
         half.add(stereo.data() + 2 * at, n);
         at += n;

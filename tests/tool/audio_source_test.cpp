@@ -358,6 +358,14 @@ TEST_F(AudioSourceTest, RefusesRatesThatTheDetectorDoesNotTake) {
                 HasSubstr("1 Hz or more"));
     EXPECT_THAT(failure_of([&] { open_source(folder_.path("x.raw"), raw_options(8000, 0)); }),
                 HasSubstr("0 channels"));
+    // Resampled, ten samples at such a rate would take a gigabyte.
+    SourceOptions options;
+    options.resample = true;
+    write_file(folder_.path("fast.wav"), kWav, std::numeric_limits<int>::max(), 1, noise(10, 8));
+    EXPECT_THAT(failure_of([&] { open_source(folder_.path("fast.wav"), options); }),
+                HasSubstr("sampling rate 2147483647 Hz; it must be 1000000 Hz or less"));
+    write_file(folder_.path("1000000.wav"), kWav, kFastestRate, 1, noise(10, 8));
+    EXPECT_EQ(open_source(folder_.path("1000000.wav"), options)->info().rate, 48000);
 }
 
 TEST_F(AudioSourceTest, ResamplesEveryLengthWithoutShiftingIt) {

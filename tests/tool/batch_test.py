@@ -162,10 +162,11 @@ class Recipes(ToolTest):
         tool = pathlib.Path(bin_folder, "korvane-vad")
         tool.write_text(f'#!/bin/sh\nexec {shlex.join(TOOL)} "$@"\n')
         tool.chmod(0o755)
-        # In the place of ssh: the host's name is dropped and the command runs here.
+        # In the place of ssh: the host's name is dropped and the command runs here. Like a login, it sets
+        # SHELL, without which the far side of parallel does nothing and calls that success.
         ssh = pathlib.Path(bin_folder, "ssh")
         ssh.write_text('#!/bin/bash\nwhile [[ $1 == -* ]]; do shift; done\necho "$1" >>"$SSH_LOG"\nshift\n'
-                       '[[ $1 != -- ]] || shift\nexec bash -c "$*"\n')
+                       '[[ $1 != -- ]] || shift\nSHELL=/bin/bash exec bash -c "$*"\n')
         ssh.chmod(0o755)
         done = subprocess.run(["bash", "-euc", script], cwd=self.folder, text=True, capture_output=True,
                               timeout=120,

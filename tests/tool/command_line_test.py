@@ -20,6 +20,9 @@ import unittest
 from tool_case import (ALSA, PROMPT, TOOL, ToolTest, best_lag, loud_samples, read_wav, wav_header,
                        write_wav)
 
+TABLE = pathlib.Path(__file__).parents[2] / "conformance/table.tsv"
+
+
 class Speech(ToolTest):
     def test_is_found_where_it_is_and_cleaned_in_place(self):
         # Digital silence, speech, digital silence. What the suppressor's overlapping frames of 288
@@ -547,6 +550,30 @@ class Live(ToolTest):
         tool.stderr.close()
 
 
+class Selftest(ToolTest):
+    def test_tells_a_right_library_from_a_wrong_one(self):
+        # Of every 17th row the inverse transform's are 18 and 52.
+        right = self.run_tool("selftest", "--every", "17")
+        self.assertRegex(right.stdout, r"\A47 rows, 0 differ; digest [0-9a-f]{64}\n\Z")
+        self.assertEqual((right.returncode, right.stderr), (0, ""))
+        wrong = self.run_tool("selftest", "--every", "17",
+                              env={**os.environ, "LD_PRELOAD": os.environ["KORVANE_WRONG_TRANSFORM"]})
+        self.assertEqual((wrong.returncode, wrong.stderr), (1, ""))
+        with open(TABLE) as table:
+            expected = next(line.split()[-1] for line in table if line.startswith("18\t"))
+        first, *digests, last = wrong.stdout.splitlines()
+        self.assertEqual(first, "row 18 differs, the first to do so: inverse, rate 0, level 0, mode 1, "
+                                "pieces of 288 of 57600 samples")
+        self.assertEqual(digests[0].split(), ["expected", expected])
+        self.assertNotIn(expected, digests[1])
+        self.assertRegex(last, "^47 rows, 2 differ; digest [0-9a-f]{64}$")
+        self.assertNotEqual(last.split()[-1], right.stdout.split()[-1])
+
+    def test_whose_output_nobody_takes_has_failed(self):
+        with open("/dev/full", "w") as full:
+            self.fails("standard output", "No space left", "selftest", "--every", "500", stdout=full)
+
+
 class Usage(ToolTest):
     def test_wrong(self):
         for arguments in ((), ("-f",), ("-f", "xml", "a"), ("--unknown", "a"), ("-x",),
@@ -561,6 +588,7 @@ class Usage(ToolTest):
                           ("--files-from", "-", "-"), ("--check", "-o", "x", "a"),
                           ("-f", "srt", "a", "b"), ("frames",), ("frames", "a", "b"),
                           ("frames", "-f", "json", "a"), ("clean", "a"), ("clean", "a", "b", "c"),
+                          ("selftest", "a"), ("selftest", "--every", "0"),
                           ("split", "a"), ("split", "-o", "d"), ("report", "a"), ("clean", "-f", "csv", "a", "b"),
                           ("split", "a", "-o", "d", "--template", "{nothing}"),
                           ("split", "a", "-o", "d", "--template", "x/{index}"),
@@ -573,7 +601,7 @@ class Usage(ToolTest):
         self.assertEqual(os.listdir(self.folder), [])
 
     def test_help_begins_with_examples(self):
-        for command in ("", "detect", "frames", "clean", "split", "report"):
+        for command in ("", "detect", "frames", "clean", "split", "report", "selftest"):
             words = [command] if command else []
             done = self.run_tool(*words, "--help")
             self.assertEqual((done.returncode, done.stderr), (0, ""))

@@ -29,6 +29,11 @@ void check_rate(const SourceInfo& info, bool resample) {
     if (info.rate < 1) {
         throw Failure(input_name(info.name), rate + "it must be 1 Hz or more");
     }
+    // What a damaged header says could ask for any amount of memory at each step of the resampler.
+    if (info.rate > kFastestRate) {
+        throw Failure(input_name(info.name),
+                      rate + "it must be " + std::to_string(kFastestRate) + " Hz or less");
+    }
     if (info.rate >= kRateLimit && !resample) {
         throw Failure(input_name(info.name),
                       rate + "the detector takes less than " + std::to_string(kRateLimit) +

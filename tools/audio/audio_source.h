@@ -11,6 +11,8 @@
 
 namespace korvane::tool {
 
+constexpr int kFastestRate = 1'000'000;  ///< Hz, of an input
+
 /** Samples without a header. */
 struct RawFormat {
     bool big_endian = false;

@@ -210,7 +210,7 @@ class Batch {
         poll(list.data(), list.size(), bar_.shown() ? kPollMilliseconds : -1);
         for (std::size_t i = 0; i < list.size(); ++i) {
             if (list[i].revents != 0 && speakers[i]->receive()) {
-                end(*speakers[i]);
+                end(*speakers[i]);  // cppcheck-suppress shadowVariable; a call, not a declaration
             }
         }
         draw();

@@ -20,7 +20,7 @@ void Work::tick(const Frame& frame, const Tick& tick) const {
 }
 
 std::pair<StreamTotals, std::vector<segments::Segment>> segments_of(
-    Work& work, Measures measures, const std::function<void(const Frame&)>& each) {
+    const Work& work, Measures measures, const std::function<void(const Frame&)>& each) {
     segments::Segmenter segmenter(work.header.timing, work.header.rules);
     std::vector<segments::Segment> list;
     const auto collect = [&] {

@@ -33,7 +33,7 @@ struct Work {
 
 /** All segments of an input; `each` sees every frame. */
 std::pair<StreamTotals, std::vector<segments::Segment>> segments_of(
-    Work& work, Measures measures, const std::function<void(const Frame&)>& each);
+    const Work& work, Measures measures, const std::function<void(const Frame&)>& each);
 
 /** What `detect` has to say about one input that it has read to its end. */
 struct Finding {

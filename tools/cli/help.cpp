@@ -23,7 +23,9 @@ struct ExitStatus {
 };
 constexpr ExitStatus kExitStatus[] = {
     {"0", "done; with --check: there is speech"},
-    {"1", "an input failed or the output could not be written; with --check: there is no speech"},
+    {"1",
+     "an input failed or the output could not be written; with --check: there is no speech; of "
+     "selftest: a row differs"},
     {"2", "wrong usage; with --check: an input failed"},
     {"130",
      "interrupted (SIGINT); 143 by SIGTERM. A stream's open segment is closed and written, "
@@ -101,7 +103,8 @@ std::string examples(const CommandText& text) {
 }
 
 bool has_times(Command command) {
-    return command != Command::kFrames && command != Command::kClean;
+    return command != Command::kFrames && command != Command::kClean &&
+           command != Command::kSelftest;
 }
 
 // ---- roff ----------------------------------------------------------------------------------

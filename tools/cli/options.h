@@ -14,7 +14,7 @@
 
 namespace korvane::tool {
 
-enum class Command { kDetect, kFrames, kClean, kSplit, kReport };
+enum class Command { kDetect, kFrames, kClean, kSplit, kReport, kSelftest };
 
 /** Commands as the user knows them. */
 struct CommandText {
@@ -65,7 +65,8 @@ enum class Progress { kAuto, kAlways, kNever };
 struct Options {
     Command command = Command::kDetect;
     bool help = false;
-    std::vector<std::string> files;  ///< detect: recordings; clean: input and output; else one
+    std::vector<std::string>
+        files;  ///< detect: recordings; clean: input, output; selftest: none; else one
 
     SourceOptions source;
     Span frame;  ///< 0: 10 ms
@@ -86,6 +87,8 @@ struct Options {
     std::string name_template = "{stem}_{index:04}.{ext}";
     bool cleaned = false;
     bool force = false;
+
+    int every = 1;  ///< selftest: only each row of so many
 
     /** Throws a Failure about `name` where a frame is not of 1 to 4096 samples at that rate. */
     int frame_length(const std::string& name, int rate) const;

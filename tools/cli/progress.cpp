@@ -74,14 +74,14 @@ std::string progress_line(int width, double fraction, double times, double secon
     words += note.empty() ? "" : ", " + note;
     // A character in the last column would make some terminals begin another line.
     const auto columns = static_cast<std::size_t>(std::max(width - 1, 0));
-    std::string bar;
     const std::size_t used = percent.size() + words.size() + 3;  // brackets and a space
     if (fraction >= 0 && columns >= used + 4) {
         const std::size_t length = std::min<std::size_t>(columns - used, kLongestBar);
         const auto full = static_cast<std::size_t>(fraction * static_cast<double>(length));
         const char* const on = colour ? "\033[32m" : "";
         const char* const off = colour ? "\033[0m" : "";
-        bar = "[" + (on + std::string(full, '=')) + off + std::string(length - full, ' ') + "] ";
+        const std::string bar =
+            "[" + (on + std::string(full, '=')) + off + std::string(length - full, ' ') + "] ";
         return bar + percent + words;
     }
     return (percent + words).substr(0, columns);

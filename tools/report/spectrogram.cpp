@@ -85,8 +85,8 @@ void Spectrogram::add(const int16_t* samples, int64_t n) {
     pending_.insert(pending_.end(), samples, samples + n * channels_);
     length_ += n;
     std::size_t begin = 0;
-    const std::size_t window = samples_in(window_);
-    for (; pending_.size() - begin >= window; begin += samples_in(step_)) {
+    const std::size_t needed = samples_in(window_);
+    for (; pending_.size() - begin >= needed; begin += samples_in(step_)) {
         std::fill(transform_->power.begin(), transform_->power.end(), 0.0);
         for (int channel = 0; channel < channels_; ++channel) {
             const int16_t* first = pending_.data() + begin + static_cast<std::size_t>(channel);
@@ -140,15 +140,15 @@ void Spectrogram::close_column() {
 }
 
 void Spectrogram::halve() {
-    const std::size_t rows = column_.size();
-    const std::size_t half = power_.size() / rows / 2;
+    const std::size_t height = column_.size();
+    const std::size_t half = power_.size() / height / 2;
     for (std::size_t column = 0; column < half; ++column) {
-        for (std::size_t row = 0; row < rows; ++row) {
-            power_[column * rows + row] =
-                (power_[2 * column * rows + row] + power_[(2 * column + 1) * rows + row]) / 2;
+        for (std::size_t row = 0; row < height; ++row) {
+            power_[column * height + row] =
+                (power_[2 * column * height + row] + power_[(2 * column + 1) * height + row]) / 2;
         }
     }
-    power_.resize(half * rows);
+    power_.resize(half * height);
     per_column_ *= 2;
 }
 

@@ -6,13 +6,13 @@ namespace korvane::tool {
 
 // Whole seconds apart, so that nothing overflows.
 int64_t ticks(int64_t samples, int rate, int64_t scale) {
-    int64_t seconds = samples / rate;
+    int64_t whole = samples / rate;
     int64_t rest = samples % rate;
     if (rest < 0) {
         rest += rate;
-        --seconds;
+        --whole;
     }
-    return seconds * scale + (2 * rest * scale + rate) / (2 * static_cast<int64_t>(rate));
+    return whole * scale + (2 * rest * scale + rate) / (2 * static_cast<int64_t>(rate));
 }
 
 std::string zero_padded(int64_t number, std::size_t digits) {
