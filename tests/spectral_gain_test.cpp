@@ -308,9 +308,10 @@ TEST(GainEngine, FramesWithoutEnergyDoNotFeedTheMinimum) {
     above[200] = 11;  // one of 148
     Spectrum high_only = silent;
     high_only[288] = 128;
-    const Spectrum negative = flat(0, 0, -1);     // -1 >> 7 takes one off
-    const Spectrum loud = flat(31225, 31225, 0);  // 144 * (1.95e9 >> 7) passes 2^31
-    for (const Spectrum& skipped : {silent, below, negative, loud}) {
+    const Spectrum negative = flat(0, 0, -1);        // -1 >> 7 takes one off
+    const Spectrum loud = flat(31225, 31225, 0);     // 144 * (1.95e9 >> 7) passes 2^31
+    const Spectrum loudest = flat(32768, 32768, 0);  // so does 144 * (2^31 >> 7), no sign in 2^31
+    for (const Spectrum& skipped : {silent, below, negative, loud, loudest}) {
         for (const Spectrum& tracked : {above, high_only}) {
             Tolu_NRSS_Init(9, 48000);
             for (int call = 1; call <= 140; ++call) {
