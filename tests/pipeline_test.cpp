@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <array>
 
+#include "dsp/band_processor.h"
 #include "dsp/instruction_set.h"
 #include "guarded_samples.h"
 #include "nrss/pipeline/framing.h"
@@ -82,14 +83,20 @@ TEST(Framing, ReturnsUnprocessedFramesOneHopLate) {
     }
 }
 
-TEST(FullBand, KeepsToTheWordsOfTheFrame) {
-    start_fresh(9, 16000);
+TEST(Frames, StepsKeepToTheirWords) {
+    start_fresh(9, 48000);
+    constexpr int32_t kBeyond = 1 << 20;
     int32_t frame[kFrameWords] = {};
-    frame[kFrameSize] = 1 << 20;
-    frame[kFrameSize + 1] = -(1 << 20);
+    int32_t high_frame[kFrameWords] = {};
+    high_frame[kFrameSize] = kBeyond;
+    NRSS_ProcessBand(frame, high_frame, 1, kBins);
+    EXPECT_EQ(frame[kFrameSize], 0);  // the energy of a silent high band
+    EXPECT_EQ(high_frame[kFrameSize], kBeyond);
+    frame[kFrameSize] = kBeyond;
+    frame[kFrameSize + 1] = -kBeyond;
     NRSS_ProcessFullBand(frame, true);
-    EXPECT_EQ(frame[kFrameSize], 1 << 20);
-    EXPECT_EQ(frame[kFrameSize + 1], -(1 << 20));
+    EXPECT_EQ(frame[kFrameSize], kBeyond);
+    EXPECT_EQ(frame[kFrameSize + 1], -kBeyond);
 }
 
 // How far may a frame be off, as root mean square, that the transforms, the shift and open gains

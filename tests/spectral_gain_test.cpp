@@ -7,6 +7,7 @@
 #include <array>
 #include <cstring>
 
+#include "nrss/gain/gain_arithmetic.h"
 #include "nrss/gain/nrss_state.h"
 #include "nrss/gain/tables.h"
 #include "numeric_models.h"
@@ -307,9 +308,10 @@ TEST(GainEngine, FramesWithoutEnergyDoNotFeedTheMinimum) {
     above[200] = 11;  // one of 148
     Spectrum high_only = silent;
     high_only[288] = 128;
-    const Spectrum negative = flat(0, 0, -1);     // -1 >> 7 takes one off
-    const Spectrum loud = flat(31225, 31225, 0);  // 144 * (1.95e9 >> 7) passes 2^31
-    for (const Spectrum& skipped : {silent, below, negative, loud}) {
+    const Spectrum negative = flat(0, 0, -1);        // -1 >> 7 takes one off
+    const Spectrum loud = flat(31225, 31225, 0);     // 144 * (1.95e9 >> 7) passes 2^31
+    const Spectrum loudest = flat(32768, 32768, 0);  // so does 144 * (2^31 >> 7), no sign in 2^31
+    for (const Spectrum& skipped : {silent, below, negative, loud, loudest}) {
         for (const Spectrum& tracked : {above, high_only}) {
             Tolu_NRSS_Init(9, 48000);
             for (int call = 1; call <= 140; ++call) {
@@ -375,6 +377,15 @@ double target_factor(size_t set, double x) {
         sum += term;
     }
     return sum;
+}
+
+// The last bits tell the pieces apart. For one unit below a quarter the lower one gives -453237*x +
+// 243815 = 130517, times x 16312, and 19131 + 2*16312; at a quarter, -18250*x + 41184 = 36620, times x
+// 4577, and 42602 + 2*4577.
+TEST(OverSubtraction, TakesTheUpperPieceFromAQuarterOn) {
+    const OsubCurve<int32_t> curve(kOsubCurves[2]);
+    EXPECT_EQ(curve.target(8191 << 15), 51755);
+    EXPECT_EQ(curve.target(8192 << 15), 51756);
 }
 
 // Target of a bin, Q14. Points rounded to 0.001 put a parabola off by at most 5/3 of half of that.

@@ -12,5 +12,10 @@ if(KORVANE_VECTOR_ISAS)
     target_link_libraries(vector_operations_${isa} PRIVATE gtest korvane_warnings)
     target_sources(vector_test PRIVATE $<TARGET_OBJECTS:vector_operations_${isa}>)
   endforeach()
+  # Which form is chosen where there is AVX without AVX2.
+  if(QEMU_X86_64 AND KORVANE_VECTOR_ISAS MATCHES "sse2" AND NOT KORVANE_SANITIZE)
+    add_test(NAME instruction_set.avx COMMAND ${QEMU_X86_64} -cpu max,-avx2
+      $<TARGET_FILE:vector_test> --gtest_filter=InstructionSet.*)
+  endif()
   gtest_discover_tests(vector_test TEST_PREFIX vector. DISCOVERY_MODE PRE_TEST PROPERTIES TIMEOUT 600)
 endif()
