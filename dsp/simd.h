@@ -119,8 +119,9 @@ KORVANE_INLINE Quad mul_half_q15(Quad a) {
     const __m128i sum = _mm_add_epi32(high, low);
     if constexpr (kC >= 0) {
         return {sum};
+    } else {
+        return {_mm_sub_epi32(sum, _mm_and_si128(a.v, _mm_set1_epi32(0xFFFF)))};
     }
-    return {_mm_sub_epi32(sum, _mm_and_si128(a.v, _mm_set1_epi32(0xFFFF)))};
 }
 /** The least power of two whose multiples make a*c a multiple of 65536; 65536 at the most. */
 template <int kC>
@@ -642,8 +643,9 @@ KORVANE_INLINE Wide mul_half_q15(Wide a) {
     const __m256i sum = _mm256_add_epi32(high, low);
     if constexpr (kC >= 0) {
         return {sum};
+    } else {
+        return {_mm256_sub_epi32(sum, _mm256_and_si256(a.v, _mm256_set1_epi32(0xFFFF)))};
     }
-    return {_mm256_sub_epi32(sum, _mm256_and_si256(a.v, _mm256_set1_epi32(0xFFFF)))};
 }
 template <int kC>
 KORVANE_INLINE OppositeSums<Wide> add_half_both(Wide a, Wide b) {

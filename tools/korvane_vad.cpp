@@ -79,6 +79,7 @@ int run_words(const std::vector<std::string>& words) {
         return 0;
     }
     try {
+        check_standard_streams();
         return run(options);
     } catch (const UsageError&) {
         throw;
@@ -95,7 +96,6 @@ int main(int argc, char** argv) {
     std::signal(SIGPIPE, SIG_IGN);
     std::signal(SIGXFSZ, SIG_IGN);
     try {
-        check_standard_streams();
         handle_interruptions();
         return run_words(std::vector<std::string>(argv + (argc > 0 ? 1 : 0), argv + argc));
     } catch (const UsageError& error) {

@@ -180,11 +180,12 @@ TEST_F(AudioSinkTest, IsThereOnlyOnceItIsWhole) {
     write_all(*open("link.wav"), samples, 1);
     EXPECT_EQ(folder_.read("a.wav"), "kept");
     EXPECT_THAT(folder_.names(), ElementsAre("a.wav", "link.wav"));
-    const auto first = open("link.wav");
+    auto first = open("link.wav");
     const auto second = open("b.flac", kFlac);
     write_all(*first, samples, 1);
     EXPECT_EQ(folder_.names().size(), 4U);
     first->commit();
+    first.reset();
     EXPECT_EQ(read_all(folder_.path("a.wav")), samples);
     EXPECT_TRUE(std::filesystem::is_symlink(folder_.path("link.wav")));
     struct stat status {};
@@ -251,14 +252,25 @@ TEST_F(AudioSinkTest, FailsWhereTheDiskIsFull) {
 
 TEST_F(AudioSinkTest, RefusesWhatTheSizeFieldsCannotCount) {
     const int16_t sample = 0;  // refused before it is looked at
-    for (const int format : {kWav, SF_FORMAT_AIFF | SF_FORMAT_PCM_16}) {
-        EXPECT_THAT(failure_of([&] { open("a", format, 2)->write(&sample, int64_t{1} << 30); }),
-                    HasSubstr("4 GiB"));
+    const struct {
+        int format;
+        int64_t bytes;
+    } cases[] = {{kWav, 2},
+                 {SF_FORMAT_AIFF | SF_FORMAT_PCM_16, 2},
+                 {SF_FORMAT_AU | SF_FORMAT_PCM_S8, 1},
+                 {SF_FORMAT_AU | SF_FORMAT_ULAW, 1},
+                 {SF_FORMAT_AU | SF_FORMAT_ALAW, 1},
+                 {SF_FORMAT_WAV | SF_FORMAT_PCM_24, 3},
+                 {SF_FORMAT_WAV | SF_FORMAT_FLOAT, 4},
+                 {SF_FORMAT_WAV | SF_FORMAT_DOUBLE, 8}};
+    for (const auto& c : cases) {
+        const int64_t frames = (int64_t{1} << 32) / 2 / c.bytes;
+        EXPECT_THAT(failure_of([&] { open("a", c.format, 2)->write(&sample, frames); }),
+                    HasSubstr("4 GiB"))
+            << std::hex << c.format;
     }
-    EXPECT_THAT(failure_of([&] {
-                    open("a", SF_FORMAT_WAV | SF_FORMAT_DOUBLE)->write(&sample, int64_t{1} << 29);
-                }),
-                HasSubstr("4 GiB"));
+    EXPECT_THAT(failure_of([&] { open("a", SF_FORMAT_WAV | SF_FORMAT_GSM610, 2); }),
+                HasSubstr("cannot hold 2 channels"));
 }
 
 TEST_F(AudioSinkTest, SignalsLeaveNoTemporaryFileButThoseOfOtherProcesses) {

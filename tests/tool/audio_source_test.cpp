@@ -221,6 +221,8 @@ TEST_F(AudioSourceTest, ReadsRawSamplesInEveryLayout) {
     folder_.write("p", std::string(3 * 2 * 5 + 2, 'x'));
     EXPECT_THAT(failure_of([&] { open_source(folder_.path("p"), options); }),
                 HasSubstr("32 bytes are not 3 channels"));
+    EXPECT_THAT(failure_of([&] { open_source(folder_.path("p"), raw_options(8000, 0)); }),
+                HasSubstr("0 channels"));
 }
 
 TEST_F(AudioSourceTest, HandsOutEverythingBeforeAFault) {

@@ -11,7 +11,7 @@ import subprocess
 import time
 import unittest
 
-from tool_case import ALSA, PROMPT, TOOL, ToolTest
+from tool_case import ALSA, PROMPT, TOOL, ToolTest, write_wav
 
 DOCS = pathlib.Path(__file__).parents[2] / "docs/batch.md"
 PROMPTS = sorted(pathlib.Path(PROMPT).parent.glob("agent-*.wav"))
@@ -34,6 +34,7 @@ class Batch(ToolTest):
         for form in ("text", "json", "jsonl", "csv", "rttm"):
             with self.subTest(form):
                 one = self.run_tool("-j", "1", "-f", form, *names)
+                self.assertEqual(self.run_tool("-j", "0", "-f", form, *names).stdout, one.stdout)
                 many = self.run_tool("-j", "3", "-f", form, *names)
                 self.assertEqual((many.returncode, many.stdout, many.stderr),
                                  (one.returncode, one.stdout, one.stderr))
@@ -130,11 +131,27 @@ class Batch(ToolTest):
         os.utime(self.names[3], ns=(state.st_atime_ns, state.st_mtime_ns))
         self.assertEqual(subprocess.run(command + ["--pad-end", "1ms"], capture_output=True).returncode, 1)
 
+    def test_other_options_are_other_work(self):
+        manifest, recording = self.path("done.jsonl"), self.path("short.wav")
+        write_wav(recording, 8000, 1, [0] * 1600)
+        raw = ("--raw", "s16le", "-r", "8000")
+        for lines, options in enumerate((
+                (), ("-f", "csv"), ("--frame", "20ms"), ("--align", "none"), ("--pad-start", "1sample"), ("--downmix",),
+                ("--channels", "1"), ("--resample",), raw, ("--raw", "s16le", "-r", "8001"), ("--raw", "s16be", *raw[2:]),
+                (*raw, "-c", "2"), (*raw, "-c", "2", "--layout", "planar")), 2):
+            for _ in range(2):
+                done = self.run_tool("--resume", manifest, *options, recording)
+                self.assertEqual((done.returncode, done.stderr), (0, ""), options)
+                self.assertEqual(pathlib.Path(manifest).read_bytes().count(b"\n"), lines, options)
+
     def test_what_is_no_manifest_is_left_alone(self):
         before = pathlib.Path(self.names[1]).read_bytes()
         self.fails(self.names[1], "not a manifest", "--resume", self.names[1], PROMPT)
         self.fails("/dev/null", "not a regular file", "--resume", "/dev/null", PROMPT)
         self.assertEqual(pathlib.Path(self.names[1]).read_bytes(), before)
+        damaged = self.path("damaged")
+        pathlib.Path(damaged).write_text('{"korvane-vad manifest":1}\n{"file":"a"}\n')
+        self.fails(damaged, "line 2 is damaged", "--resume", damaged, PROMPT)
 
     def test_a_worker_that_dies(self):
         pipe = self.path("pipe.wav")

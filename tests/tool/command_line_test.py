@@ -6,6 +6,7 @@ import json
 import math
 import os
 import pathlib
+import re
 import resource
 import select
 import shlex
@@ -199,6 +200,10 @@ class BadRecordings(ToolTest):
                 ("fast.wav", wav_header(50000, 1, 600) + bytes(600), "--resample")):
             pathlib.Path(self.path(name)).write_bytes(data)
             self.rejected(self.path(name), reason)
+        self.assertEqual(self.segments(self.path("three.wav"), "--channels", "1,2,3", "--downmix"), [])
+        for options, reason in ((("--frame", "1s"), "is 8000 samples"), (("--frame", "0.01ms"), "is 0 samples"),
+                                (("--channels", "2"), "there is 1 channel,")):
+            self.fails(PROMPT, reason, PROMPT, *options)
 
     def test_truncated_and_damaged(self):
         for name in ("a.wav", "a.flac", "a.ogg", "a.aiff", "a.au", "a.w64"):
@@ -276,6 +281,9 @@ class Outputs(ToolTest):
             done = subprocess.run(["bash", "-c", f"{{ {command} {how}; }} 3>&2", "bash", ALSA],
                                   stderr=subprocess.PIPE, text=True)
             self.assertRegex(done.stderr, "^korvane-vad: standard output: [^\n]+\n1\n$")
+        for options, status in (("", 1), ("--check", 2)):
+            done = subprocess.run(["bash", "-c", f'{shlex.join(TOOL)} {options} "$1" >&- 2>&-', "bash", ALSA])
+            self.assertEqual(done.returncode, status)
         self.assertEqual(os.listdir(self.folder), [])
 
     def test_without_stdin_and_stderr(self):
@@ -413,11 +421,14 @@ class Results(ToolTest):
             done = self.run_tool("--check", *files)
             self.assertEqual((done.returncode, done.stdout), (status, ""), files)
             self.assertEqual(bool(done.stderr), status == 2)
+        for name, status in ((PROMPT, 0), (silent, 1)):
+            with open(name, "rb") as file:
+                self.assertEqual(self.run_tool("--check", "-", stdin=file).returncode, status)
 
     def test_output_file_is_whole_or_not_there(self):
         out = pathlib.Path(self.path("out.csv"))
         self.assertEqual(self.run_tool("-f", "csv", ALSA, "-o", str(out)).stdout, "")
-        self.assertEqual(out.read_text(), self.run_tool("-f", "csv", ALSA).stdout)
+        self.assertEqual(out.read_text(), self.run_tool("-f", "csv", ALSA, "-o", "-").stdout)
         out.write_text("kept")
         shutil.copy(ALSA, self.path("cut.wav"))
         os.truncate(self.path("cut.wav"), 100000)
@@ -446,10 +457,12 @@ class Split(ToolTest):
     def test_names(self):
         out = self.path("parts")
         row = json.loads(self.run_tool("-f", "json", PROMPT).stdout)["segments"][0]
-        pattern = "{{{stem}}}-{start:08}-{end_samples}.flac"
+        pattern = "{{{stem}}}-{start:08}-{end_samples} {start_samples} {end:1}.flac"
         self.assertEqual(self.run_tool("split", PROMPT, "-o", out, "--template", pattern).returncode, 0)
         start = math.floor(row["start_sample"] / 8 + 0.5)
-        name = f"{{agent-user}}-{start // 1000:04}.{start % 1000:03}-{row['end_sample']}.flac"
+        end = math.floor(row["end_sample"] / 8 + 0.5)
+        name = (f"{{agent-user}}-{start // 1000:04}.{start % 1000:03}-{row['end_sample']} {row['start_sample']} "
+                f"{end // 1000}.{end % 1000:03}.flac")
         self.assertEqual(os.listdir(out), [name])
         path = os.path.join(out, name)
         before = os.stat(path).st_ino
@@ -457,9 +470,31 @@ class Split(ToolTest):
         self.assertEqual(os.stat(path).st_ino, before)
         self.run_tool("split", PROMPT, "-o", out, "--template", pattern, "--force")
         self.assertNotEqual(os.stat(path).st_ino, before)
+        for copy in ("agent", "agent.ogg"):  # no extension, and a wrong one
+            shutil.copy(PROMPT, self.path(copy))
+            self.run_tool("split", self.path(copy), "-o", self.path(copy + " parts"))
+            self.assertEqual(os.listdir(self.path(copy + " parts")), ["agent_0001.wav"])
         self.fails(os.path.join(out, "x.wav"), "two segments", "split", PROMPT, "-o", out,
                    "--template", "x.wav", "--max-speech", "1s")
         self.assertEqual(os.listdir(out), [name])
+
+
+class Reports(ToolTest):
+    def test_hold_what_the_other_commands_say(self):
+        recording, page = shutil.copy(PROMPT, self.path("<b>&.wav")), self.path("page.html")
+        rules = ("--max-speech", "1s")
+        done = self.run_tool("report", recording, "-o", page, *rules)
+        self.assertEqual((done.returncode, done.stdout, done.stderr), (0, "", ""))
+        text = pathlib.Path(page).read_text()
+        self.assertNotIn("<b>", text)  # which a browser would take for a tag
+        facts = json.loads(re.search('id="facts">(.*?)</script>', text)[1])
+        whole = json.loads(self.run_tool("-f", "json", *rules, recording).stdout)
+        self.assertEqual(facts["source"]["name"], recording)
+        self.assertEqual(facts["segments"],
+                         [[s["start_sample"], s["end_sample"], s["open"]] for s in whole["segments"]])
+        rows = csv.DictReader(io.StringIO(self.run_tool("frames", "-f", "csv", recording).stdout))
+        flags = ["false"] + [row["speech"] for row in rows]
+        self.assertEqual(facts["flag_changes"], [i for i, (a, b) in enumerate(zip(flags, flags[1:])) if a != b])
 
 
 class Live(ToolTest):
@@ -586,6 +621,7 @@ class Usage(ToolTest):
                           ("-j", "257", "a"), ("-j", "-1", "a"), ("--channels", "0", "a"),
                           ("--channels", "1,2,3", "a"), ("--channels", "1,1", "a"), ("-", "-"),
                           ("--files-from", "-", "-"), ("--check", "-o", "x", "a"),
+                          ("--check", "--resume", "x", "a"), ("--pad-end", "2000000000", "a"),
                           ("-f", "srt", "a", "b"), ("frames",), ("frames", "a", "b"),
                           ("frames", "-f", "json", "a"), ("clean", "a"), ("clean", "a", "b", "c"),
                           ("selftest", "a"), ("selftest", "--every", "0"),
@@ -593,7 +629,13 @@ class Usage(ToolTest):
                           ("split", "a", "-o", "d", "--template", "{nothing}"),
                           ("split", "a", "-o", "d", "--template", "x/{index}"),
                           ("split", "a", "-o", "d", "--template", "{stem:3}"),
-                          ("split", "a", "-o", "d", "--template", "{index")):
+                          ("split", "a", "-o", "d", "--template", "{index"),
+                          ("split", "a", "-o", "d", "--template", "index}"),
+                          ("split", "a", "-o", "d", "--template", "{index:}"),
+                          ("split", "a", "-o", "d", "--template", "{index:x}"),
+                          ("split", "a", "-o", "d", "--template", "{index:100}"),
+                          ("split", "a", "-o", "d", "--template", ""),
+                          ("-j", "x", "a"), ("-j", "2x", "a"), ("--pad-end", "1.2.3", "a"), ("-o", "", "a")):
             with self.subTest(arguments):
                 done = self.run_tool(*arguments, cwd=self.folder)
                 self.assertEqual((done.returncode, done.stdout), (2, ""), done.stderr)
@@ -601,6 +643,13 @@ class Usage(ToolTest):
         self.assertEqual(os.listdir(self.folder), [])
 
     def test_help_begins_with_examples(self):
+        # A build whose manual page cannot be written fails.
+        write_texts = pathlib.Path(TOOL[-1]).with_name("write_texts")
+        for arguments, status, message in (("/none",), 1, "cannot write /none/korvane-vad.1"), ((), 2, "usage: "):
+            done = subprocess.run([*TOOL[:-1], write_texts, *arguments], capture_output=True, text=True)
+            self.assertEqual((done.returncode, message in done.stderr), (status, True))
+        for short, long in (("-h", "--help"), ("-V", "--version")):
+            self.assertEqual(self.run_tool(short).stdout, self.run_tool(long).stdout)
         for command in ("", "detect", "frames", "clean", "split", "report", "selftest"):
             words = [command] if command else []
             done = self.run_tool(*words, "--help")

@@ -228,7 +228,9 @@ TEST(ResultWriter, LiveTextAndCsvAreTheWholeResult) {
             EXPECT_THROW(live_begin(format, header), std::invalid_argument);
             EXPECT_THROW(live_onset(format, header, {}), std::invalid_argument);
             EXPECT_THROW(live_end(format, header, kTotals, 0), std::invalid_argument);
+            EXPECT_THROW(live_segment(format, header, 0, {}), std::invalid_argument);
             EXPECT_THROW(frames_begin(format, header), std::invalid_argument);
+            EXPECT_THROW(frame_line(format, header, {}), std::invalid_argument);
         }
     }
 }

@@ -96,11 +96,20 @@ struct Output {
 
 Output& output_of(void* data) { return *static_cast<Output*>(data); }
 
+/** What a call gave, its error kept. */
+sf_count_t kept(Output& output, sf_count_t result) {
+    if (result < 0 && output.error == 0) {
+        output.error = errno;
+    }
+    return result;
+}
+
 sf_count_t write_output(const void* bytes, sf_count_t count, void* data) {
     Output& output = output_of(data);
-    if (output.error == 0 && !write_all(output.descriptor, {static_cast<const char*>(bytes),
-                                                            static_cast<std::size_t>(count)})) {
-        output.error = errno;
+    if (output.error == 0) {
+        const auto size = static_cast<std::size_t>(count);
+        kept(output,
+             write_all(output.descriptor, {static_cast<const char*>(bytes), size}) ? 0 : -1);
     }
     return output.error == 0 ? count : 0;
 }
@@ -109,14 +118,14 @@ SF_VIRTUAL_IO output_calls() {
     SF_VIRTUAL_IO calls{};
     calls.get_filelen = [](void* data) -> sf_count_t {
         struct stat status {};
-        fstat(output_of(data).descriptor, &status);
+        kept(output_of(data), fstat(output_of(data).descriptor, &status));
         return status.st_size;
     };
     calls.seek = [](sf_count_t offset, int whence, void* data) -> sf_count_t {
-        return lseek(output_of(data).descriptor, offset, whence);
+        return kept(output_of(data), lseek(output_of(data).descriptor, offset, whence));
     };
     calls.tell = [](void* data) -> sf_count_t {
-        return lseek(output_of(data).descriptor, 0, SEEK_CUR);
+        return kept(output_of(data), lseek(output_of(data).descriptor, 0, SEEK_CUR));
     };
     calls.read = [](void* bytes, sf_count_t count, void* data) -> sf_count_t {
         return read(output_of(data).descriptor, bytes, static_cast<std::size_t>(count));

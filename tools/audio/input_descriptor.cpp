@@ -107,6 +107,9 @@ void InputDescriptor::find_out_what_it_is() {
     set_live(!S_ISREG(status.st_mode));
     if (!live_) {
         start_ = lseek(descriptor_, 0, SEEK_CUR);
+        if (start_ < 0) {
+            throw Failure(name_, std::strerror(errno));
+        }
         size_ = status.st_size > start_ ? status.st_size - start_ : 0;
     }
 }
@@ -175,7 +178,7 @@ uint32_t InputDescriptor::peek_magic() const {
         pollfd sender{descriptor_, POLLIN | POLLRDHUP, 0};
         growing = poll(&sender, 1, -1) < 0 || (sender.revents & (POLLHUP | POLLRDHUP)) == 0;
         count = peek(descriptor_, magic, sizeof magic);
-        growing = growing && (count > 0 || (count < 0 && errno == EINTR));
+        growing = count < 0 ? errno == EINTR : growing && count > 0;
     }
     if (count != sizeof magic) {
         return 0;
@@ -185,25 +188,26 @@ uint32_t InputDescriptor::peek_magic() const {
 
 void InputDescriptor::spool() {
     const int file = nameless_file();
-    if (file < 0) {
-        throw Failure("temporary copy of the input", std::strerror(errno));
-    }
+    const auto need = [](bool done) {
+        if (!done) {
+            throw Failure("temporary copy of the input", std::strerror(errno));
+        }
+    };
+    need(file >= 0);
     try {
         std::vector<char> piece(kSpoolBytes);
         while (const std::size_t count = read(piece.data(), piece.size())) {
-            if (!write_all(file, {piece.data(), count})) {
-                throw Failure("temporary copy of the input", std::strerror(errno));
-            }
+            need(write_all(file, {piece.data(), count}));
         }
         check();
+        need(lseek(file, 0, SEEK_SET) == 0);
+        cut_off_ = interrupted();
+        set_live(false);
+        need(dup3(file, descriptor_, O_CLOEXEC) >= 0);
     } catch (...) {
         close(file);
         throw;
     }
-    lseek(file, 0, SEEK_SET);
-    cut_off_ = interrupted();
-    set_live(false);
-    dup3(file, descriptor_, O_CLOEXEC);
     close(file);
     find_out_what_it_is();
 }

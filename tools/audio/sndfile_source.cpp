@@ -85,8 +85,9 @@ void SndfileSource::open() {
     }
     file_.reset(by_name ? sf_open(info_.name.c_str(), SFM_READ, &format_)
                         : sf_open_fd(input_.get(), SFM_READ, &format_, SF_FALSE));
-    if (!file_) {
-        throw Failure(input_name(info_.name), sndfile_reason(sf_strerror(nullptr)));
+    // libsndfile makes do with what it has read of a header.
+    if (!file_ || sf_error(file_.get()) == SF_ERR_SYSTEM) {
+        throw Failure(input_name(info_.name), sndfile_reason(sf_strerror(file_.get())));
     }
 }
 

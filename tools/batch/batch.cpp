@@ -5,19 +5,19 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
-#include <iostream>
-#include <iterator>
 #include <map>
 #include <memory>
 #include <new>
 #include <optional>
+#include <sstream>
 
 #include "korvane_vad.h"
+#include "tools/audio/input_descriptor.h"
 #include "tools/batch/manifest.h"
 #include "tools/batch/worker.h"
 #include "tools/cli/name_template.h"
@@ -302,28 +302,22 @@ std::vector<std::string> recordings(const Options& options) {
     if (options.files_from.empty()) {
         return names;
     }
-    std::ifstream file;
-    const bool from_stdin = options.files_from == "-";
-    const std::string shown = from_stdin ? "standard input" : options.files_from;
-    if (!from_stdin) {
-        file.open(options.files_from, std::ios::binary);
-        if (!file) {
-            throw Failure(shown, std::strerror(errno));
-        }
+    InputDescriptor list(options.files_from);
+    std::string text;
+    char piece[65536];
+    while (const std::size_t count = list.read(piece, sizeof piece)) {
+        text.append(piece, count);
     }
-    std::istream& list = from_stdin ? std::cin : file;
-    const char separator = options.null_separated ? '\0' : '\n';
-    errno = 0;
-    for (std::string name; std::getline(list, name, separator);) {
-        if (name.find('\0') != std::string::npos) {
-            throw Failure(shown, "holds zero bytes; --null takes them as ends of names");
-        }
+    list.check();
+    if (!options.null_separated && text.find('\0') != std::string::npos) {
+        throw Failure(input_name(options.files_from),
+                      "holds zero bytes; --null takes them as ends of names");
+    }
+    std::istringstream lines(text);
+    for (std::string name; std::getline(lines, name, options.null_separated ? '\0' : '\n');) {
         if (!name.empty()) {
             names.push_back(name);
         }
-    }
-    if (list.bad() || errno != 0) {
-        throw Failure(shown, errno != 0 ? std::strerror(errno) : "cannot be read");
     }
     return names;
 }

@@ -108,13 +108,13 @@ std::string Manifest::read_all() const {
     for (;;) {
         const ssize_t count =
             pread(descriptor_, piece, sizeof piece, static_cast<off_t>(text.size()));
-        if (count < 0) {
+        if (count > 0) {
+            text.append(piece, static_cast<std::size_t>(count));
+        } else if (count == 0) {
+            return text;
+        } else if (errno != EINTR) {
             fail();
         }
-        if (count == 0) {
-            return text;
-        }
-        text.append(piece, static_cast<std::size_t>(count));
     }
 }
 

@@ -53,12 +53,7 @@ void remove_temporary_files_on_signals() {
     on_ending_signals(remove_and_die, static_cast<int>(SA_RESETHAND));
 }
 
-TemporaryFile::TemporaryFile(const std::string& path)
-    : path_(path), target_(path), owner_(getpid()) {
-    if (char* resolved = realpath(path.c_str(), nullptr)) {
-        target_ = resolved;
-        std::free(resolved);
-    }
+TemporaryFile::TemporaryFile(const std::string& path) : path_(path), owner_(getpid()) {
     const mode_t mask = umask(0);
     umask(mask);
     mode_t mode = 0666 & ~mask;
@@ -67,14 +62,20 @@ TemporaryFile::TemporaryFile(const std::string& path)
         if (!S_ISREG(status.st_mode)) {
             throw Failure(path_, "not a regular file");
         }
+        char* const resolved = realpath(path.c_str(), nullptr);
+        if (resolved == nullptr) {
+            fail();
+        }
+        target_ = resolved;
+        std::free(resolved);
         if (access(target_.c_str(), W_OK) != 0) {
             fail();
         }
         mode = status.st_mode & 07777;
-    } else if (errno == ELOOP) {
-        fail();
-    } else {
+    } else if (errno == ENOENT) {
         target_ = end_of_links(path);
+    } else {
+        fail();
     }
     create();
     if (fchmod(descriptor_, mode) != 0) {

@@ -17,7 +17,7 @@ struct AudioClip::File {
 
 namespace {
 
-// libsndfile's view of a file that is a vector.
+// libsndfile's view of a file that is a vector and only written.
 template <typename File>
 SF_VIRTUAL_IO memory_io() {
     SF_VIRTUAL_IO io{};
@@ -34,14 +34,6 @@ SF_VIRTUAL_IO memory_io() {
         const sf_count_t from = whence == SEEK_SET ? 0 : whence == SEEK_CUR ? here : size;
         file->position = static_cast<std::size_t>(std::clamp<sf_count_t>(from + offset, 0, size));
         return static_cast<sf_count_t>(file->position);
-    };
-    io.read = [](void* to, sf_count_t n, void* user) {
-        auto* file = static_cast<File*>(user);
-        const std::size_t count =
-            std::min(static_cast<std::size_t>(n), file->bytes.size() - file->position);
-        std::copy_n(file->bytes.data() + file->position, count, static_cast<uint8_t*>(to));
-        file->position += count;
-        return static_cast<sf_count_t>(count);
     };
     io.write = [](const void* from, sf_count_t n, void* user) {
         auto* file = static_cast<File*>(user);

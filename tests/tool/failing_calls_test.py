@@ -1,0 +1,131 @@
+"""korvane-vad where a system call fails, is interrupted or does half: the result is whole and right, or there
+is one message, nothing half-done under a result's name, and nothing left behind."""
+
+import hashlib
+import mmap
+import os
+import pathlib
+import shutil
+import struct
+import subprocess
+import unittest
+
+from tool_case import PROMPT, TOOL, ToolTest, read_wav, write_wav
+
+LIBRARY = os.environ["KORVANE_FAILING_CALLS"]
+MOST, NAME = 8000, 16  # as the library has them
+MANIFEST = "out/manifest"
+
+
+def digest(data):
+    return len(data), hashlib.sha256(data).hexdigest()
+
+
+class FailingCalls(ToolTest):
+    def setUp(self):
+        super().setUp()
+        os.chdir(self.folder)
+        for name in ("in", "out", "tmp"):
+            os.mkdir(name)
+        samples = list(read_wav(PROMPT)[2][:12000])
+        self.raw = read_wav(PROMPT)[2][:12000].tobytes()
+        write_wav("in/mono.wav", 8000, 1, samples)
+        # More than what the tool writes in one go.
+        write_wav("in/stereo.wav", 8000, 2, [x for x in samples * 6 for _ in range(2)])
+        pathlib.Path("in/planar").write_bytes(self.raw)
+        pathlib.Path("in/list").write_text("in/mono.wav\nin/stereo.wav\n")
+        subprocess.run(["sox", "in/mono.wav", "in/mono.flac"], check=True)
+        self.memory = os.memfd_create("calls")
+        os.ftruncate(self.memory, 8 + MOST * NAME)
+        self.calls = mmap.mmap(self.memory, 0)
+        self.addCleanup(os.close, self.memory)
+
+    def tree(self):
+        """Contents, permissions and links of the results."""
+        return {str(path): (digest(path.read_bytes()), path.stat().st_mode, path.is_symlink())
+                for path in pathlib.Path("out").rglob("*") if path.is_file() and str(path) != MANIFEST}
+
+    def prepare(self, words):
+        """What is there before each run: a link to something old, and a manifest whose last line is torn."""
+        shutil.rmtree("out")
+        os.mkdir("out")
+        if "out/link" in words:
+            pathlib.Path("out/old").write_text("kept")
+            os.chmod("out/old", 0o640)
+            os.symlink("old", "out/link")
+        if MANIFEST in words:
+            pathlib.Path(MANIFEST).write_text('{"korvane-vad manifest":1}\n{"fi')
+        return self.tree()
+
+    def run_with(self, number, words, stdin):
+        """Status, standard output and error, and the tree."""
+        self.calls[:8] = bytes(8)
+        done = subprocess.run(TOOL + words, input=stdin, capture_output=True, timeout=60,
+                              pass_fds=[self.memory], env={
+                                  **os.environ, "LD_PRELOAD": LIBRARY, "TMPDIR": self.path("tmp"),
+                                  "FAILING_CALLS": f"{self.memory} {number}"})
+        self.assertEqual(os.listdir("tmp"), [])
+        return done.returncode, digest(done.stdout), done.stderr.decode(), self.tree()
+
+    def places(self):
+        """Where in the order of the last run's calls each system call stands."""
+        places = {}
+        for i in range(struct.unpack("l", self.calls[:8])[0]):
+            name = self.calls[8 + NAME * i:][:NAME].split(b"\0")[0].decode()
+            places.setdefault(name, []).append(i + 1)
+        return places
+
+    def check(self, *words, stdin=b"", chosen=5):
+        """Of each system call the first, the last and some between fail, one in each run."""
+        words = list(words)
+        before = self.prepare(words)
+        right = self.run_with(0, words, stdin)
+        self.assertEqual((right[0], right[2]), (0, ""))
+        places = self.places()
+        self.prepare(words)
+        self.assertEqual(self.run_with(-1, words, stdin), right, words)
+        for name, numbers in places.items():
+            for number in {numbers[i * (len(numbers) - 1) // (chosen - 1)] for i in range(chosen)}:
+                with self.subTest(words=words, call=name, number=number):
+                    self.prepare(words)
+                    status, stdout, stderr, tree = self.run_with(number, words, stdin)
+                    if status == 0:
+                        self.assertEqual((stdout, stderr, tree), (right[1], "", right[3]))
+                        continue
+                    self.assertEqual(status, 2 if "--check" in words else 1)
+                    messages = 2 if "-j" in words else 1
+                    self.assertRegex(stderr, r"\A(korvane-vad: [^\n]+: [^\n]+\n){1,%d}\Z" % messages)
+                    for path, state in tree.items():
+                        self.assertIn(state, (before.get(path), right[3].get(path)), path)
+                    if MANIFEST in words:
+                        self.assertEqual(self.run_with(0, words, stdin), right)
+
+    def test_detect(self):
+        self.check("-f", "csv", "in/mono.wav", "-o", "out/link")
+        self.check("-f", "jsonl", "-", stdin=pathlib.Path("in/mono.wav").read_bytes())
+        self.check("-f", "json", "-", stdin=pathlib.Path("in/mono.flac").read_bytes())
+        self.check("in/mono.wav", "-o", "/dev/null")
+
+    def test_frames(self):
+        self.check("frames", "--raw", "s16le", "-r", "8000", "-", stdin=self.raw)
+        self.check("frames", "--raw", "s16be", "-r", "8000", "-c", "2", "--layout", "planar", "in/planar")
+
+    def test_clean(self):
+        self.check("clean", "in/stereo.wav", "out/link")
+        self.check("clean", "in/mono.flac", "out/new.flac")
+        self.check("clean", "--downmix", "in/stereo.wav", "-")
+        self.check("clean", "--raw", "s16le", "-r", "8000", "-", "-", stdin=self.raw)
+
+    def test_split(self):
+        self.check("split", "in/stereo.wav", "--max-speech", "5s", "-o", "out/parts/")
+
+    def test_report(self):
+        self.check("report", "in/mono.wav", "-o", "out/page.html")
+
+    def test_batch(self):
+        self.check("-f", "csv", "-j", "2", "--files-from", "in/list", "--resume", MANIFEST, "-o", "out/new/")
+        self.check("--check", "-j", "2", "in/mono.wav", "in/stereo.wav")
+
+
+if __name__ == "__main__":
+    unittest.main()
