@@ -210,9 +210,10 @@ TEST(LevelDecision, InitSetsEverythingAndSetFsTheCounts) {
 }
 
 TEST(LevelDecision, BeforeInitTheThresholdsAreFullScaleAndTheCountsZero) {
-    vor_state = {};
+    static const VorState fresh{};
+    vor_state = fresh;
     OLM_VOR_SetFs(16000);
-    EXPECT_TRUE(bytes_of(vor_state) == bytes_of(VorState{}));
+    EXPECT_TRUE(bytes_of(vor_state) == bytes_of(fresh));
     const int16_t less = 32767;
     const int16_t full = -32768;
     for (const auto& [x, speech] : {std::pair{&less, 0}, {&full, 1}, {&full, 1}, {&less, 0}}) {

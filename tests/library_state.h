@@ -45,7 +45,11 @@ struct LibraryState {
 };
 
 /** All static state as it is when the library is loaded. */
-inline void forget_everything() { LibraryState{}.restore(); }
+inline void forget_everything() {
+    // Static, so that what lies between its members is zero, too.
+    static const LibraryState fresh{};
+    fresh.restore();
+}
 
 template <class T>
 std::string bytes_of(const T& object) {
