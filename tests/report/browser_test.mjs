@@ -289,6 +289,7 @@ describe("playback", () => {
     assert.equal(await page.getByRole("button", { name: "Before", exact: true }).getAttribute("aria-pressed"), "true");
     await positionReaches(switched + 0.3);
     await page.getByRole("button", { name: "Pause", exact: true }).click();
+    await page.waitForTimeout(100); // what the player had under way comes to its end
     const paused = await position();
     await page.waitForTimeout(200);
     assert.equal(await position(), paused);
