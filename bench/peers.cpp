@@ -357,9 +357,16 @@ std::optional<std::string> argument(const Arguments& arguments, const char* name
 
 std::string processor_name() {
     std::ifstream info("/proc/cpuinfo");
-    for (std::string line; std::getline(info, line);) {
-        if (line.starts_with("model name")) {
-            return line.substr(line.find(':') + 2);
+    std::string family;
+    std::string model;
+    for (std::string line; std::getline(info, line);) {  // "cpu family", "model", "model name"
+        const std::string value = line.substr(std::min(line.find(':') + 2, line.size()));
+        if (line.starts_with("cpu family")) {
+            family = value;
+        } else if (line.starts_with("model\t")) {
+            model = value;
+        } else if (line.starts_with("model name")) {  // makers of virtual machines shorten it
+            return value + " (family " + family + ", model " + model + ")";
         }
     }
     return "unknown processor";
