@@ -8,16 +8,15 @@ namespace korvane::KORVANE_ISA {
 
 namespace {
 
-constinit Work<Wide> work[kComplexSize] = {};
-constinit Wide spectrum[kFrameSize] = {};
+constinit ComplexBatch<Wide> work[kComplexSize] = {};
+constinit ComplexBatch<Wide> spectrum[kComplexSize] = {};
 
-void forward() { forward_batch<8>(work, spectrum); }
+void forward() { forward_batch<8, Wide>(work, spectrum); }
 
-void inverse() { inverse_batch(spectrum, work); }
+void inverse() { inverse_batch<Wide>(spectrum, work); }
 
 void gain_engine(const int32_t* power) { run_gain_engine<Braid>(nrss_state, power, 0); }
 
-constinit BranchHistory history[2][2] = {};
 constinit Bands bands[2] = {};
 
 template <int kChannels>
@@ -25,8 +24,8 @@ void filter_bank(int16_t* const* x) {
     NrssState& s = nrss_state;
     int32_t* const split_state[2] = {s.split_state_ch0, s.split_state_ch1};
     int32_t* const merge_state[2] = {s.merge_state_ch0, s.merge_state_ch1};
-    split_bands<kChannels>(x, split_state, history, bands);
-    merge_bands<kChannels>(bands, merge_state, history, x);
+    split_bands<kChannels>(x, split_state, bands);
+    merge_bands<kChannels>(bands, merge_state, x);
 }
 
 }  // namespace

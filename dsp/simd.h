@@ -44,6 +44,11 @@ struct Quad {
     KORVANE_INLINE static Quad of(int32_t a, int32_t b, int32_t c, int32_t d) {
         return {_mm_setr_epi32(a, b, c, d)};
     }
+    /** a in the lanes of the lower half, b in those of the upper. */
+    KORVANE_INLINE static Quad broadcast_halves(int32_t a, int32_t b) {
+        const __m128i both = _mm_unpacklo_epi32(_mm_cvtsi32_si128(a), _mm_cvtsi32_si128(b));
+        return {_mm_shuffle_epi32(both, 0x50)};
+    }
     /** Consecutive samples, sign-extended. */
     KORVANE_INLINE static Quad extend(const int16_t* p) {
         const __m128i x = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(p));
@@ -164,6 +169,13 @@ KORVANE_INLINE Quad mul_half_negative(Quad a, Quad c) {
     const __m128i sum = _mm_add_epi32(_mm_madd_epi16(a.v, _mm_slli_epi32(c.v, 16)),
                                       _mm_mulhi_epu16(a.v, _mm_and_si128(c.v, low_mask)));
     return {_mm_sub_epi32(sum, _mm_and_si128(a.v, low_mask))};
+}
+/** sum + mul_half_negative(a, c), summed so that a is waited for as short as can be. */
+KORVANE_INLINE Quad add_half_negative(Quad sum, Quad a, Quad c) {
+    const __m128i low_mask = _mm_set1_epi32(0xFFFF);
+    const __m128i rest = _mm_sub_epi32(sum.v, _mm_and_si128(a.v, low_mask));
+    return {_mm_add_epi32(rest, _mm_add_epi32(_mm_madd_epi16(a.v, _mm_slli_epi32(c.v, 16)),
+                                              _mm_mulhi_epu16(a.v, _mm_and_si128(c.v, low_mask))))};
 }
 /** a * b, exact, with a in -32768..32767 and b in 0..32767. */
 KORVANE_INLINE Quad mul_samples(Quad a, Quad b) { return {_mm_madd_epi16(a.v, b.v)}; }
@@ -289,25 +301,57 @@ KORVANE_INLINE void transpose(Quad& a, Quad& b, Quad& c, Quad& d) {
     c.v = _mm_unpacklo_epi64(ab_high, cd_high);
     d.v = _mm_unpackhi_epi64(ab_high, cd_high);
 }
-/** Eight samples of each lane's signal, sign-extended: out[i] holds sample i of every lane. */
-KORVANE_INLINE void load_samples(const int16_t* const* lane, Quad* out) {
+/** Eight samples of each of four signals: out[i] holds sample 2i of each, then sample 2i + 1. */
+KORVANE_INLINE void transpose_samples(const int16_t* const* lane, __m128i* out) {
     __m128i x[4];
     for (int l = 0; l < 4; ++l) {
         x[l] = _mm_loadu_si128(reinterpret_cast<const __m128i*>(lane[l]));
     }
-    // 16-bit matrix of 4 signals by 8 samples, transposed in two rounds of interleaving.
+    // A matrix of 4 signals by 8 samples, transposed in two rounds of interleaving.
     const __m128i a = _mm_unpacklo_epi16(x[0], x[2]);
     const __m128i b = _mm_unpacklo_epi16(x[1], x[3]);
     const __m128i c = _mm_unpackhi_epi16(x[0], x[2]);
     const __m128i d = _mm_unpackhi_epi16(x[1], x[3]);
-    const __m128i quads[4] = {_mm_unpacklo_epi16(a, b), _mm_unpackhi_epi16(a, b),
-                              _mm_unpacklo_epi16(c, d), _mm_unpackhi_epi16(c, d)};
+    out[0] = _mm_unpacklo_epi16(a, b);
+    out[1] = _mm_unpackhi_epi16(a, b);
+    out[2] = _mm_unpacklo_epi16(c, d);
+    out[3] = _mm_unpackhi_epi16(c, d);
+}
+/** Eight samples of each lane's signal, sign-extended: out[i] holds sample i of every lane. */
+KORVANE_INLINE void load_samples(const int16_t* const* lane, Quad* out) {
+    __m128i pairs[4];
+    transpose_samples(lane, pairs);
     for (int i = 0; i < 4; ++i) {
-        out[2 * i].v = _mm_srai_epi32(_mm_unpacklo_epi16(quads[i], quads[i]), 16);
-        out[2 * i + 1].v = _mm_srai_epi32(_mm_unpackhi_epi16(quads[i], quads[i]), 16);
+        out[2 * i].v = _mm_srai_epi32(_mm_unpacklo_epi16(pairs[i], pairs[i]), 16);
+        out[2 * i + 1].v = _mm_srai_epi32(_mm_unpackhi_epi16(pairs[i], pairs[i]), 16);
     }
 }
-/** The reverse: saturates in[i] to 16 bits and stores eight samples of each lane's signal. */
+/** Eight samples of each of two signals, sign-extended: out[i] holds sample 2i of both signals in
+ * its lower half, sample 2i + 1 of both in the upper. */
+KORVANE_INLINE void load_sample_pairs(const int16_t* const* lane, Quad* out) {
+    const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(lane[0]));
+    const __m128i y = _mm_loadu_si128(reinterpret_cast<const __m128i*>(lane[1]));
+    const __m128i early = _mm_unpacklo_epi16(x, y);
+    const __m128i late = _mm_unpackhi_epi16(x, y);
+    out[0].v = _mm_srai_epi32(_mm_unpacklo_epi16(early, early), 16);
+    out[1].v = _mm_srai_epi32(_mm_unpackhi_epi16(early, early), 16);
+    out[2].v = _mm_srai_epi32(_mm_unpacklo_epi16(late, late), 16);
+    out[3].v = _mm_srai_epi32(_mm_unpackhi_epi16(late, late), 16);
+}
+/** The reverse, saturated to 16 bits. */
+KORVANE_INLINE void store_sample_pairs(const Quad* in, int16_t* const* lane) {
+    // The signals are told apart in three rounds: samples that are 4, 2, then 1 apart come together.
+    const __m128i early = _mm_packs_epi32(in[0].v, in[1].v);
+    const __m128i late = _mm_packs_epi32(in[2].v, in[3].v);
+    const __m128i a = _mm_unpacklo_epi16(early, late);
+    const __m128i b = _mm_unpackhi_epi16(early, late);
+    const __m128i even = _mm_unpacklo_epi16(a, b);
+    const __m128i odd = _mm_unpackhi_epi16(a, b);
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(lane[0]), _mm_unpacklo_epi16(even, odd));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(lane[1]), _mm_unpackhi_epi16(even, odd));
+}
+/** The reverse of load_samples: saturates in[i] to 16 bits and stores eight samples of each lane's
+ * signal. */
 KORVANE_INLINE void store_samples(const Quad* in, int16_t* const* lane) {
     const __m128i a = _mm_packs_epi32(in[0].v, in[1].v);
     const __m128i b = _mm_packs_epi32(in[2].v, in[3].v);
@@ -356,8 +400,10 @@ KORVANE_INLINE Quad blend_halves(Quad a, Quad b) {
     return {_mm_castpd_si128(_mm_move_sd(_mm_castsi128_pd(b.v), _mm_castsi128_pd(a.v)))};
 #endif
 }
-/** a[0], a[1], b[0], b[1]. */
+/** The lower half of a, then that of b. */
 KORVANE_INLINE Quad lower_halves(Quad a, Quad b) { return {_mm_unpacklo_epi64(a.v, b.v)}; }
+/** The upper half of a, then that of b. */
+KORVANE_INLINE Quad upper_halves(Quad a, Quad b) { return {_mm_unpackhi_epi64(a.v, b.v)}; }
 /** a[0], a[2], b[0], b[2]. */
 KORVANE_INLINE Quad even_lanes(Quad a, Quad b) {
     return {_mm_castps_si128(_mm_shuffle_ps(_mm_castsi128_ps(a.v), _mm_castsi128_ps(b.v), 0x88))};
@@ -393,6 +439,9 @@ struct Quad {
     KORVANE_INLINE static Quad of(int32_t a, int32_t b, int32_t c, int32_t d) {
         const int32_t lanes[4] = {a, b, c, d};
         return load(lanes);
+    }
+    KORVANE_INLINE static Quad broadcast_halves(int32_t a, int32_t b) {
+        return {vcombine_s32(vdup_n_s32(a), vdup_n_s32(b))};
     }
     KORVANE_INLINE static Quad extend(const int16_t* p) { return {vmovl_s16(vld1_s16(p))}; }
 };
@@ -438,6 +487,9 @@ KORVANE_INLINE OppositeSums<Quad> add_half_both(Quad a, Quad b) {
 }
 KORVANE_INLINE Quad mul_half_positive(Quad a, Quad c) { return mul_half_q15(a, c); }
 KORVANE_INLINE Quad mul_half_negative(Quad a, Quad c) { return mul_half_q15(a, c); }
+KORVANE_INLINE Quad add_half_negative(Quad sum, Quad a, Quad c) {
+    return add_wrap(sum, mul_half_q15(a, c));
+}
 KORVANE_INLINE Quad mul_half_upper(Quad a, Quad b) { return mul_half_q15(a, asr<16>(b)); }
 KORVANE_INLINE Quad mul_half_upper_positive(Quad a, Quad b) { return mul_half_upper(a, b); }
 KORVANE_INLINE Quad mul_samples(Quad a, Quad b) { return mul_low(a, b); }
@@ -519,6 +571,22 @@ KORVANE_INLINE void store_samples(const Quad* in, int16_t* const* lane) {
     vst1q_s16(lane[2], vcombine_s16(vget_low_s16(early23), vget_low_s16(late23)));
     vst1q_s16(lane[3], vcombine_s16(vget_high_s16(early23), vget_high_s16(late23)));
 }
+KORVANE_INLINE void load_sample_pairs(const int16_t* const* lane, Quad* out) {
+    const int16x8_t x = vld1q_s16(lane[0]);
+    const int16x8_t y = vld1q_s16(lane[1]);
+    const int16x8_t early = vzip1q_s16(x, y);
+    const int16x8_t late = vzip2q_s16(x, y);
+    out[0].v = vmovl_s16(vget_low_s16(early));
+    out[1].v = vmovl_high_s16(early);
+    out[2].v = vmovl_s16(vget_low_s16(late));
+    out[3].v = vmovl_high_s16(late);
+}
+KORVANE_INLINE void store_sample_pairs(const Quad* in, int16_t* const* lane) {
+    const int16x8_t early = vqmovn_high_s32(vqmovn_s32(in[0].v), in[1].v);
+    const int16x8_t late = vqmovn_high_s32(vqmovn_s32(in[2].v), in[3].v);
+    vst1q_s16(lane[0], vuzp1q_s16(early, late));
+    vst1q_s16(lane[1], vuzp2q_s16(early, late));
+}
 KORVANE_INLINE void store_saturated(int16_t* p, Quad a) { vst1_s16(p, vqmovn_s32(a.v)); }
 KORVANE_INLINE void store_interleaved(int16_t* p, Quad even, Quad odd) {
     const int16x4x2_t pairs = {{vqmovn_s32(even.v), vqmovn_s32(odd.v)}};
@@ -531,6 +599,9 @@ KORVANE_INLINE Quad reverse(Quad a) {
 KORVANE_INLINE Quad swap_halves(Quad a) { return {vextq_s32(a.v, a.v, 2)}; }
 KORVANE_INLINE Quad lower_halves(Quad a, Quad b) {
     return {vcombine_s32(vget_low_s32(a.v), vget_low_s32(b.v))};
+}
+KORVANE_INLINE Quad upper_halves(Quad a, Quad b) {
+    return {vcombine_s32(vget_high_s32(a.v), vget_high_s32(b.v))};
 }
 KORVANE_INLINE Quad negate_where(Quad mask, Quad a) {
     return {vsubq_s32(veorq_s32(a.v, mask.v), mask.v)};
@@ -569,24 +640,6 @@ struct Duo : Quad {
     KORVANE_INLINE Duo(Quad q) : Quad(q) {}
 };
 
-KORVANE_INLINE void load_samples(const int16_t* const* lane, Duo* out) {
-    const int16_t* const lanes[4] = {lane[0], lane[1], lane[0], lane[1]};
-    Quad x[8];
-    load_samples(lanes, x);
-    for (int i = 0; i < 8; ++i) {
-        out[i] = x[i];
-    }
-}
-KORVANE_INLINE void store_samples(const Duo* in, int16_t* const* lane) {
-    int16_t nowhere[2][8];
-    int16_t* const lanes[4] = {lane[0], lane[1], nowhere[0], nowhere[1]};
-    Quad x[8];
-    for (int i = 0; i < 8; ++i) {
-        x[i] = in[i];
-    }
-    store_samples(x, lanes);
-}
-
 #if defined(__AVX2__)
 
 struct Wide {
@@ -602,6 +655,9 @@ struct Wide {
         return {_mm256_cvtepi16_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p)))};
     }
     KORVANE_INLINE static Wide join(Quad a, Quad b) { return {_mm256_set_m128i(b.v, a.v)}; }
+    KORVANE_INLINE static Wide broadcast_halves(int32_t a, int32_t b) {
+        return {_mm256_blend_epi32(_mm256_set1_epi32(a), _mm256_set1_epi32(b), 0xF0)};
+    }
 };
 
 KORVANE_INLINE void store(int32_t* p, Wide a) {
@@ -727,13 +783,12 @@ KORVANE_INLINE bool any_negative(Wide a) {
 KORVANE_INLINE int32_t sum_lanes(Wide a) { return sum_lanes(add_wrap(group0(a), group1(a))); }
 template <int kCycle>
 KORVANE_INLINE Wide cycle(Wide a) {
-    static_assert(kCycle == 4);
-    return {_mm256_shuffle_epi32(a.v, 0x93)};
+    static_assert(kCycle == 4 || kCycle == 2);
+    return {_mm256_shuffle_epi32(a.v, kCycle == 4 ? 0x93 : 0xB1)};
 }
 template <int kCycle>
 KORVANE_INLINE Wide first_of_cycle(Wide a, Wide b) {
-    static_assert(kCycle == 4);
-    return {_mm256_blend_epi32(b.v, a.v, 0x11)};
+    return {_mm256_blend_epi32(b.v, a.v, kCycle == 4 ? 0x11 : 0x55)};
 }
 KORVANE_INLINE void load_samples(const int16_t* const* lane, Wide* out) {
     Quad a[8];
@@ -754,10 +809,30 @@ KORVANE_INLINE void store_samples(const Wide* in, int16_t* const* lane) {
     store_samples(a, lane);
     store_samples(b, lane + 4);
 }
+/** As with two signals and a Quad: here four signals. */
+KORVANE_INLINE void load_sample_pairs(const int16_t* const* lane, Wide* out) {
+    __m128i pairs[4];
+    transpose_samples(lane, pairs);
+    for (int i = 0; i < 4; ++i) {
+        out[i].v = _mm256_cvtepi16_epi32(pairs[i]);
+    }
+}
+KORVANE_INLINE void store_sample_pairs(const Wide* in, int16_t* const* lane) {
+    Quad x[8];
+    for (int i = 0; i < 4; ++i) {
+        x[2 * i] = group0(in[i]);
+        x[2 * i + 1] = group1(in[i]);
+    }
+    store_samples(x, lane);
+}
 KORVANE_INLINE void store_saturated(int16_t* p, Wide a) {
     _mm_storeu_si128(reinterpret_cast<__m128i*>(p), _mm_packs_epi32(group0(a).v, group1(a).v));
 }
 KORVANE_INLINE Wide swap_halves(Wide a) { return {_mm256_permute4x64_epi64(a.v, 0x4E)}; }
+KORVANE_INLINE Wide lower_halves(Wide a, Wide b) { return Wide::join(group0(a), group0(b)); }
+KORVANE_INLINE Wide upper_halves(Wide a, Wide b) {
+    return {_mm256_blend_epi32(_mm256_castsi128_si256(group1(a).v), b.v, 0xF0)};
+}
 KORVANE_INLINE Wide negate_lower(Wide a) {
     return {_mm256_sign_epi32(a.v, _mm256_setr_epi32(-1, -1, -1, -1, 1, 1, 1, 1))};
 }

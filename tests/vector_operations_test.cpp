@@ -110,6 +110,12 @@ void check_operations() {
         "a sum with the opposite product", a, b,
         [](V x, V y) { return V(add_half_both<28378>(x, y).negative); },
         [](int32_t x, int32_t y) { return add_wrap(x, mul_half_q15<-28378>(y)); });
+    if constexpr (V::kLanes == Quad::kLanes) {
+        expect_same<V>(
+            "a sum with a product with a negative factor", a, negative16,
+            [](V x, V y) { return add_half_negative(x, x, y); },
+            [](int32_t x, int32_t y) { return add_wrap(x, mul_half_negative(x, y)); });
+    }
     expect_same<V>(
         "mul_low", a, b, [](V x, V y) { return mul_low(x, y); },
         [](int32_t x, int32_t y) {
@@ -154,22 +160,39 @@ void check_gain_arithmetic() {
     }
 }
 
+/** Eight samples of several signals, no two alike, and room for what comes back. */
+template <int kSignals>
+struct Signals {
+    int16_t samples[size_t{kSignals}][8];
+    int16_t back[size_t{kSignals}][8] = {};
+    const int16_t* in[size_t{kSignals}];
+    int16_t* out[size_t{kSignals}];
+
+    Signals() {
+        for (int l = 0; l < kSignals; ++l) {
+            for (int i = 0; i < 8; ++i) {
+                samples[l][i] = static_cast<int16_t>(l * 4099 - i * 8191);
+            }
+            in[l] = samples[l];
+            out[l] = back[l];
+        }
+    }
+    void expect_back_doubled() const {
+        for (int l = 0; l < kSignals; ++l) {
+            for (int i = 0; i < 8; ++i) {
+                EXPECT_EQ(back[l][i], saturate16(2 * samples[l][i])) << l << ", " << i;
+            }
+        }
+    }
+};
+
 /** Samples go into lanes and come back saturated, and the hop before stands one lane on. */
 template <class V, int kCycle>
 void check_lanes() {
-    int16_t samples[V::kLanes][8];
-    int16_t back[V::kLanes][8] = {};
-    const int16_t* in[V::kLanes];
-    int16_t* out[V::kLanes];
-    for (int l = 0; l < V::kLanes; ++l) {
-        for (int i = 0; i < 8; ++i) {
-            samples[l][i] = static_cast<int16_t>(l * 4099 - i * 8191);
-        }
-        in[l] = samples[l];
-        out[l] = back[l];
-    }
+    Signals<V::kLanes> signals;
+    const auto& samples = signals.samples;
     V x[8];
-    load_samples(in, x);
+    load_samples(signals.in, x);
     for (int i = 0; i < 8; ++i) {
         int32_t lanes[V::kLanes];
         store(lanes, x[i]);
@@ -182,12 +205,44 @@ void check_lanes() {
         }
         x[i] = add_wrap(x[i], x[i]);
     }
-    store_samples(x, out);
-    for (int l = 0; l < V::kLanes; ++l) {
-        for (int i = 0; i < 8; ++i) {
-            EXPECT_EQ(back[l][i], saturate16(2 * samples[l][i]));
+    store_samples(x, signals.out);
+    signals.expect_back_doubled();
+}
+
+/** The same of samples that go in pairs, the second of each into the upper half, and what else is
+ * done with halves. */
+template <class V>
+void check_halves() {
+    constexpr int kHalf = V::kLanes / 2;
+    Signals<kHalf> signals;
+    V x[4];
+    load_sample_pairs(signals.in, x);
+    const auto expect_halves = [](V v, const auto& lower, const auto& upper) {
+        int32_t lanes[V::kLanes];
+        store(lanes, v);
+        for (int l = 0; l < kHalf; ++l) {
+            EXPECT_EQ(lanes[l], lower(l)) << l;
+            EXPECT_EQ(lanes[kHalf + l], upper(l)) << l;
         }
+    };
+    for (int i = 0; i < 4; ++i) {
+        const auto even = [&](int l) { return signals.samples[l][2 * i]; };
+        const auto odd = [&](int l) { return signals.samples[l][2 * i + 1]; };
+        const auto first = [](int) { return 7; };
+        const auto second = [](int) { return -9; };
+        const V both = V::broadcast_halves(7, -9);
+        expect_halves(both, first, second);
+        expect_halves(x[i], even, odd);
+        expect_halves(swap_halves(x[i]), odd, even);
+        expect_halves(lower_halves(x[i], both), even, first);
+        expect_halves(upper_halves(x[i], both), odd, second);
+        expect_halves(blend_halves(x[i], both), even, second);
     }
+    for (V& v : x) {
+        v = add_wrap(v, v);
+    }
+    store_sample_pairs(x, signals.out);
+    signals.expect_back_doubled();
 }
 
 #define KORVANE_TEST(isa) KORVANE_TEST_OF(isa)
@@ -204,6 +259,9 @@ KORVANE_TEST(KORVANE_ISA) {
     check_lanes<Quad, 4>();
     check_lanes<Quad, 2>();
     check_lanes<Wide, 4>();
+    check_lanes<Wide, 2>();
+    check_halves<Quad>();
+    check_halves<Wide>();
 }
 
 }  // namespace

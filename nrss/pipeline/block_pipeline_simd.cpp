@@ -37,8 +37,8 @@ struct Signal {
 /** The work area of a batch; carries nothing from one batch to the next. */
 template <class V>
 struct BatchArea {
-    Work<V> work[kComplexSize];
-    V spectrum[kFrameSize];
+    ComplexBatch<V> work[kComplexSize];
+    ComplexBatch<V> spectrum[kComplexSize];
 };
 
 /** One place for the areas of all vector types, the widest of which it holds. */
@@ -94,23 +94,39 @@ KORVANE_INLINE void scatter_kept(V v, int32_t* const* kept, int k) {
 }
 
 /**
- * Exchanges a value with the hop before: returns for each lane the v of the lane before it, and for
- * the first hop what was kept; keeps the v of the last hop.
+ * Exchanges samples 2m and 2m + 1 of a half frame with the hop before: returns for each lane the z
+ * of the lane before it, and for the first hop what was kept; keeps the z of the last hop.
  */
 template <class V, int kHops>
-KORVANE_INLINE V from_hop_before(V v, int32_t* const* kept, int k) {
-    const V moved = cycle<kHops>(v);
-    const V before = first_of_cycle<kHops>(gather_kept<V, kHops>(kept, k), moved);
-    scatter_kept<V, kHops>(moved, kept, k);
-    return before;
+KORVANE_INLINE ComplexBatch<V> from_hop_before(const ComplexBatch<V>& z, int32_t* const* kept,
+                                               int m) {
+    const auto moved = on_parts([](auto x) { return cycle<kHops>(x); }, z);
+    const auto last_batch =
+        from_parts<V>(gather_kept<V, kHops>(kept, 2 * m), gather_kept<V, kHops>(kept, 2 * m + 1));
+    const auto last_hop = parts(moved);
+    scatter_kept<V, kHops>(last_hop.re, kept, 2 * m);
+    scatter_kept<V, kHops>(last_hop.im, kept, 2 * m + 1);
+    return on_parts([](auto first, auto rest) { return first_of_cycle<kHops>(first, rest); },
+                    last_batch, moved);
 }
+
+/** The rising window at samples 2m and 2m + 1 of a half frame; the falling one. */
+template <class V>
+KORVANE_INLINE ComplexBatch<V> rising_window(int m) {
+    return broadcast_parts<V>(wide_window[2 * m], wide_window[2 * m + 1]);
+}
+template <class V>
+KORVANE_INLINE ComplexBatch<V> falling_window(int m) {
+    return broadcast_parts<V>(wide_window[kHopSize - 1 - 2 * m], wide_window[kHopSize - 2 - 2 * m]);
+}
+
+constexpr int kHalfFrame = kHopSize / 2;  // in complex values
 
 /** Windows the hops of a batch into frames, as NRSS_WindowFrame does, where the transform wants
  * them. */
 template <class V, int kHops>
-void window_frames(const Signal* signals, Work<V>* work) {
+void window_frames(const Signal* signals, ComplexBatch<V>* work) {
     constexpr int kChannels = kChannelsOf<V, kHops>;
-    const int32_t* const w = wide_window;
     const int16_t* lane[V::kLanes];
     int32_t* rising[size_t{kChannels}];
     for (int l = 0; l < V::kLanes; ++l) {
@@ -119,20 +135,14 @@ void window_frames(const Signal* signals, Work<V>* work) {
     for (int c = 0; c < kChannels; ++c) {
         rising[c] = signals[c].rising;
     }
-    for (int k = 0; k < kHopSize; k += 8) {
-        V x[8];
-        load_samples(lane, x);
-        for (int i = 0; i < 8; i += 2) {
-            const auto rising_part = [&](int n) {
-                const V up = asr<15>(mul_samples(x[n - k], V::broadcast(w[n])));
-                return from_hop_before<V, kHops>(up, rising, n);
-            };
-            const auto falling_part = [&](int n) {
-                return asr<15>(mul_samples(x[n - k], V::broadcast(w[kHopSize - 1 - n])));
-            };
-            const int n = k + i;
-            store_parts(entry(work, n / 2), rising_part(n), rising_part(n + 1));
-            store_parts(entry(work, (kHopSize + n) / 2), falling_part(n), falling_part(n + 1));
+    const auto windowed = [](auto x, auto w) { return asr<15>(mul_samples(x, w)); };
+    for (int m = 0; m < kHalfFrame; m += 4) {
+        ComplexBatch<V> x[4];
+        load_complex_samples(lane, x);
+        for (int i = 0; i < 4; ++i) {
+            entry(work, m + i) = from_hop_before<V, kHops>(
+                on_parts(windowed, x[i], rising_window<V>(m + i)), rising, m + i);
+            entry(work, kHalfFrame + m + i) = on_parts(windowed, x[i], falling_window<V>(m + i));
         }
         for (int l = 0; l < V::kLanes; ++l) {
             lane[l] += 8;
@@ -140,15 +150,26 @@ void window_frames(const Signal* signals, Work<V>* work) {
     }
 }
 
+/** The power of a bin of channel 0, hop by hop. */
+template <class V>
+KORVANE_INLINE Quad channel0_power(const Complex<V>& bin) {
+    const Quad re = group0(bin.re);
+    const Quad im = group0(bin.im);
+    return add_wrap(add_wrap(mul_low(re, re), mul_low(im, im)), Quad::broadcast(2));
+}
+template <class P>
+KORVANE_INLINE Quad channel0_power(Packed<P> bin) {
+    const auto squares = parts(Packed<P>{mul_low(bin.v, bin.v)});
+    return add_wrap(add_wrap(squares.re, squares.im), Quad::broadcast(2));
+}
+
 /** The powers of channel 0's bins, hop by hop, as the gain engine takes them. */
 template <class V, int kHops>
-void channel0_powers(const V* spectrum) {
+void channel0_powers(const ComplexBatch<V>* spectrum) {
     for (int k = 0; k < kBins; k += 4) {
         Quad p[4];
         for (int i = 0; i < 4; ++i) {
-            const Quad re = group0(spectrum[2 * (k + i)]);
-            const Quad im = group0(spectrum[2 * (k + i) + 1]);
-            p[i] = add_wrap(add_wrap(mul_low(re, re), mul_low(im, im)), Quad::broadcast(2));
+            p[i] = channel0_power(spectrum[k + i]);
         }
         transpose(p[0], p[1], p[2], p[3]);
         for (int h = 0; h < kHops; ++h) {
@@ -167,32 +188,34 @@ void compute_gains_of_hops(int hops, int32_t extra_bins) {
 
 /** Weights every bin with the gain of its hop, as NRSS_GainMul does, and clears DC and Nyquist. */
 template <class V, int kHops>
-void weight_bins(V* spectrum) {
+void weight_bins(ComplexBatch<V>* spectrum) {
     const int16_t* lane[V::kLanes];
     for (int l = 0; l < V::kLanes; ++l) {
         lane[l] = hop_gain[l % kHops];
     }
+    const auto weighted = [](auto x, auto gain) {
+        const auto product = mul_q15(x, gain);
+        return add_wrap(product, lsr<31>(product));
+    };
     for (int k = 0; k < kBins; k += 8) {
-        V gain[8];
-        load_samples(lane, gain);
-        for (int i = 0; i < 16; ++i) {
-            V& value = spectrum[2 * k + i];
-            const V product = mul_q15(value, gain[i / 2]);
-            value = add_wrap(product, lsr<31>(product));
+        ComplexBatch<V> gains[4];  // of two bins each
+        load_complex_samples(lane, gains);
+        for (int i = 0; i < 4; ++i) {
+            ComplexBatch<V>* const bins = spectrum + k + 2 * i;
+            bins[0] = on_parts(weighted, bins[0], real_twice(gains[i]));
+            bins[1] = on_parts(weighted, bins[1], imaginary_twice(gains[i]));
         }
         for (int l = 0; l < V::kLanes; ++l) {
             lane[l] += 8;
         }
     }
-    spectrum[0] = V::broadcast(0);
-    spectrum[1] = V::broadcast(0);
+    spectrum[0] = broadcast_parts<V>(0, 0);
 }
 
 /** Turns processed frames into samples, as NRSS_OverlapAdd does. */
 template <class V, int kHops>
-void overlap_add(const Work<V>* work, const Signal* signals) {
+void overlap_add(const ComplexBatch<V>* work, const Signal* signals) {
     constexpr int kChannels = kChannelsOf<V, kHops>;
-    const int32_t* const w = wide_window;
     int16_t* lane[V::kLanes];
     int32_t* tail[size_t{kChannels}];
     for (int l = 0; l < V::kLanes; ++l) {
@@ -201,22 +224,19 @@ void overlap_add(const Work<V>* work, const Signal* signals) {
     for (int c = 0; c < kChannels; ++c) {
         tail[c] = signals[c].tail;
     }
-    for (int k = 0; k < kHopSize; k += 8) {
-        V x[8];
-        for (int i = 0; i < 8; i += 2) {
-            const auto sample = [&](int n, V head, V end) {
-                const V before = from_hop_before<V, kHops>(end, tail, n);
-                return add_wrap(
-                    mul_half_positive(add_wrap(head, head), V::broadcast(w[n])),
-                    mul_half_positive(add_wrap(before, before), V::broadcast(w[kHopSize - 1 - n])));
-            };
-            const int n = k + i;
-            const Complex<V> head = load_parts(result(work, n / 2));
-            const Complex<V> end = load_parts(result(work, (kHopSize + n) / 2));
-            x[i] = sample(n, head.re, end.re);
-            x[i + 1] = sample(n + 1, head.im, end.im);
+    const auto overlapped = [](auto head, auto rising, auto before, auto falling) {
+        return add_wrap(mul_half_positive(add_wrap(head, head), rising),
+                        mul_half_positive(add_wrap(before, before), falling));
+    };
+    for (int m = 0; m < kHalfFrame; m += 4) {
+        ComplexBatch<V> x[4];
+        for (int i = 0; i < 4; ++i) {
+            const auto before =
+                from_hop_before<V, kHops>(result(work, kHalfFrame + m + i), tail, m + i);
+            x[i] = on_parts(overlapped, result(work, m + i), rising_window<V>(m + i), before,
+                            falling_window<V>(m + i));
         }
-        store_samples(x, lane);
+        store_complex_samples(x, lane);
         for (int l = 0; l < V::kLanes; ++l) {
             lane[l] += 8;
         }
@@ -228,13 +248,13 @@ template <class V, int kHops>
 void full_band_batch(const Signal* signals, bool computes_gains) {
     BatchArea<V>& area = batch_area<V>();
     window_frames<V, kHops>(signals, area.work);
-    forward_batch<8>(area.work, area.spectrum);
+    forward_batch<8, V>(area.work, area.spectrum);
     if (computes_gains) {
         channel0_powers<V, kHops>(area.spectrum);
         compute_gains_of_hops(kHops, 0);
     }
     weight_bins<V, kHops>(area.spectrum);
-    inverse_batch(area.spectrum, area.work);
+    inverse_batch<V>(area.spectrum, area.work);
     overlap_add<V, kHops>(area.work, signals);
 }
 
@@ -243,13 +263,13 @@ template <class V>
 void low_band_batch(const Signal* signals, const int32_t* extra) {
     BatchArea<V>& area = batch_area<V>();
     window_frames<V, 2>(signals, area.work);
-    forward_batch<7>(area.work, area.spectrum);
+    forward_batch<7, V>(area.work, area.spectrum);
     channel0_powers<V, 2>(area.spectrum);
     hop_power[0][kBins] = extra[0];
     hop_power[1][kBins] = extra[1];
     compute_gains_of_hops(2, 1);
     weight_bins<V, 2>(area.spectrum);
-    inverse_batch(area.spectrum, area.work);
+    inverse_batch<V>(area.spectrum, area.work);
     overlap_add<V, 2>(area.work, signals);
 }
 
@@ -346,7 +366,6 @@ void full_band(int16_t* ch0, int16_t* ch1, int32_t n) {
 }
 
 // Scratch of the two-band path.
-constinit BranchHistory branch_history[2][2] = {};
 constinit Bands channel_bands[2] = {};
 
 /** One block of 576 samples a channel, that is two hops of each band. */
@@ -356,7 +375,7 @@ void two_band_block(int16_t* ch0, int16_t* ch1) {
     int16_t* const x[2] = {ch0, ch1};
     int32_t* const split_state[2] = {s.split_state_ch0, s.split_state_ch1};
     int32_t* const merge_state[2] = {s.merge_state_ch0, s.merge_state_ch1};
-    split_bands<kChannels>(x, split_state, branch_history, channel_bands);
+    split_bands<kChannels>(x, split_state, channel_bands);
 
     const Signal low[2] = {channel0_frames(channel_bands[0].low),
                            channel1_frames(channel_bands[1].low)};
@@ -370,7 +389,7 @@ void two_band_block(int16_t* ch0, int16_t* ch1) {
         high[c].process();
     }
 
-    merge_bands<kChannels>(channel_bands, merge_state, branch_history, x);
+    merge_bands<kChannels>(channel_bands, merge_state, x);
 }
 
 void two_band(int16_t* ch0, int16_t* ch1, int32_t n) {
