@@ -9,6 +9,7 @@
 #ifndef KORVANE_DSP_FFT288_BATCH_H
 #define KORVANE_DSP_FFT288_BATCH_H
 
+#include <algorithm>
 #include <array>
 #include <cstring>
 
@@ -307,8 +308,8 @@ void forward_batch(ComplexBatch<V>* work, ComplexBatch<V>* spectrum) {
     constexpr int kStep = kBinsPerSplit<ComplexBatch<V>>;
     constexpr int kMiddle = kComplexSize / 2;
     transform144<Direction::kForward>(work);
-    // Where bins go by twos the last pair takes the middle one with it, which is not split.
-    for (int k = 1; k < kMiddle; k += kStep) {
+    for (int next = 1; next < kMiddle; next += kStep) {
+        const int k = std::min(next, kMiddle - kStep);  // of 71, the last pair repeats a bin
         const int mirrored = kComplexSize - k;
         auto a = load_bins(result(work, k), result(work, k + kStep - 1));
         auto b = load_bins(result(work, mirrored), result(work, mirrored - kStep + 1));
@@ -335,7 +336,8 @@ template <class V>
 void inverse_batch(const ComplexBatch<V>* spectrum, ComplexBatch<V>* work) {
     constexpr int kStep = kBinsPerSplit<ComplexBatch<V>>;
     constexpr int kMiddle = kComplexSize / 2;
-    for (int k = 1; k < kMiddle; k += kStep) {
+    for (int next = 1; next < kMiddle; next += kStep) {
+        const int k = std::min(next, kMiddle - kStep);
         const int mirrored = kComplexSize - k;
         auto a = load_bins(spectrum[k], spectrum[k + kStep - 1]);
         auto b = load_bins(spectrum[mirrored], spectrum[mirrored - kStep + 1]);
