@@ -376,6 +376,10 @@ TEST_F(AudioSourceTest, RefusesRatesThatTheDetectorDoesNotTake) {
                 HasSubstr("1 Hz or more"));
     EXPECT_THAT(failure_of([&] { open_source(folder_.path("x.raw"), raw_options(8000, 0)); }),
                 HasSubstr("0 channels"));
+    std::string rateless = folder_.read("49999.wav");
+    rateless.replace(24, 4, 4, '\0');
+    EXPECT_THAT(failure_of([&] { open_source(folder_.write("rateless.wav", rateless), {}); }),
+                HasSubstr("no sampling rate"));
     // Resampled, ten samples at such a rate would take a gigabyte.
     SourceOptions options;
     options.resample = true;

@@ -51,6 +51,9 @@ std::string loss_in_log(const std::string& log, int format) {
 }  // namespace
 
 std::string sndfile_reason(const std::string& message) {
+    if (message.find("SF_INFO struct incomplete") != std::string::npos) {
+        return "its header gives no sampling rate or no channels";
+    }
     std::string line = message.substr(message.starts_with("Error : ") ? 8 : 0);
     line.resize(std::min(line.find('\n'), line.size()));
     while (!line.empty() && (line.back() == '.' || line.back() == ' ')) {
