@@ -226,7 +226,7 @@ template <class P>
 inline constexpr int kBinsPerSplit<Packed<P>> = 2;
 
 template <class V>
-KORVANE_INLINE Complex<V> load_bins(const Complex<V>& bin, const Complex<V>&) {
+KORVANE_INLINE Complex<V> load_bins(const Complex<V>& bin, const Complex<V>& /*second*/) {
     return {bin.re, bin.im};
 }
 template <class P>
@@ -234,7 +234,7 @@ KORVANE_INLINE Complex<P> load_bins(const Packed<P>& first, const Packed<P>& sec
     return {lower_halves(first.v, second.v), upper_halves(first.v, second.v)};
 }
 template <class V>
-KORVANE_INLINE void store_bins(Complex<V>& bin, Complex<V>&, const Complex<V>& z) {
+KORVANE_INLINE void store_bins(Complex<V>& bin, Complex<V>& /*second*/, const Complex<V>& z) {
     bin.re = z.re;
     bin.im = z.im;
 }

@@ -56,7 +56,7 @@ KORVANE_INLINE void save_branches(const Branches& b, int32_t* const* state) {
 
 /** One step of every branch: the recursion and the output of dsp/filter_bank_coefficients.h. */
 template <class Coefficients>
-KORVANE_INLINE Quad step(Branches& b, Quad g, const Coefficients& c) {
+KORVANE_INLINE Quad advance(Branches& b, Quad g, const Coefficients& c) {
     const Quad rest = add_wrap(shl<4>(g), b.p2);
     const Quad quarter = add_half_negative(rest, b.u1, c.c1);
     const Quad u = shl<2>(quarter);
@@ -82,8 +82,8 @@ void split_bands(const int16_t* const* in, int32_t* const* state, Bands* bands) 
         for (int i = 0; i < 4; i += 2) {
             const Quad x0 = Quad::extend(in[0] + 2 * (m + i));
             const Quad x1 = Quad::extend(in[kChannels - 1] + 2 * (m + i));
-            y[i] = step(b, lower_halves(x0, x1), c);
-            y[i + 1] = step(b, upper_halves(x0, x1), c);
+            y[i] = advance(b, lower_halves(x0, x1), c);
+            y[i + 1] = advance(b, upper_halves(x0, x1), c);
         }
         const auto store_bands = [&](Bands& to, Quad early, Quad late) {
             const Quad even = even_lanes(early, late);
@@ -122,10 +122,10 @@ void merge_bands(const Bands* bands, int32_t* const* state, int16_t* const* out)
             late[channel] = zip_high(sum, difference);
         }
         constexpr int kLast = kChannels - 1;
-        const Quad y0 = step(b, lower_halves(early[0], early[kLast]), c);
-        const Quad y1 = step(b, upper_halves(early[0], early[kLast]), c);
-        const Quad y2 = step(b, lower_halves(late[0], late[kLast]), c);
-        const Quad y3 = step(b, upper_halves(late[0], late[kLast]), c);
+        const Quad y0 = advance(b, lower_halves(early[0], early[kLast]), c);
+        const Quad y1 = advance(b, upper_halves(early[0], early[kLast]), c);
+        const Quad y2 = advance(b, lower_halves(late[0], late[kLast]), c);
+        const Quad y3 = advance(b, upper_halves(late[0], late[kLast]), c);
         store_saturated(out[0] + 2 * m, asr<4>(lower_halves(y0, y1)));
         store_saturated(out[0] + 2 * m + 4, asr<4>(lower_halves(y2, y3)));
         if constexpr (kChannels == 2) {
