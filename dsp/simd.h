@@ -377,12 +377,6 @@ KORVANE_INLINE void store_samples(const Quad* in, int16_t* const* lane) {
 KORVANE_INLINE void store_saturated(int16_t* p, Quad a) {
     _mm_storel_epi64(reinterpret_cast<__m128i*>(p), _mm_packs_epi32(a.v, a.v));
 }
-/** Saturates to 16 bits and stores even[0], odd[0], even[1], odd[1], ... */
-KORVANE_INLINE void store_interleaved(int16_t* p, Quad even, Quad odd) {
-    const __m128i both = _mm_packs_epi32(even.v, odd.v);
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(p),
-                     _mm_unpacklo_epi16(both, _mm_unpackhi_epi64(both, both)));
-}
 KORVANE_INLINE Quad reverse(Quad a) { return {_mm_shuffle_epi32(a.v, 0x1B)}; }
 /** Exchanges the lower and the upper half of the lanes. */
 KORVANE_INLINE Quad swap_halves(Quad a) { return {_mm_shuffle_epi32(a.v, 0x4E)}; }
@@ -588,10 +582,6 @@ KORVANE_INLINE void store_sample_pairs(const Quad* in, int16_t* const* lane) {
     vst1q_s16(lane[1], vuzp2q_s16(early, late));
 }
 KORVANE_INLINE void store_saturated(int16_t* p, Quad a) { vst1_s16(p, vqmovn_s32(a.v)); }
-KORVANE_INLINE void store_interleaved(int16_t* p, Quad even, Quad odd) {
-    const int16x4x2_t pairs = {{vqmovn_s32(even.v), vqmovn_s32(odd.v)}};
-    vst2_s16(p, pairs);
-}
 KORVANE_INLINE Quad reverse(Quad a) {
     const int32x4_t pairs = vrev64q_s32(a.v);
     return {vextq_s32(pairs, pairs, 2)};
@@ -840,10 +830,6 @@ KORVANE_INLINE Wide negate_upper(Wide a) {
     return {_mm256_sign_epi32(a.v, _mm256_setr_epi32(1, 1, 1, 1, -1, -1, -1, -1))};
 }
 KORVANE_INLINE Wide blend_halves(Wide a, Wide b) { return {_mm256_blend_epi32(a.v, b.v, 0xF0)}; }
-KORVANE_INLINE void store_interleaved(int16_t* p, Wide even, Wide odd) {
-    store_interleaved(p, group0(even), group0(odd));
-    store_interleaved(p + 8, group1(even), group1(odd));
-}
 KORVANE_INLINE Wide reverse(Wide a) {
     return {_mm256_permutevar8x32_epi32(a.v, _mm256_setr_epi32(7, 6, 5, 4, 3, 2, 1, 0))};
 }
