@@ -48,7 +48,9 @@
 
 #include <stdint.h>
 
-#if defined(__GNUC__)
+#if defined(KORVANE_API)
+/* the host says how names are declared */
+#elif defined(__GNUC__)
 #define KORVANE_API __attribute__((visibility("default")))
 #else
 #define KORVANE_API

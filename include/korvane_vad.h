@@ -69,11 +69,11 @@
 
 #include <stdint.h>
 
-#if defined(__GNUC__)
-#ifndef KORVANE_API
+#if defined(KORVANE_API)
+/* the host says how names are declared */
+#elif defined(__GNUC__)
 #define KORVANE_API __attribute__((visibility("default")))
-#endif
-#elif !defined(KORVANE_API)
+#else
 #define KORVANE_API
 #endif
 

@@ -89,7 +89,8 @@ PATHS = [f"-I{root}", f"-I{root / 'include'}"]
 commands = []
 for header in headers:
     if header.parent == root / "include":
-        commands.append([c_compiler, "-x", "c", "-std=c99", *WARNINGS, str(header)])
+        # A host may say itself how the names are declared.
+        commands.append([c_compiler, "-x", "c", "-std=c99", "-DKORVANE_API=", *WARNINGS, str(header)])
         commands.append([cxx_compiler, "-x", "c++", "-std=c++11", *WARNINGS, str(header)])
     else:
         commands.append([cxx_compiler, "-x", "c++", "-std=c++20", "-fsyntax-only", *PATHS, str(header)])
