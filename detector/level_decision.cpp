@@ -12,12 +12,12 @@ constinit VorState vor_state = {};
 namespace {
 
 constexpr double kFullScaleSquare = 1073741824.0;  // 32768^2 is 0 dB
-constexpr double kSilence = 1e-7;                  // added to the RMS value, keeps silence finite
+constexpr double kSilence = 1e-7;  // added to the RMS value, so that silence has a finite level
 
-/** A level, and the mean squares, as fractions of full scale, between which only the logarithm
- * tells on which side of it a frame lies: (10^(decibels/20) - 1e-7)^2 -+ 1e-9 of it. That is 4e-9
- * dB to either side, a hundred thousand times what the rounding of any library's square root and
- * logarithm adds up to. */
+/** A level in dB, and two mean squares as fractions of full scale, 1e-9 to either side of the one
+ * that has this level, (10^(decibels/20) - 1e-7)^2. A frame outside the two is decided without a
+ * square root and a logarithm. They lie 4e-9 dB off the level, a hundred thousand times what the
+ * rounding of any library's square root and logarithm adds up to. */
 struct Threshold {
     double decibels;
     double surely_below;

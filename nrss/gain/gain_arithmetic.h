@@ -29,7 +29,7 @@ KORVANE_INLINE V constant(int32_t a) {
  * next) with one added against the truncation.
  *
  * @param alpha  Q15, 0..32767
- * @param next   the new value; the average rests one above it
+ * @param next   the new value; held constant, it leaves the average 1 to 1/(1 - alpha) above it
  */
 template <class V>
 KORVANE_INLINE V average(V old, V next, V alpha) {
@@ -38,9 +38,9 @@ KORVANE_INLINE V average(V old, V next, V alpha) {
     return add_wrap(add_wrap(next, constant<V>(1)), step);
 }
 
-// Powers are positive unless they have wrapped, which takes a tone at full scale that stops. For
-// the usual case there are shorter forms of what follows: kWrapped false means that no argument is
-// negative.
+// Powers are positive unless they have wrapped: when a tone near full scale stops, the step of an
+// average can leave 32 bits. What follows has shorter forms for the usual case: kWrapped false says
+// that no argument is negative.
 
 /**
  * The reciprocal of a normalised power, as a quadratic that is exact at both ends of the octave and
@@ -69,7 +69,7 @@ KORVANE_INLINE V ratio_q30(V noise, V power) {
         // A negative power has no leading zeros, and the shift right by two keeps its sign.
         const V sign = bit_and(asr<31>(power), constant<V>(-0x40000000));
         const V s = bit_or(lsr<2>(shl_each(power, e)), sign);
-        // A power of zero, above a negative noise, has e = 32 and leaves 0.
+        // A power of zero has e = 32, and 0 is left; only a negative noise lies below it.
         ratio = shl_each(mul_half_upper(noise, reciprocal<V, true>(s)), e);
     } else {
         const auto scale = normalising_scale(power);  // e - 1

@@ -2,8 +2,9 @@
 
 namespace korvane {
 
-// Each weight table falls from 32767 at DC and settles at one half (16384): bin 42 at 8 and 16 kHz,
-// bin 34 at the higher rates, whose bins are wider. The values are tuned, they follow no formula.
+// Each weight table falls from 32767 at DC and settles at one half (16384): at bin 42 at 8 and 16
+// kHz, at bin 34 at the higher rates, whose bins are wider. The values are tuned; they follow no
+// formula.
 
 extern constexpr int16_t kOsfLowRate[144] = {
     32767, 31541, 30443, 29451, 28551, 27729, 26974, 26277, 25631, 25032, 24472, 23948,
@@ -69,9 +70,9 @@ extern constexpr int16_t kOsfHighRate[288] = {
     16384, 16384, 16384, 16384, 16384, 16384, 16384, 16384, 16384, 16384, 16384, 16384, 16384,
     16384, 16384};
 
-// Q14 factors of a quadratic in the noise-to-power ratio, in two pieces that meet at
-// kOsubBreakpoint: y = c2 + c1*x + c0*x^2 below it, c5 + c4*x + c3*x^2 from it on. Stronger levels
-// subtract more.
+// The over-subtraction factor y, Q14, as a function of the noise-to-power ratio x, Q15: two
+// quadratics that meet at kOsubBreakpoint, y = c2 + c1*x + c0*x^2 below it and c5 + c4*x + c3*x^2
+// from it on. Higher levels subtract more.
 extern constexpr int32_t kOsubCurves[3][6] = {
     {-216753, 119197, 16488, -9617, 21877, 27872},
     {-320487, 172404, 13528, -12904, 29121, 30124},

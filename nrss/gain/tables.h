@@ -10,13 +10,13 @@
 
 namespace korvane {
 
-/** Over-subtraction weights, Q15, per bin: full weight at DC, where noise is strongest, falling to
- * one half. One table per rate class, since the bins lie at other frequencies. */
+/** Over-subtraction weight of each bin, Q15: full weight at DC, where noise is strongest, falling to
+ * one half. The frequency of a bin depends on the sampling rate, hence three tables. */
 extern const int16_t kOsfLowRate[144];
 extern const int16_t kOsfMidRate[288];
 extern const int16_t kOsfHighRate[288];
 
-/** Coefficients c0..c5 of the over-subtraction curve, one set for three levels each. */
+/** Coefficients c0..c5 of the over-subtraction curve: for levels 1-3, 4-6 and 7-9. */
 extern const int32_t kOsubCurves[3][6];
 
 /** Where the lower piece of that curve ends: noise a quarter of the power, Q15. */

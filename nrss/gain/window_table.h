@@ -12,7 +12,7 @@ namespace korvane {
  * Analysis and synthesis window, Q15. Entries 0..143 are the rising half of a Kaiser-Bessel-derived
  * window of 288 points, alpha = 5: w[k]^2 + w[143-k]^2 = 1, so that windowing twice and overlapping
  * by half gives the input back (J. Princen, A. Bradley 1986; F. J. Harris 1978 for the Kaiser
- * window). Entries 144..287 are 0; synthesis reads the rising half backwards.
+ * window). The falling half is the rising one read backwards; entries 144..287 are 0.
  *
  * With v[j] = I0(5*pi*sqrt(1 - (2j/144 - 1)^2)), j = 0..144 (a Kaiser window of 145 points, I0 the
  * modified Bessel function of order zero):
