@@ -23,6 +23,7 @@ add_test(NAME log_stderr COMMAND ${python} ${CMAKE_CURRENT_SOURCE_DIR}/log_stder
 if(KORVANE_BUILD_TOOLS AND NOT KORVANE_INSTRUMENTED)
   add_test(NAME source_tree COMMAND ${python} ${CMAKE_CURRENT_SOURCE_DIR}/source_tree_test.py
     ${PROJECT_SOURCE_DIR} ${CMAKE_C_COMPILER} ${CMAKE_CXX_COMPILER})
+  set_tests_properties(source_tree PROPERTIES LABELS slow)
 endif()
 
 if(NOT KORVANE_INSTRUMENTED AND NOT "${CMAKE_C_FLAGS} ${CMAKE_CXX_FLAGS}" MATCHES "-fsanitize|-fprofile|--coverage")

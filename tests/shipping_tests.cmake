@@ -13,7 +13,7 @@ if(KORVANE_SIMD AND NOT KORVANE_INSTRUMENTED AND CMAKE_BUILD_TYPE STREQUAL "Rele
       ${PROJECT_SOURCE_DIR} ${PROJECT_BINARY_DIR} ${CMAKE_CURRENT_BINARY_DIR}/consumers
       ${CMAKE_C_COMPILER} ${CMAKE_CXX_COMPILER}
       $<TARGET_FILE:shipping_detector> $<TARGET_FILE:shipping_suppressor> $<TARGET_FILE:korvane-vad>)
-    set_tests_properties(shipping.consumers PROPERTIES PROCESSORS 2 TIMEOUT 300)
+    set_tests_properties(shipping.consumers PROPERTIES PROCESSORS 2 TIMEOUT 300 LABELS slow)
   endif()
   add_test(NAME shipping.abi COMMAND ${PROJECT_SOURCE_DIR}/scripts/abi check ${CMAKE_SYSTEM_PROCESSOR})
   set_tests_properties(shipping.abi PROPERTIES TIMEOUT 300)

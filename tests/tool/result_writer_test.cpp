@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <fstream>
 #include <nlohmann/json.hpp>
+#include <regex>
 #include <sstream>
 #include <stdexcept>
 #include <string>
@@ -51,7 +52,8 @@ std::string golden(const std::string& name) {
     std::ifstream file(std::string(KORVANE_GOLDEN_DIR "/") + name, std::ios::binary);
     std::ostringstream text;
     text << file.rdbuf();
-    return text.str();
+    return std::regex_replace(text.str(), std::regex("korvane-vad VERSION"),
+                              "korvane-vad " KORVANE_VERSION);
 }
 
 std::vector<std::string> lines_of(const std::string& text) {
