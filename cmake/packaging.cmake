@@ -4,18 +4,8 @@ set(KORVANE_library_PACKAGE libkorvanevad-v3.0)
 set(KORVANE_development_PACKAGE libkorvanevad-dev)
 set(KORVANE_tool_PACKAGE korvane-vad)
 
-# The changelog says which version this is, and it must be ours.
-file(STRINGS ${data}/changelog first LIMIT_COUNT 1)
-if(NOT first MATCHES "^korvane-vad \\((.+)-(.+)\\) ")
-  message(FATAL_ERROR "${data}/changelog does not begin with korvane-vad (VERSION-REVISION)")
-endif()
-if(NOT CMAKE_MATCH_1 STREQUAL PROJECT_VERSION)
-  message(FATAL_ERROR "${data}/changelog is of version ${CMAKE_MATCH_1}, the project of ${PROJECT_VERSION}")
-endif()
-set(version ${CMAKE_MATCH_1}-${CMAKE_MATCH_2})
-set(CPACK_DEBIAN_PACKAGE_VERSION ${CMAKE_MATCH_1})
-set(CPACK_DEBIAN_PACKAGE_RELEASE ${CMAKE_MATCH_2})
-
+set(CPACK_DEBIAN_PACKAGE_VERSION ${PROJECT_VERSION})
+set(CPACK_DEBIAN_PACKAGE_RELEASE ${KORVANE_PACKAGE_REVISION})
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME korvane-vad)
 set(CPACK_PACKAGE_CONTACT "Korvane VAD maintainers <maintainers@korvane-vad.invalid>")
@@ -42,7 +32,8 @@ ${about}
 This package holds the shared library.")
 
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION "libdevel\nMulti-Arch: same")
-set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "${KORVANE_library_PACKAGE} (= ${version})")
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS
+  "${KORVANE_library_PACKAGE} (= ${PROJECT_VERSION}-${KORVANE_PACKAGE_REVISION})")
 set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION "voice-activity detector for 16-bit PCM (development files)
 ${about}
 .
@@ -52,15 +43,15 @@ This package holds the headers and the files for CMake and pkg-config.")
 set(CPACK_DEBIAN_TOOL_PACKAGE_SECTION sound)
 set(CPACK_DEBIAN_TOOL_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR})
-set(CPACK_DEBIAN_TOOL_PACKAGE_DEPENDS "${KORVANE_library_PACKAGE} (>= ${PROJECT_VERSION})")
+set(CPACK_DEBIAN_TOOL_PACKAGE_DEPENDS "${KORVANE_library_PACKAGE} (>= 3.0)")
 set(CPACK_COMPONENT_TOOL_DESCRIPTION "finds the speech in recordings
 Prints the segments of recordings and live streams in which somebody speaks,
 cuts them out, suppresses the noise, or shows it all on a page. Reads what
 libsndfile reads.")
 
 # dpkg-shlibdeps cannot tell name and version of a library apart whose SONAME ends in .so, so there is a
-# list of its symbols instead of a shlibs file.
-list(TRANSFORM KORVANE_EXPORTS REPLACE "(.+)" " \\1@Base ${PROJECT_VERSION}" OUTPUT_VARIABLE symbols)
+# list of its symbols instead of a shlibs file. They are the same in all of 3.0.
+list(TRANSFORM KORVANE_EXPORTS REPLACE "(.+)" " \\1@Base 3.0" OUTPUT_VARIABLE symbols)
 list(JOIN symbols "\n" symbols)
 file(WRITE ${PROJECT_BINARY_DIR}/debian/symbols
   "libKorvaneVAD_v3.0.so ${KORVANE_library_PACKAGE} #MINVER#

@@ -69,8 +69,8 @@ int run_words(const std::vector<std::string>& words) {
         return 0;
     }
     if (first == "--version" || first == "-V") {
-        print(std::string("korvane-vad " KORVANE_VERSION ", library ") +
-              VoiceActivityDetectionVersion() + "\n");
+        print(std::string("korvane-vad " KORVANE_VERSION "\nlibrary: \"") +
+              VoiceActivityDetectionVersion() + "\"\n");
         return 0;
     }
     const Options options = parse_options(words);
