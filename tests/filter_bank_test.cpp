@@ -89,27 +89,6 @@ TEST(FilterBank, SplitAndMergeAreTheAllpassPair) {
     }
 }
 
-TEST(FilterBank, PassesOneBandAndRejectsTheOther) {
-    const double rejected = std::pow(10, -51.0 / 20);
-    for (const double f : {0.01, 0.11, 0.22, 0.28, 0.39, 0.49}) {
-        Samples x(4000);
-        for (size_t i = 0; i < x.size(); ++i) {
-            const double phase = 2 * std::numbers::pi * f * static_cast<double>(i);
-            x[i] = static_cast<int16_t>(std::lround(20000 * std::sin(phase)));
-        }
-        const Bank bank(x);
-        // From band sample 300 on, where the slowest pole has fallen to 0.897^300. A tone's rms
-        // over n samples is off by 1/(2 n sin(w)) at most; w is of the band. The pair is
-        // power-complementary, so that what the other band holds is missing from this one.
-        const double in = 20000 * std::numbers::sqrt2 / 2;
-        const double unsteady =
-            in / (2 * 1700 * std::abs(std::sin(4 * std::numbers::pi * f))) + kBandRms;
-        EXPECT_NEAR(test::rms(f < 0.25 ? bank.low : bank.high, 300), in,
-                    unsteady + rejected * rejected * in);
-        EXPECT_LE(test::rms(f < 0.25 ? bank.high : bank.low, 300), rejected * in + kBandRms);
-    }
-}
-
 // The +-32767 that drive a section to its highest output at the last of 200 samples.
 Samples climb(Allpass section) {
     Samples x(200);

@@ -12,9 +12,10 @@
 #include <vector>
 
 #include "fenced_pages.h"
-#include "guarded_samples.h"
 #include "korvane_nrss.h"
 #include "korvane_vad.h"
+#include "library_state.h"
+#include "numeric_models.h"
 
 // Keeps the messages off the terminal.
 extern "C" int __android_log_print(int /*priority*/, const char* /*tag*/, const char* /*format*/,
@@ -80,6 +81,7 @@ TEST(AtTheEdgesOfPages, CallsOfAllLengthsKeepToTheirArrays) {
         {"pairs", 2, false, [](auto* a, auto*, int n) { Tolu_NRSS_EXE(a, n, 2); }},
         {"two arrays", 1, false, [](auto* a, auto* b, int n) { Tolu_NRSS_Buffered(a, b, n); }},
         {"one array", 1, false, [](auto* a, auto*, int n) { Tolu_NRSS_Buffered(a, a, n); }},
+        {"blocks", 1, false, [](auto* a, auto* b, int n) { Tolu_NRSS_Nonintlvd(a, b, n); }},
         {"level", 1, true, [](auto* a, auto*, int n) { OLM_VOR(a, nullptr, n); }},
         {"levels", 1, true, [](auto* a, auto* b, int n) { OLM_VOR(a, b, n); }},
         {"interleave", 1, true,
@@ -107,34 +109,6 @@ TEST(AtTheEdgesOfPages, CallsOfAllLengthsKeepToTheirArrays) {
             for (const Edge edge : kEdges) {
                 call.make(first.array<int16_t>(call.width * size, edge),
                           second.array<int16_t>(size, edge), n);
-            }
-        }
-    }
-}
-
-TEST(AtTheEdgesOfPages, BlockCoreLeavesWhatIsNotAWholeSubBlock) {
-    FencedPages pages0(kLongest * sizeof(int16_t));
-    FencedPages pages1(kLongest * sizeof(int16_t));
-    const Samples noise = bursts(kLongest, 3);
-    for (const int rate : {8000, 16000, 22050, 48000}) {
-        const int whole = rate < 25000 ? 288 : 576;
-        Tolu_NRSS_Init(9, rate);
-        for (int n = 1; n <= kLongest; ++n) {
-            if (n > 10 && (n + 1) % 144 > 2) {
-                continue;  // only about the ends of hops
-            }
-            const int cleaned = n / whole * whole;
-            for (const Edge edge : kEdges) {
-                const auto size = static_cast<size_t>(n);
-                int16_t* const ch0 = pages0.array<int16_t>(size, edge);
-                int16_t* const ch1 = pages1.array<int16_t>(size, edge);
-                std::copy_n(noise.begin(), n, ch0);
-                std::copy_n(noise.begin(), n, ch1);
-                Tolu_NRSS_Nonintlvd(ch0, n % 2 == 0 ? ch0 : ch1, n);
-                EXPECT_TRUE(std::equal(ch0 + cleaned, ch0 + n, noise.begin() + cleaned)) << n;
-                EXPECT_TRUE(std::equal(ch1 + (n % 2 == 0 ? 0 : cleaned), ch1 + n,
-                                       noise.begin() + (n % 2 == 0 ? 0 : cleaned)))
-                    << n;
             }
         }
     }
@@ -201,35 +175,20 @@ TEST_F(Refused, FramesAreNeitherReadNorNoted) {
     VadHandle* const h = host.array<VadHandle>(1, Edge::kLast);
     vor_state.speech = 1;  // so that a stray decision would show as 1
     const std::string before = state();
+    VoiceActivityDetectionInOutConfig(h, nowhere());
     const auto expect_refused = [&] {
-        for (int16_t* const samples : {nowhere(), static_cast<int16_t*>(nullptr)}) {
-            VoiceActivityDetectionInOutConfig(h, samples);
-            host.allow(PROT_READ);
-            ASSERT_EQ(VoiceActivityDetectionExe(h), 0) << h->channel_mode << " " << h->frame_length;
-            host.allow(PROT_READ | PROT_WRITE);
-        }
+        host.allow(PROT_READ);
+        ASSERT_EQ(VoiceActivityDetectionExe(h), 0) << h->channel_mode << " " << h->frame_length;
+        host.allow(PROT_READ | PROT_WRITE);
     };
-    // Lengths that stay out of range when they lose their upper bits; halved but for mode 1.
-    const uint32_t lengths[] = {0,          1,           2 * 4097,    8195,        2 * 32767,
-                                65535,      0x10000,     2 * 40000,   2 * 65535,   0x20000,
-                                0x7FFFFFFF, 0x80000000U, 0xFFFF0000U, 0xFFFFFFFEU, 0xFFFFFFFFU};
-    for (const int mode : {1, 2, 3}) {
-        VoiceActivityDetectionChannelModeConfig(h, mode);
-        for (const uint32_t length : lengths) {
-            if (mode == 1 && length == 1) {
-                continue;  // the one that is in order
-            }
-            VoiceActivityDetectionFrameLengthConfig(h, length);
-            expect_refused();
-        }
-        for (const int n : {-32768, -4096, -1, 0, 4097, 32767}) {
-            h->frame_length = static_cast<int16_t>(n);
-            expect_refused();
-        }
+    for (int n = -32768; n <= 32767; n = n == 0 ? KORVANE_VAD_MAX_FRAME + 1 : n + 1) {
+        h->channel_mode = static_cast<uint16_t>((n + 32769) % 3 + 1);
+        h->frame_length = static_cast<int16_t>(n);
+        expect_refused();
     }
     h->frame_length = 160;
     for (int mode = 4; mode <= 0x10000; ++mode) {  // the last is 0 in 16 bits
-        VoiceActivityDetectionChannelModeConfig(h, mode);
+        h->channel_mode = static_cast<uint16_t>(mode);
         expect_refused();
     }
     EXPECT_TRUE(state() == before);
@@ -259,7 +218,6 @@ TEST_F(Refused, CallsFollowNoPointer) {
     EXPECT_TRUE(state() == before);
     for (const int n : {INT32_MIN, -1, 0}) {
         EXPECT_EQ(OLM_VOR(p, nullptr, n), 0);
-        EXPECT_EQ(OLM_VOR(nullptr, nullptr, n), 0);
         EXPECT_EQ(OLM_VOR(p, p, n), 0);
     }
     Tolu_NRSS_Init(9, 48000);
@@ -270,124 +228,81 @@ TEST_F(Refused, CallsFollowNoPointer) {
 
 // ---- Before initialisation, and rates and levels out of range -----------------------------------
 
-/** What the detector makes of planar sound; a rate of -1 configures none. */
-Samples detect(const Samples& sound, bool initialised, int64_t rate) {
-    constexpr int kFrame = 300;
-    static VadHandle h;
-    h = {};
-    VoiceActivityDetectionSamplingRateConfig(&h, 0);  // no longer the first since an earlier Init
+/** What the suppressor makes of sound; after another stream at the rate it keeps, if any. */
+Samples suppress(Samples sound, int32_t level, int32_t rate, int32_t kept = 0) {
     forget_everything();
-    if (initialised) {
-        VoiceActivityDetectionInit();
+    if (kept != 0) {
+        Tolu_NRSS_Init(5, kept);
     }
-    VoiceActivityDetectionChannelModeConfig(&h, 3);
-    VoiceActivityDetectionFrameLengthConfig(&h, 2 * kFrame);
-    if (rate >= 0) {
-        VoiceActivityDetectionSamplingRateConfig(&h, static_cast<uint32_t>(rate));
-    }
-    Samples cleaned = sound;
-    for (auto x = cleaned.begin(); cleaned.end() - x >= 2 * kFrame; x += 2 * kFrame) {
-        VoiceActivityDetectionInOutConfig(&h, &*x);
-        VoiceActivityDetectionExe(&h);
-        std::copy_n(h.ch1_work, kFrame, std::copy_n(h.ch0_work, kFrame, x));
-    }
-    return cleaned;
-}
-
-/** What the suppressor makes of sound. */
-Samples suppress(Samples sound, int32_t level, int32_t rate) {
-    forget_everything();
     Tolu_NRSS_Init(level, rate);
     Tolu_NRSS_Nonintlvd(sound.data(), sound.data(), static_cast<int32_t>(sound.size()));
     return sound;
 }
 
-TEST(OutOfOrder, BeforeTheFirstInitSoundComesStraightBack) {
-    const Samples sound = bursts(6000, 6);
-    for (const int rate : {-1, 0, 16000, 48000}) {
-        EXPECT_EQ(detect(sound, false, rate), sound) << rate;
+TEST(OutOfOrder, EveryRateAndLevelCountsAsOneInRange) {
+    const Samples sound = bursts(120000, 7);
+    const Samples quietest = suppress(sound, 9, 8000);
+    EXPECT_TRUE(quietest != suppress(sound, 8, 8000));
+    for (const int32_t rate : {INT32_MIN, -1, 0, 9999, 50000, INT32_MAX}) {  // the first, if none
+        EXPECT_TRUE(suppress(sound, INT32_MAX, rate) == quietest) << rate;
+        EXPECT_TRUE(suppress(sound, -1, rate) == sound) << rate;
+    }
+    EXPECT_TRUE(suppress(sound, INT32_MIN, 16000) == sound);
+    for (const auto& [rate, like] : {std::pair{10000, 16000},
+                                     {19999, 16000},
+                                     {20000, 22050},
+                                     {24999, 22050},
+                                     {25000, 48000},
+                                     {49999, 48000}}) {
+        const Samples expected = suppress(sound, 9, like);
+        EXPECT_TRUE(suppress(sound, 10, rate) == expected) << rate;
+        EXPECT_TRUE(suppress(sound, 9, 50000, rate) == expected) << rate;
     }
 }
 
-TEST(OutOfOrder, EveryRateAndLevelCountsAsOneInRange) {
-    const Samples sound = bursts(120000, 7);
-    const Samples at8000 = detect(sound, true, 8000);
-    const Samples at16000 = detect(sound, true, 16000);
-    EXPECT_EQ(detect(sound, true, -1), at16000);
-    for (const int64_t rate : {INT64_C(0), INT64_C(1), INT64_C(0x80000000), INT64_C(0xFFFFFFFF)}) {
-        EXPECT_TRUE(detect(sound, true, rate) == at8000) << rate;
-    }
-    for (const int64_t rate : {INT64_C(50000), INT64_C(192000), INT64_C(0x7FFFFFFF)}) {
-        EXPECT_TRUE(detect(sound, true, rate) == at16000) << rate;
-    }
-
-    const Samples strongest = suppress(sound, 9, 8000);
-    EXPECT_TRUE(strongest != suppress(sound, 8, 8000));
-    for (const int32_t rate : {INT32_MIN, -1, 0, 50000, INT32_MAX}) {  // the first class, if none
-        EXPECT_TRUE(suppress(sound, INT32_MAX, rate) == strongest) << rate;
-        EXPECT_TRUE(suppress(sound, 10, rate) == strongest) << rate;
-        EXPECT_TRUE(suppress(sound, -1, rate) == sound) << rate;
-        EXPECT_TRUE(suppress(sound, INT32_MIN, rate) == sound) << rate;
+TEST(OutOfOrder, BeforeTheFirstInitSoundComesStraightBack) {
+    const Samples sound = bursts(600, 6);
+    static VadHandle h;
+    for (const uint32_t rate : {0U, 16000U, 48000U}) {
+        VoiceActivityDetectionSamplingRateConfig(&h, 0);  // no longer the first since an Init
+        forget_everything();
+        Samples frame = sound;
+        VoiceActivityDetectionSamplingRateConfig(&h, rate);
+        VoiceActivityDetectionConfigAll(&h, rate, 600, frame.data(), 2);
+        VoiceActivityDetectionExe(&h);
+        EXPECT_EQ(frame, sound) << rate;
     }
 }
 
 // ---- More samples than an int can index ---------------------------------------------------------
 
-/** Reserves address space and lays the same few pages over all of it, again and again. */
-class RepeatedPages {
-  public:
-    explicit RepeatedPages(size_t samples) {
-        const int file = memfd_create("repeated pages", 0);
-        const bool sized = file >= 0 && ftruncate(file, kPeriod) == 0;
-        const size_t size = (samples * sizeof(int16_t) + kPeriod - 1) / kPeriod * kPeriod;
-        void* const all = sized ? mmap(nullptr, size, PROT_NONE,
-                                       MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0)
-                                : MAP_FAILED;
-        if (all != MAP_FAILED) {
-            begin_ = static_cast<char*>(all);
-            size_ = size;
-            for (size_t at = 0; at < size_ && good_; at += kPeriod) {
-                good_ = mmap(begin_ + at, kPeriod, PROT_READ | PROT_WRITE,
-                             MAP_SHARED | MAP_FIXED | MAP_POPULATE, file, 0) != MAP_FAILED;
-            }
-        }
-        if (file >= 0) {
-            close(file);
-        }
+/** Addresses for so many samples, all over the same few pages again and again; null where there is no
+ * room. They stay until the process ends. */
+int16_t* repeated_pages(size_t samples) {
+    constexpr size_t kPeriod = size_t{2} << 20;
+    const size_t size = (samples * sizeof(int16_t) + kPeriod - 1) / kPeriod * kPeriod;
+    const int file = memfd_create("repeated pages", 0);
+    void* const all =
+        mmap(nullptr, size, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+    bool good = file >= 0 && ftruncate(file, kPeriod) == 0 && all != MAP_FAILED;
+    for (size_t at = 0; good && at < size; at += kPeriod) {
+        good = mmap(static_cast<char*>(all) + at, kPeriod, PROT_READ | PROT_WRITE,
+                    MAP_SHARED | MAP_FIXED | MAP_POPULATE, file, 0) != MAP_FAILED;
     }
-    ~RepeatedPages() {
-        if (begin_ != nullptr) {
-            munmap(begin_, size_);
-        }
-    }
-    RepeatedPages(const RepeatedPages&) = delete;
-    RepeatedPages& operator=(const RepeatedPages&) = delete;
-
-    /** Null where there is no room. */
-    int16_t* data() const { return good_ ? reinterpret_cast<int16_t*>(begin_) : nullptr; }
-
-    static constexpr size_t kPeriod = size_t{2} << 20;  ///< bytes
-
-  private:
-    char* begin_ = nullptr;
-    size_t size_ = 0;
-    bool good_ = true;
-};
+    return good ? static_cast<int16_t*>(all) : nullptr;
+}
 
 TEST(HugeCalls, InterleavesMorePairsThanAnIntCanIndex) {
     constexpr int kPairs = (1 << 30) + 1;  // the last pair begins at sample 2^31
-    if (sizeof(void*) < 8) {
-        GTEST_SKIP() << "6 GiB do not fit the address space";
-    }
-    const RepeatedPages channel(kPairs);
-    const RepeatedPages pairs(2 * static_cast<size_t>(kPairs));
-    if (channel.data() == nullptr || pairs.data() == nullptr) {
+    int16_t* const channel = sizeof(void*) < 8 ? nullptr : repeated_pages(kPairs);
+    int16_t* const pairs = channel == nullptr ? nullptr : repeated_pages(2 * size_t{kPairs});
+    if (pairs == nullptr) {
         GTEST_SKIP() << "no room for 6 GiB of addresses";
     }
-    channel.data()[0] = 1234;  // the same place as the last sample
-    Tolu_NRSS_Interleave(pairs.data(), channel.data(), channel.data(), kPairs);
-    EXPECT_EQ(pairs.data()[size_t{1} << 31], 1234);
-    EXPECT_EQ(pairs.data()[(size_t{1} << 31) + 1], 1234);
+    channel[0] = 1234;  // the same place as the last sample
+    Tolu_NRSS_Interleave(pairs, channel, channel, kPairs);
+    EXPECT_EQ(pairs[size_t{1} << 31], 1234);
+    EXPECT_EQ(pairs[(size_t{1} << 31) + 1], 1234);
 }
 
 }  // namespace

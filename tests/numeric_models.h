@@ -40,6 +40,15 @@ class Random {
     uint32_t state_;
 };
 
+/** Bursts of full-scale noise in faint noise: gains open, close and saturate. */
+inline Samples bursts(int n, uint32_t seed) {
+    Samples x = Random(seed).noise(static_cast<size_t>(n), 32767);
+    for (size_t i = 0; i < x.size(); ++i) {
+        x[i] = static_cast<int16_t>(x[i] >> (i / 2500 % 3 == 1 ? 0 : 9));
+    }
+    return x;
+}
+
 /** Root of the mean square of a[from..] - b[from..], zeros where there is no b. */
 template <class A>
 double rms(const A& a, size_t from = 0, const Reals& b = {}) {
