@@ -3,11 +3,8 @@
 #include <cmath>
 
 #include "dsp/fixed_point.h"
-#include "korvane_vad.h"
 
 namespace korvane {
-
-constinit VorState vor_state = {};
 
 namespace {
 
@@ -61,24 +58,16 @@ bool is_above(const int16_t* x, int n, const Threshold& t) {
 
 double level_db(const int16_t* x, int n) { return decibels(mean_square(x, n)); }
 
-}  // namespace korvane
+void VOR_Init(VorState& s) { s = {1, 1, 1, 480, 19200, 0, 0}; }
 
-extern "C" {
-
-void OLM_VOR_Init(void) { korvane::vor_state = {1, 1, 1, 480, 19200, 0, 0}; }
-
-void OLM_VOR_SetFs(int /*rate*/) {
-    korvane::VorState& s = korvane::vor_state;
+void VOR_SetFs(VorState& s) {
     // The counts are meant for 48 kHz, 10 ms and 400 ms, and are kept at every rate.
     const double base = s.rate_enabled != 0 ? 48000.0 : 0.0;
     s.onset_samples = static_cast<int32_t>(std::floor(base * 0.01));
     s.hangover_samples = static_cast<int32_t>(std::floor(base * 0.4));
 }
 
-int OLM_VOR(const int16_t* ch0, const int16_t* ch1, int n) {
-    using namespace korvane;
-    VorState& s = vor_state;
-
+int VOR_Decide(VorState& s, const int16_t* ch0, const int16_t* ch1, int n) {
     const bool speech = s.speech != 0;
     const bool enabled = (speech ? s.stay_enabled : s.enter_enabled) != 0;
     const Threshold& t = !enabled ? kFullScale : speech ? kStay : kEnter;
@@ -104,4 +93,4 @@ int OLM_VOR(const int16_t* ch0, const int16_t* ch1, int n) {
     return static_cast<int>(s.speech);
 }
 
-}  // extern "C"
+}  // namespace korvane

@@ -1,7 +1,6 @@
 /**
  * Level-based speech decision: frame level against two thresholds (hysteresis), with an onset and a
- * hang-over count. Its entry points OLM_VOR_Init, OLM_VOR_SetFs and OLM_VOR are exported: see
- * korvane_vad.h.
+ * hang-over count.
  */
 #ifndef KORVANE_DETECTOR_LEVEL_DECISION_H
 #define KORVANE_DETECTOR_LEVEL_DECISION_H
@@ -10,6 +9,7 @@
 
 namespace korvane {
 
+/** Of one stream. */
 struct VorState {
     uint8_t enter_enabled;     ///< nonzero: speech is entered above -45 dB; zero: above 0 dB
     uint8_t stay_enabled;      ///< nonzero: speech is held above -50 dB; zero: above 0 dB
@@ -20,7 +20,10 @@ struct VorState {
     int32_t countdown;         ///< samples left of the running onset or hang-over; 0: none runs
 };
 
-extern VorState vor_state;
+/** What OLM_VOR_Init, OLM_VOR_SetFs and OLM_VOR do (korvane_vad.h), on one stream. */
+void VOR_Init(VorState& s);
+void VOR_SetFs(VorState& s);
+int VOR_Decide(VorState& s, const int16_t* ch0, const int16_t* ch1, int n);
 
 /**
  * Level of one frame in dB, full scale 32768: 20*log10(rms + 1e-7). Silence is -140 dB.

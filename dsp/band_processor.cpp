@@ -3,7 +3,6 @@
 #include "dsp/fft288.h"
 #include "dsp/fixed_point.h"
 #include "dsp/gain_mul.h"
-#include "dsp/gain_port.h"
 
 namespace korvane {
 
@@ -21,18 +20,15 @@ int32_t high_band_energy(const int32_t* frame, int n) {
 
 }  // namespace
 
-void NRSS_ProcessBand(int32_t* frame, int32_t* high_frame, int compute, int n) {
+void NRSS_ProcessBand(GainStep gain_step, void* gain_state, int32_t* frame, int32_t* high_frame,
+                      int compute, int n) {
     real_fft288(frame, frame);
     for (int i = 0; i < 2 * n; ++i) {
-        frame[i] >>= 7;  // half the full band's shift: the bands carry half the samples
+        frame[i] >>= 7;  // one bit less than in the full band, so that the bins keep one bit more
     }
     frame[2 * n] = high_band_energy(high_frame, 2 * n);
     frame[2 * n + 1] = 0;
-    if (compute != 0) {
-        NRSS_SpectralGain(frame, n, 1);
-    }
-
-    const int16_t* const gain = NRSS_Gains();
+    const int16_t* const gain = gain_step(gain_state, compute != 0 ? frame : nullptr, n);
     for (int k = 0; k < n; ++k) {
         frame[2 * k] = NRSS_GainMul(gain[k], frame[2 * k]);
         frame[2 * k + 1] = NRSS_GainMul(gain[k], frame[2 * k + 1]);

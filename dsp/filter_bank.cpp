@@ -4,9 +4,6 @@
 
 namespace korvane {
 
-constinit int16_t low_band[kBandSize] = {};
-constinit int16_t high_band[kBandSize] = {};
-
 namespace {
 
 /** One step of a section; state [0] u of the step before, [1] of two steps before, advanced. */
@@ -21,20 +18,20 @@ int32_t allpass_step(int32_t* state, int32_t g) {
 
 }  // namespace
 
-void NRSS_SplitBands(const int16_t* in, int32_t* state, int count) {
+void NRSS_SplitBands(const int16_t* in, int32_t* state, BandPair& bands, int count) {
     for (int m = 0; m < count / 2; ++m) {
         const int32_t even = allpass_step<kBranchA>(state, in[2 * m]);
         const int32_t odd = allpass_step<kBranchB>(state + 2, in[2 * m + 1]);
         // 16 from the sections, 2 for the mean of the branches.
-        low_band[m] = saturate16(add_wrap(even, odd) >> 5);
-        high_band[m] = saturate16(sub_wrap(even, odd) >> 5);
+        bands.low[m] = saturate16(add_wrap(even, odd) >> 5);
+        bands.high[m] = saturate16(sub_wrap(even, odd) >> 5);
     }
 }
 
-void NRSS_MergeBands(int16_t* out, int32_t* state, int count) {
+void NRSS_MergeBands(const BandPair& bands, int16_t* out, int32_t* state, int count) {
     for (int m = 0; m < count / 2; ++m) {
-        const int32_t low = low_band[m];
-        const int32_t high = high_band[m];
+        const int32_t low = bands.low[m];
+        const int32_t high = bands.high[m];
         // Each sample passes the section it has not seen yet, so both take the same allpass A*B.
         const int32_t even = allpass_step<kBranchB>(state, low + high);
         const int32_t odd = allpass_step<kBranchA>(state + 2, low - high);

@@ -19,28 +19,31 @@ inline constexpr int kBandSize = 144;   ///< samples of one band in a hop
 inline constexpr int kBranchState = 4;  ///< words of filter memory: [0] u[m-1] and [1] u[m-2] of
                                         ///< the even branch, [2] and [3] the same of the odd branch
 
-/** The bands of the hop being processed, int16 samples at half the rate. Shared by both channels;
- * they carry nothing from one hop to the next. */
-extern int16_t low_band[kBandSize];
-extern int16_t high_band[kBandSize];
+/** The bands of one hop of one channel, int16 samples at half the rate. */
+struct BandPair {
+    int16_t low[kBandSize];
+    int16_t high[kBandSize];
+};
 
 /**
- * Splits count samples into low_band and high_band, count/2 samples each.
+ * Splits count samples into the bands, count/2 samples each.
  *
  * @param in     [0..count-1] int16 samples
- * @param state  [0..3] filter memory, int32, about 64 times the samples; advanced by count/2 steps
+ * @param state  [0..3] filter memory, int32, over 1000 times the samples; advanced by count/2 steps
+ * @param bands  written
  * @param count  even, 2..288
  */
-void NRSS_SplitBands(const int16_t* in, int32_t* state, int count);
+void NRSS_SplitBands(const int16_t* in, int32_t* state, BandPair& bands, int count);
 
 /**
- * Merges count/2 samples each of low_band and high_band into count samples.
+ * Merges count/2 samples of each band into count samples.
  *
+ * @param bands  only read
  * @param out    [0..count-1] int16 samples, saturated
  * @param state  [0..3] filter memory, as above but of the merge
  * @param count  even, 2..288
  */
-void NRSS_MergeBands(int16_t* out, int32_t* state, int count);
+void NRSS_MergeBands(const BandPair& bands, int16_t* out, int32_t* state, int count);
 
 }  // namespace korvane
 

@@ -71,7 +71,7 @@ KORVANE_INLINE int32_t track_power(NrssState& s, const int32_t* power, int32_t f
 /** Lowers the current row of the minimum search to psd_slow, or starts it from there. */
 template <class V>
 KORVANE_INLINE void track_minimum(NrssState& s, bool start, int32_t first, int32_t last) {
-    int32_t* const row = s.min_win_row[0];
+    int32_t* const row = s.min_win[s.min_win_row];
     for (int32_t k = first; k < last; k += kLanesOf<V>) {
         const V slow = load_bins<V>(s.psd_slow + k);
         store_bins(row + k, start ? slow : minimum(load_bins<V>(row + k), slow));
@@ -85,11 +85,9 @@ template <class V>
 KORVANE_INLINE bool estimate_noise(NrssState& s, int32_t first, int32_t last) {
     V signs = constant<V>(0);
     for (int32_t k = first; k < last; k += kLanesOf<V>) {
-        const V newer =
-            minimum(load_bins<V>(s.min_win_row[0] + k), load_bins<V>(s.min_win_row[1] + k));
-        const V older =
-            minimum(load_bins<V>(s.min_win_row[2] + k), load_bins<V>(s.min_win_row[3] + k));
-        const V noise = mul_half_q15<18841>(shl<2>(minimum(newer, older)));
+        const V first_two = minimum(load_bins<V>(s.min_win[0] + k), load_bins<V>(s.min_win[1] + k));
+        const V last_two = minimum(load_bins<V>(s.min_win[2] + k), load_bins<V>(s.min_win[3] + k));
+        const V noise = mul_half_q15<18841>(shl<2>(minimum(first_two, last_two)));
         store_bins(s.noise + k, noise);
         const V powers = bit_or(load_bins<V>(s.psd_slow + k), load_bins<V>(s.psd_fast + k));
         signs = bit_or(signs, bit_or(noise, powers));
@@ -131,7 +129,7 @@ KORVANE_INLINE void take_roots(NrssState& s, int32_t first, int32_t last) {
  * with the floor in 32 bits and cut to 16 afterwards. */
 template <class V, bool kWrapped>
 KORVANE_INLINE void compute_gains(NrssState& s, int32_t first, int32_t last) {
-    const int16_t* const weight = osf;
+    const int16_t* const weight = s.osf;
     const V floor = constant<V>(s.gain_floor);
     for (int32_t k = first; k < last; k += kLanesOf<V>) {
         const V gain = gain_q15<V, kWrapped>(load_bins<V>(weight + k), load_bins<V>(s.osub + k),
@@ -211,11 +209,7 @@ void run_gain_engine(NrssState& s, const int32_t* power, int32_t extra_bins) {
         // When its sub-window is full, the oldest row becomes the current one.
         const bool rotate = s.subwin_count >= s.subwin_len;
         if (rotate) {
-            int32_t* const oldest = s.min_win_row[kSubWindows - 1];
-            for (int i = kSubWindows - 1; i > 0; --i) {
-                s.min_win_row[i] = s.min_win_row[i - 1];
-            }
-            s.min_win_row[0] = oldest;
+            s.min_win_row = (s.min_win_row + 1) % kSubWindows;
             s.subwin_count = 0;
             s.noise_ready = 1;
         }

@@ -5,13 +5,7 @@
 
 #include "nrss/gain/tables.h"
 
-extern "C" {
-const int16_t* osf = nullptr;
-}
-
 namespace korvane {
-
-constinit NrssState nrss_state = {};
 
 namespace {
 
@@ -52,12 +46,7 @@ void zero(Array& array) {
 
 }  // namespace
 
-}  // namespace korvane
-
-extern "C" void Tolu_NRSS_Init(int32_t level, int32_t rate) {
-    using namespace korvane;
-    NrssState& s = nrss_state;
-
+void NRSS_Init(NrssState& s, int32_t level, int32_t rate) {
     s.level = std::clamp<int32_t>(level, 0, kMaxLevel);
     if (rate < 50000) {
         s.rate_class = rate_class_of(rate);
@@ -70,15 +59,13 @@ extern "C" void Tolu_NRSS_Init(int32_t level, int32_t rate) {
     const int32_t strength = (s.level - 1) / 3;  // three levels share a curve and a time constant
     s.gain_floor = kGainFloors[s.level - 1];
     s.osub_coef = kOsubCurves[strength];
-    osf = rates.osf;
+    s.osf = rates.osf;
     s.frame_len = rates.frame_len;
-    s.window = kWindow;
     s.alpha_fast = rates.alpha_fast[strength];
     s.alpha_slow = rates.alpha_slow;
     s.alpha_osub = rates.alpha_osub;
     s.subwin_len = rates.subwin_len;
     s.startup_frames = rates.startup_frames;
-    fft288_init();
 
     s.noise_ready = 0;
     s.subwin_count = 0;
@@ -90,13 +77,15 @@ extern "C" void Tolu_NRSS_Init(int32_t level, int32_t rate) {
     zero(s.ch0_frame_b);
     zero(s.ch1_frame_a);
     zero(s.ch1_frame_b);
-    for (int row = 0; row < kSubWindows; ++row) {
-        std::fill(std::begin(s.min_win[row]), std::end(s.min_win[row]), kNoMinimum);
-        s.min_win_row[row] = s.min_win[row];
+    for (auto& row : s.min_win) {
+        std::fill(std::begin(row), std::end(row), kNoMinimum);
     }
+    s.min_win_row = 0;
     zero(s.split_state_ch0);
     zero(s.merge_state_ch0);
     zero(s.split_state_ch1);
     zero(s.merge_state_ch1);
     std::fill(std::begin(s.gain), std::end(s.gain), kUnityGain);
 }
+
+}  // namespace korvane

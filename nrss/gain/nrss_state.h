@@ -1,6 +1,6 @@
 /**
- * The suppressor's state: one static record, zero when the library is loaded, set up by
- * Tolu_NRSS_Init.
+ * What the suppressor remembers of one stream, and its initialisation. A record of zeros is a fresh
+ * stream; nothing in it points into it, so it may be copied and moved.
  */
 #ifndef KORVANE_NRSS_GAIN_NRSS_STATE_H
 #define KORVANE_NRSS_GAIN_NRSS_STATE_H
@@ -20,12 +20,17 @@ inline constexpr int16_t kUnityGain = 32767;  ///< Q15
 inline constexpr int32_t kNoMinimum = 0x3FFFFFFF;  ///< above any power: a minimum not yet taken
 inline constexpr int32_t kTwoBandClass = 3;        ///< the rate class that runs on two bands
 
+/** Initialised by NRSS_Init, but for the frames of the high band. */
 struct NrssState {
     int16_t frame_len;                 ///< samples per sub-block: 288, or 576 on the two-band path
     int32_t ch0_frame_a[kFrameWords];  ///< ping-pong frame buffers (see nrss/pipeline/framing.h)
     int32_t ch0_frame_b[kFrameWords];
     int32_t ch1_frame_a[kFrameWords];
     int32_t ch1_frame_b[kFrameWords];
+    int32_t ch0_high_a[kFrameWords];  ///< the same of the high band, two-band path only; no
+    int32_t ch0_high_b[kFrameWords];  ///< initialisation clears them
+    int32_t ch1_high_a[kFrameWords];
+    int32_t ch1_high_b[kFrameWords];
     uint8_t noise_ready;  ///< 1 once a whole sub-window has been tracked
     alignas(32) int32_t min_win[kSubWindows][kRowSize];  ///< minimum of psd_slow, per sub-window
     alignas(32) int16_t gain[kGains];                    ///< Q15
@@ -35,13 +40,13 @@ struct NrssState {
     int32_t alpha_fast;                                  ///< smoothing coefficients, Q15
     int32_t alpha_slow;
     int32_t alpha_osub;
-    int32_t subwin_len;                 ///< frames per sub-window
-    int32_t startup_frames;             ///< frames before minimum tracking begins
-    int32_t subwin_count;               ///< frames counted in the current sub-window
-    int32_t frame_count;                ///< frames since initialisation; stays at 2^31 - 1
-    const int16_t* window;              ///< [0..287] Q15
-    const int32_t* osub_coef;           ///< [0..5] over-subtraction curve
-    int32_t* min_win_row[kSubWindows];  ///< rows of min_win by age; [0] is being filled
+    int32_t subwin_len;        ///< frames per sub-window
+    int32_t startup_frames;    ///< frames before minimum tracking begins
+    int32_t subwin_count;      ///< frames counted in the current sub-window
+    int32_t frame_count;       ///< frames since initialisation; stays at 2^31 - 1
+    int32_t min_win_row;       ///< row of min_win being filled; the next one is the oldest
+    const int16_t* osf;        ///< [0..144] weight of each bin's noise, Q15
+    const int32_t* osub_coef;  ///< [0..5] over-subtraction curve
     int32_t split_state_ch0[kBranchState];
     int32_t merge_state_ch0[kBranchState];
     int32_t split_state_ch1[kBranchState];
@@ -53,7 +58,14 @@ struct NrssState {
     alignas(32) int32_t gain_scratch[kGains];
 };
 
-extern NrssState nrss_state;
+/**
+ * Sets up a stream, as Tolu_NRSS_Init does (korvane_nrss.h). With level 0 only the level and the rate
+ * class change.
+ *
+ * @param level  0..9, else the nearest; 0 is off
+ * @param rate   Hz; from 50000 on the rate class stays as it was
+ */
+void NRSS_Init(NrssState& s, int32_t level, int32_t rate);
 
 }  // namespace korvane
 

@@ -8,9 +8,7 @@ int32_t ratio_q30(int32_t noise, int32_t power) { return ratio_q30<int32_t, true
 
 int32_t sqrt_q15(int32_t ratio) { return sqrt_q15<int32_t, true>(ratio); }
 
-const int16_t* NRSS_Gains() { return nrss_state.gain; }
-
-void NRSS_SpectralGain(const int32_t* spectrum, int32_t n, int32_t extra_bins) {
+void NRSS_SpectralGain(NrssState& s, const int32_t* spectrum, int32_t n, int32_t extra_bins) {
     int32_t power[kGains] = {};
     for (int32_t k = 0; k < n; ++k) {
         // The sum of two squares may need the 32nd bit, so it is formed without a sign.
@@ -21,7 +19,7 @@ void NRSS_SpectralGain(const int32_t* spectrum, int32_t n, int32_t extra_bins) {
     for (int32_t k = n; k < n + extra_bins; ++k) {
         power[k] = spectrum[2 * k];
     }
-    run_gain_engine<int32_t>(nrss_state, power, extra_bins);
+    run_gain_engine<int32_t>(s, power, extra_bins);
 }
 
 }  // namespace korvane

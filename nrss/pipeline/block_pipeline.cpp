@@ -3,16 +3,11 @@
 #include "dsp/band_processor.h"
 #include "dsp/filter_bank.h"
 #include "dsp/instruction_set.h"
-#include "nrss/gain/nrss_state.h"
+#include "nrss/gain/spectral_gain.h"
 #include "nrss/pipeline/framing.h"
 #include "nrss/pipeline/full_band.h"
 
 namespace korvane {
-
-constinit int32_t ch0_high_a[kFrameWords] = {};
-constinit int32_t ch0_high_b[kFrameWords] = {};
-constinit int32_t ch1_high_a[kFrameWords] = {};
-constinit int32_t ch1_high_b[kFrameWords] = {};
 
 namespace {
 
@@ -39,39 +34,48 @@ struct Channel {
 };
 
 /** One hop of 144 samples at x, in place. */
-void full_band_hop(int16_t* x, const Channel& channel) {
+void full_band_hop(NrssState& s, int16_t* x, const Channel& channel) {
     const auto [cur, oth] = channel.frames;
     NRSS_WindowFrame(x, cur, oth);
-    NRSS_ProcessFullBand(cur, channel.computes_gains);
+    NRSS_ProcessFullBand(s, cur, channel.computes_gains);
     NRSS_OverlapAdd(cur, oth, x);
 }
 
+/** What the band processor asks of the gain engine. */
+const int16_t* gain_step(void* gain_state, const int32_t* spectrum, int n) {
+    NrssState& s = *static_cast<NrssState*>(gain_state);
+    if (spectrum != nullptr) {
+        NRSS_SpectralGain(s, spectrum, n, 1);
+    }
+    return s.gain;
+}
+
 /** One hop of 288 samples at x, in place. */
-void two_band_hop(int16_t* x, const Channel& channel) {
+void two_band_hop(NrssState& s, int16_t* x, const Channel& channel) {
+    BandPair bands;
     const auto [cur, oth] = channel.frames;
     const auto [high_cur, high_oth] = channel.high_frames;
-    NRSS_SplitBands(x, channel.split_state, 2 * kBandSize);
-    NRSS_WindowFrame(low_band, cur, oth);
-    NRSS_WindowFrame(high_band, high_cur, high_oth);
-    NRSS_ProcessBand(cur, high_cur, channel.computes_gains ? 1 : 0, kBins);
-    NRSS_OverlapAdd(cur, oth, low_band);
-    NRSS_OverlapAdd(high_cur, high_oth, high_band);
-    NRSS_MergeBands(x, channel.merge_state, 2 * kBandSize);
+    NRSS_SplitBands(x, channel.split_state, bands, 2 * kBandSize);
+    NRSS_WindowFrame(bands.low, cur, oth);
+    NRSS_WindowFrame(bands.high, high_cur, high_oth);
+    NRSS_ProcessBand(gain_step, &s, cur, high_cur, channel.computes_gains ? 1 : 0, kBins);
+    NRSS_OverlapAdd(cur, oth, bands.low);
+    NRSS_OverlapAdd(high_cur, high_oth, bands.high);
+    NRSS_MergeBands(bands, x, channel.merge_state, 2 * kBandSize);
 }
 
 }  // namespace
 
-void process_blocks_plain(int16_t* ch0, int16_t* ch1, int32_t n) {
-    NrssState& s = nrss_state;
+void process_blocks_plain(NrssState& s, int16_t* ch0, int16_t* ch1, int32_t n) {
     const bool two_channels = ch1 != ch0;
     const auto process_hop = s.rate_class == kTwoBandClass ? two_band_hop : full_band_hop;
     const Channel first0{{s.ch0_frame_a, s.ch0_frame_b},
-                         {ch0_high_a, ch0_high_b},
+                         {s.ch0_high_a, s.ch0_high_b},
                          s.split_state_ch0,
                          s.merge_state_ch0,
                          true};
     const Channel first1{{s.ch1_frame_a, s.ch1_frame_b},
-                         {ch1_high_a, ch1_high_b},
+                         {s.ch1_high_a, s.ch1_high_b},
                          s.split_state_ch1,
                          s.merge_state_ch1,
                          false};
@@ -82,13 +86,13 @@ void process_blocks_plain(int16_t* ch0, int16_t* ch1, int32_t n) {
     // gains of that very hop.
     const int32_t hop = s.frame_len / 2;
     for (int32_t start = 0; s.frame_len <= n - start; start += s.frame_len) {
-        process_hop(ch0 + start, first0);
+        process_hop(s, ch0 + start, first0);
         if (two_channels) {
-            process_hop(ch1 + start, first1);
+            process_hop(s, ch1 + start, first1);
         }
-        process_hop(ch0 + start + hop, second0);
+        process_hop(s, ch0 + start + hop, second0);
         if (two_channels) {
-            process_hop(ch1 + start + hop, second1);
+            process_hop(s, ch1 + start + hop, second1);
         }
     }
 }
@@ -108,10 +112,10 @@ ProcessBlocks process_blocks() {
 
 }  // namespace
 
-}  // namespace korvane
-
-extern "C" void Tolu_NRSS_Nonintlvd(int16_t* ch0, int16_t* ch1, int32_t n) {
-    if (korvane::nrss_state.level != 0) {
-        korvane::process_blocks()(ch0, ch1, n);
+void NRSS_Nonintlvd(NrssState& s, int16_t* ch0, int16_t* ch1, int32_t n) {
+    if (s.level != 0) {
+        process_blocks()(s, ch0, ch1, n);
     }
 }
+
+}  // namespace korvane

@@ -1,6 +1,5 @@
 /**
- * Block pipeline: Tolu_NRSS_Nonintlvd (exported, see korvane_nrss.h), the frames of the high band
- * that it owns, and the forms in which it exists.
+ * Block pipeline: what Tolu_NRSS_Nonintlvd does (korvane_nrss.h), and the forms in which it exists.
  *
  * Every form processes whole sub-blocks of one or two channels in place, gives the same bits and
  * keeps the same state: of each pair of frame buffers what one call leaves to the next is [0..143]
@@ -10,38 +9,36 @@
 #ifndef KORVANE_NRSS_PIPELINE_BLOCK_PIPELINE_H
 #define KORVANE_NRSS_PIPELINE_BLOCK_PIPELINE_H
 
-#include "dsp/fft288.h"
+#include "nrss/gain/nrss_state.h"
 
 namespace korvane {
 
-/** Ping-pong frame buffers of the high band, two-band path only. No initialisation clears them. */
-extern int32_t ch0_high_a[kFrameWords];
-extern int32_t ch0_high_b[kFrameWords];
-extern int32_t ch1_high_a[kFrameWords];
-extern int32_t ch1_high_b[kFrameWords];
-
 /**
+ * @param s    initialised, with a level of 1 or more; advanced
  * @param ch0  [0..n-1] int16 samples, overwritten
  * @param ch1  the same of channel 1, or ch0 for one channel
  * @param n    samples per channel; those beyond the last whole sub-block stay as they are
  *
- * The suppressor is initialised, with a level of 1 or more.
+ * Scratch is on the stack: up to 24 kB.
  */
-using ProcessBlocks = void (*)(int16_t* ch0, int16_t* ch1, int32_t n);
+using ProcessBlocks = void (*)(NrssState& s, int16_t* ch0, int16_t* ch1, int32_t n);
 
 /** Hop by hop, channel by channel, one value at a time. */
-void process_blocks_plain(int16_t* ch0, int16_t* ch1, int32_t n);
+void process_blocks_plain(NrssState& s, int16_t* ch0, int16_t* ch1, int32_t n);
 
 // In vectors, the hops of a block side by side; one form for each instruction set.
 namespace sse2 {
-void process_blocks(int16_t* ch0, int16_t* ch1, int32_t n);
+void process_blocks(NrssState& s, int16_t* ch0, int16_t* ch1, int32_t n);
 }
 namespace avx2 {
-void process_blocks(int16_t* ch0, int16_t* ch1, int32_t n);
+void process_blocks(NrssState& s, int16_t* ch0, int16_t* ch1, int32_t n);
 }
 namespace neon {
-void process_blocks(int16_t* ch0, int16_t* ch1, int32_t n);
+void process_blocks(NrssState& s, int16_t* ch0, int16_t* ch1, int32_t n);
 }
+
+/** What Tolu_NRSS_Nonintlvd does: the form of this machine, or nothing with level 0. */
+void NRSS_Nonintlvd(NrssState& s, int16_t* ch0, int16_t* ch1, int32_t n);
 
 }  // namespace korvane
 

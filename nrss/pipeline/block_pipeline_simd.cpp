@@ -41,15 +41,13 @@ struct BatchArea {
     ComplexBatch<V> spectrum[kComplexSize];
 };
 
-/** One place for the areas of all vector types, the widest of which it holds. */
-alignas(BatchArea<Wide>) constinit unsigned char batch_storage[sizeof(BatchArea<Wide>)] = {};
-
-template <class V>
-BatchArea<V>& batch_area() {
-    return *reinterpret_cast<BatchArea<V>*>(batch_storage);
-}
-
 constexpr int kMaxHops = 4;
+
+/** The powers of channel 0's bins in the hops of a batch, and the gains computed from them. */
+struct HopGains {
+    alignas(32) int32_t power[kMaxHops][kRowSize];
+    alignas(32) int16_t gain[kMaxHops][kRowSize];
+};
 
 /** The rising window in 32 bits, so that a value broadcasts in one instruction. */
 constexpr auto wide_window = [] {
@@ -63,9 +61,6 @@ constexpr auto wide_window = [] {
     }
     return table;
 }();
-
-alignas(32) constinit int32_t hop_power[kMaxHops][kRowSize] = {};
-alignas(32) constinit int16_t hop_gain[kMaxHops][kRowSize] = {};
 
 template <class V, int kHops>
 constexpr int kChannelsOf = V::kLanes / kHops;
@@ -165,7 +160,7 @@ KORVANE_INLINE Quad channel0_power(Packed<P> bin) {
 
 /** The powers of channel 0's bins, hop by hop, as the gain engine takes them. */
 template <class V, int kHops>
-void channel0_powers(const ComplexBatch<V>* spectrum) {
+void channel0_powers(const ComplexBatch<V>* spectrum, HopGains& hops) {
     for (int k = 0; k < kBins; k += 4) {
         Quad p[4];
         for (int i = 0; i < 4; ++i) {
@@ -173,25 +168,25 @@ void channel0_powers(const ComplexBatch<V>* spectrum) {
         }
         transpose(p[0], p[1], p[2], p[3]);
         for (int h = 0; h < kHops; ++h) {
-            store(hop_power[h] + k, p[h]);
+            store(hops.power[h] + k, p[h]);
         }
     }
 }
 
 /** Runs the gain engine on the hops of channel 0, in their order. */
-void compute_gains_of_hops(int hops, int32_t extra_bins) {
-    for (int h = 0; h < hops; ++h) {
-        run_gain_engine<Braid>(nrss_state, hop_power[h], extra_bins);
-        std::copy_n(nrss_state.gain, kGains, hop_gain[h]);
+void compute_gains_of_hops(NrssState& s, HopGains& hops, int count, int32_t extra_bins) {
+    for (int h = 0; h < count; ++h) {
+        run_gain_engine<Braid>(s, hops.power[h], extra_bins);
+        std::copy_n(s.gain, kGains, hops.gain[h]);
     }
 }
 
 /** Weights every bin with the gain of its hop, as NRSS_GainMul does, and clears DC and Nyquist. */
 template <class V, int kHops>
-void weight_bins(ComplexBatch<V>* spectrum) {
+void weight_bins(ComplexBatch<V>* spectrum, const HopGains& hops) {
     const int16_t* lane[V::kLanes];
     for (int l = 0; l < V::kLanes; ++l) {
-        lane[l] = hop_gain[l % kHops];
+        lane[l] = hops.gain[l % kHops];
     }
     const auto weighted = [](auto x, auto gain) {
         const auto product = mul_q15(x, gain);
@@ -245,30 +240,28 @@ void overlap_add(const ComplexBatch<V>* work, const Signal* signals) {
 
 /** A batch of the full band; the gains are computed by the batch that has channel 0. */
 template <class V, int kHops>
-void full_band_batch(const Signal* signals, bool computes_gains) {
-    BatchArea<V>& area = batch_area<V>();
+void full_band_batch(NrssState& s, const Signal* signals, HopGains& hops, bool computes_gains) {
+    BatchArea<V> area;
     window_frames<V, kHops>(signals, area.work);
     forward_batch<8, V>(area.work, area.spectrum);
     if (computes_gains) {
-        channel0_powers<V, kHops>(area.spectrum);
-        compute_gains_of_hops(kHops, 0);
+        channel0_powers<V, kHops>(area.spectrum, hops);
+        compute_gains_of_hops(s, hops, kHops, 0);
     }
-    weight_bins<V, kHops>(area.spectrum);
+    weight_bins<V, kHops>(area.spectrum, hops);
     inverse_batch<V>(area.spectrum, area.work);
     overlap_add<V, kHops>(area.work, signals);
 }
 
-/** A batch of the low band; extra[h] is the energy of channel 0's high band in hop h. */
+/** A batch of the low band; hops has the energies of channel 0's high band. */
 template <class V>
-void low_band_batch(const Signal* signals, const int32_t* extra) {
-    BatchArea<V>& area = batch_area<V>();
+void low_band_batch(NrssState& s, const Signal* signals, HopGains& hops) {
+    BatchArea<V> area;
     window_frames<V, 2>(signals, area.work);
     forward_batch<7, V>(area.work, area.spectrum);
-    channel0_powers<V, 2>(area.spectrum);
-    hop_power[0][kBins] = extra[0];
-    hop_power[1][kBins] = extra[1];
-    compute_gains_of_hops(2, 1);
-    weight_bins<V, 2>(area.spectrum);
+    channel0_powers<V, 2>(area.spectrum, hops);
+    compute_gains_of_hops(s, hops, 2, 1);
+    weight_bins<V, 2>(area.spectrum, hops);
     inverse_batch<V>(area.spectrum, area.work);
     overlap_add<V, 2>(area.work, signals);
 }
@@ -277,7 +270,7 @@ void low_band_batch(const Signal* signals, const int32_t* extra) {
  * values stay within 16 bits throughout, so the products are exact in 32. */
 class HighBand {
   public:
-    explicit HighBand(const Signal& signal) : signal_(signal), w_(nrss_state.window) {}
+    explicit HighBand(const Signal& signal) : signal_(signal) {}
 
     /** Energy of the frame of hop h, each square divided by 65536. */
     [[nodiscard]] int32_t energy(int h) const {
@@ -292,12 +285,12 @@ class HighBand {
     }
 
     /** Weights and overlaps both hops; the state advances. */
-    void process() const {
+    void process(const HopGains& hops) const {
         for (int k = 0; k < kHopSize; k += Wide::kLanes) {
-            const Wide head0 = weighted(0, rising_part(0, k));
-            const Wide tail0 = weighted(0, falling_part(0, k));
-            const Wide head1 = weighted(1, rising_part(1, k));
-            const Wide tail1 = weighted(1, falling_part(1, k));
+            const Wide head0 = weighted(hops, 0, rising_part(0, k));
+            const Wide tail0 = weighted(hops, 0, falling_part(0, k));
+            const Wide head1 = weighted(hops, 1, rising_part(1, k));
+            const Wide tail1 = weighted(hops, 1, falling_part(1, k));
             const Wide kept = Wide::load(signal_.tail + k);
             store(signal_.tail + k, tail1);
             store(signal_.rising + k, rising_part(2, k));
@@ -308,7 +301,7 @@ class HighBand {
 
   private:
     [[nodiscard]] KORVANE_INLINE Wide falling_window(int k) const {
-        return reverse(Wide::extend(w_ + kHopSize - Wide::kLanes - k));
+        return reverse(Wide::extend(kWindow + kHopSize - Wide::kLanes - k));
     }
     /** First half of the frame of hop h: the hop before it under the rising window. */
     [[nodiscard]] KORVANE_INLINE Wide rising_part(int h, int k) const {
@@ -316,100 +309,101 @@ class HighBand {
             return Wide::load(signal_.rising + k);
         }
         const Wide x = Wide::extend(signal_.in + kHopSize * (h - 1) + k);
-        return asr<15>(mul_samples(x, Wide::extend(w_ + k)));
+        return asr<15>(mul_samples(x, Wide::extend(kWindow + k)));
     }
     [[nodiscard]] KORVANE_INLINE Wide falling_part(int h, int k) const {
         return asr<15>(mul_samples(Wide::extend(signal_.in + kHopSize * h + k), falling_window(k)));
     }
-    KORVANE_INLINE static Wide weighted(int h, Wide v) {
-        return mul_q15(v, Wide::broadcast(hop_gain[h][kBins]));
+    KORVANE_INLINE static Wide weighted(const HopGains& hops, int h, Wide v) {
+        return mul_q15(v, Wide::broadcast(hops.gain[h][kBins]));
     }
     [[nodiscard]] KORVANE_INLINE Wide overlapped(Wide head, Wide tail, int k) const {
-        return add_wrap(mul_half_positive(add_wrap(head, head), Wide::extend(w_ + k)),
+        return add_wrap(mul_half_positive(add_wrap(head, head), Wide::extend(kWindow + k)),
                         mul_half_positive(add_wrap(tail, tail), falling_window(k)));
     }
 
     Signal signal_;
-    const int16_t* w_;
 };
 
-Signal channel0_frames(int16_t* x) {
-    return {x, x, nrss_state.ch0_frame_a, nrss_state.ch0_frame_b + kHopSize};
+Signal channel0_frames(NrssState& s, int16_t* x) {
+    return {x, x, s.ch0_frame_a, s.ch0_frame_b + kHopSize};
 }
 
-Signal channel1_frames(int16_t* x) {
-    return {x, x, nrss_state.ch1_frame_a, nrss_state.ch1_frame_b + kHopSize};
+Signal channel1_frames(NrssState& s, int16_t* x) {
+    return {x, x, s.ch1_frame_a, s.ch1_frame_b + kHopSize};
 }
 
-void full_band(int16_t* ch0, int16_t* ch1, int32_t n) {
+void full_band(NrssState& s, int16_t* ch0, int16_t* ch1, int32_t n) {
+    HopGains hops;
     const bool two_channels = ch1 != ch0;
     int32_t start = 0;
     for (; n - start >= 4 * kHopSize; start += 4 * kHopSize) {
-        const Signal signals[2] = {channel0_frames(ch0 + start), channel1_frames(ch1 + start)};
+        const Signal signals[2] = {channel0_frames(s, ch0 + start),
+                                   channel1_frames(s, ch1 + start)};
         if (!two_channels) {
-            full_band_batch<Quad, 4>(signals, true);
+            full_band_batch<Quad, 4>(s, signals, hops, true);
         } else if constexpr (Wide::kLanes == 8) {
-            full_band_batch<Wide, 4>(signals, true);
+            full_band_batch<Wide, 4>(s, signals, hops, true);
         } else {
-            full_band_batch<Quad, 4>(signals, true);
-            full_band_batch<Quad, 4>(signals + 1, false);
+            full_band_batch<Quad, 4>(s, signals, hops, true);
+            full_band_batch<Quad, 4>(s, signals + 1, hops, false);
         }
     }
     if (n - start >= 2 * kHopSize) {
-        const Signal signals[2] = {channel0_frames(ch0 + start), channel1_frames(ch1 + start)};
+        const Signal signals[2] = {channel0_frames(s, ch0 + start),
+                                   channel1_frames(s, ch1 + start)};
         if (two_channels) {
-            full_band_batch<Quad, 2>(signals, true);
+            full_band_batch<Quad, 2>(s, signals, hops, true);
         } else {
-            full_band_batch<Duo, 2>(signals, true);
+            full_band_batch<Duo, 2>(s, signals, hops, true);
         }
     }
 }
 
-// Scratch of the two-band path.
-constinit Bands channel_bands[2] = {};
-
 /** One block of 576 samples a channel, that is two hops of each band. */
 template <int kChannels>
-void two_band_block(int16_t* ch0, int16_t* ch1) {
-    NrssState& s = nrss_state;
+void two_band_block(NrssState& s, int16_t* ch0, int16_t* ch1) {
+    Bands channel_bands[size_t{kChannels}];
     int16_t* const x[2] = {ch0, ch1};
     int32_t* const split_state[2] = {s.split_state_ch0, s.split_state_ch1};
     int32_t* const merge_state[2] = {s.merge_state_ch0, s.merge_state_ch1};
     split_bands<kChannels>(x, split_state, channel_bands);
 
-    const Signal low[2] = {channel0_frames(channel_bands[0].low),
-                           channel1_frames(channel_bands[1].low)};
+    const Signal low[2] = {channel0_frames(s, channel_bands[0].low),
+                           channel1_frames(s, channel_bands[kChannels - 1].low)};
     int16_t* const high0 = channel_bands[0].high;
-    int16_t* const high1 = channel_bands[1].high;
-    const HighBand high[2] = {HighBand({high0, high0, ch0_high_a, ch0_high_b + kHopSize}),
-                              HighBand({high1, high1, ch1_high_a, ch1_high_b + kHopSize})};
-    const int32_t energy[2] = {high[0].energy(0), high[0].energy(1)};
-    low_band_batch<std::conditional_t<kChannels == 2, Quad, Duo>>(low, energy);
+    int16_t* const high1 = channel_bands[kChannels - 1].high;
+    const HighBand high[2] = {HighBand({high0, high0, s.ch0_high_a, s.ch0_high_b + kHopSize}),
+                              HighBand({high1, high1, s.ch1_high_a, s.ch1_high_b + kHopSize})};
+    HopGains hops;
+    hops.power[0][kBins] = high[0].energy(0);
+    hops.power[1][kBins] = high[0].energy(1);
+    low_band_batch<std::conditional_t<kChannels == 2, Quad, Duo>>(s, low, hops);
     for (int c = 0; c < kChannels; ++c) {
-        high[c].process();
+        high[c].process(hops);
     }
 
     merge_bands<kChannels>(channel_bands, merge_state, x);
 }
 
-void two_band(int16_t* ch0, int16_t* ch1, int32_t n) {
+void two_band(NrssState& s, int16_t* ch0, int16_t* ch1, int32_t n) {
     constexpr int32_t kBlock = 4 * kBandSize;
     for (int32_t start = 0; n - start >= kBlock; start += kBlock) {
         if (ch1 != ch0) {
-            two_band_block<2>(ch0 + start, ch1 + start);
+            two_band_block<2>(s, ch0 + start, ch1 + start);
         } else {
-            two_band_block<1>(ch0 + start, ch0 + start);
+            two_band_block<1>(s, ch0 + start, ch0 + start);
         }
     }
 }
 
 }  // namespace
 
-void process_blocks(int16_t* ch0, int16_t* ch1, int32_t n) {
-    if (nrss_state.rate_class == kTwoBandClass) {
-        two_band(ch0, ch1, n);
+void process_blocks(NrssState& s, int16_t* ch0, int16_t* ch1, int32_t n) {
+    if (s.rate_class == kTwoBandClass) {
+        two_band(s, ch0, ch1, n);
     } else {
-        full_band(ch0, ch1, n);
+        full_band(s, ch0, ch1, n);
     }
 }
 

@@ -6,19 +6,18 @@
 
 namespace korvane {
 
-void NRSS_ProcessFullBand(int32_t* frame, bool compute) {
+void NRSS_ProcessFullBand(NrssState& s, int32_t* frame, bool compute) {
     real_fft288(frame, frame);
     // 288 full-scale samples reach 288 * 32767; eight bits less keep re*re + im*im below 2^32.
     for (int i = 0; i < kFrameSize; ++i) {
         frame[i] >>= 8;
     }
     if (compute) {
-        NRSS_SpectralGain(frame, kBins, 0);
+        NRSS_SpectralGain(s, frame, kBins, 0);
     }
-    const int16_t* const gain = NRSS_Gains();
     for (int k = 1; k < kBins; ++k) {
-        frame[2 * k] = NRSS_GainMul(gain[k], frame[2 * k]);
-        frame[2 * k + 1] = NRSS_GainMul(gain[k], frame[2 * k + 1]);
+        frame[2 * k] = NRSS_GainMul(s.gain[k], frame[2 * k]);
+        frame[2 * k + 1] = NRSS_GainMul(s.gain[k], frame[2 * k + 1]);
     }
     frame[0] = 0;  // DC
     frame[1] = 0;  // Nyquist

@@ -2,11 +2,9 @@
 
 #include <algorithm>
 
-#include "korvane_nrss.h"
+#include "nrss/pipeline/block_pipeline.h"
 
 namespace korvane {
-
-constinit NrssStreamState nrss_stream_state = {};
 
 namespace {
 
@@ -31,9 +29,16 @@ void hand_back(const int16_t* ring, int32_t position, int16_t* x, int32_t n) {
 
 }  // namespace
 
-void NRSS_StreamBlock(int16_t* ch0, int16_t* ch1, int32_t n) {
-    NrssStreamState& s = nrss_stream_state;
+void NRSS_BufInit(NrssStreamState& s) {
+    std::fill_n(s.ring_ch0, kRingSize, int16_t{0});
+    std::fill_n(s.ring_ch1, kRingSize, int16_t{0});
+    s.read_pos = 0;
+    s.write_pos = kBlockSize;
+    s.fill = 0;
+}
 
+void NRSS_StreamBlock(NrssStreamState& s, NrssState& suppressor, int16_t* ch0, int16_t* ch1,
+                      int32_t n) {
     store(s.ring_ch0, s.write_pos, ch0, n);
     if (s.two_channel == 1) {
         store(s.ring_ch1, s.write_pos, ch1, n);
@@ -46,7 +51,8 @@ void NRSS_StreamBlock(int16_t* ch0, int16_t* ch1, int32_t n) {
         s.fill -= kBlockSize;
         const int32_t start = s.write_pos < kBlockSize ? kBlockSize : 0;
         int16_t* const block0 = s.ring_ch0 + start;
-        Tolu_NRSS_Nonintlvd(block0, s.two_channel == 1 ? s.ring_ch1 + start : block0, kBlockSize);
+        NRSS_Nonintlvd(suppressor, block0, s.two_channel == 1 ? s.ring_ch1 + start : block0,
+                       kBlockSize);
     }
 
     hand_back(s.ring_ch0, s.read_pos, ch0, n);
@@ -56,30 +62,15 @@ void NRSS_StreamBlock(int16_t* ch0, int16_t* ch1, int32_t n) {
     s.read_pos = advance(s.read_pos, n);
 }
 
-}  // namespace korvane
-
-extern "C" {
-
-void Tolu_NRSS_BufInit(void) {
-    using namespace korvane;
-    NrssStreamState& s = nrss_stream_state;
-    std::fill_n(s.ring_ch0, kRingSize, int16_t{0});
-    std::fill_n(s.ring_ch1, kRingSize, int16_t{0});
-    s.read_pos = 0;
-    s.write_pos = kBlockSize;
-    s.fill = 0;
-}
-
-void Tolu_NRSS_Buffered(int16_t* ch0, int16_t* ch1, int n) {
-    using namespace korvane;
-    nrss_stream_state.two_channel = ch0 != ch1 ? 1 : 0;
+void NRSS_Buffered(NrssStreamState& s, NrssState& suppressor, int16_t* ch0, int16_t* ch1, int n) {
+    s.two_channel = ch0 != ch1 ? 1 : 0;
     while (n > 0) {
         const int step = std::min(n, static_cast<int>(kBlockSize));
-        NRSS_StreamBlock(ch0, ch1, step);
+        NRSS_StreamBlock(s, suppressor, ch0, ch1, step);
         ch0 += step;
         ch1 += step;
         n -= step;
     }
 }
 
-}  // extern "C"
+}  // namespace korvane
