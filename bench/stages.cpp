@@ -11,13 +11,13 @@
 
 #include "bench/noisy_speech.h"
 #include "bench/stage_forms.h"
+#include "detector/detector.h"
 #include "dsp/fft288.h"
 #include "dsp/filter_bank.h"
-#include "dsp/gain_port.h"
 #include "dsp/instruction_set.h"
 #include "korvane_nrss.h"
 #include "korvane_vad.h"
-#include "nrss/gain/nrss_state.h"
+#include "nrss/gain/spectral_gain.h"
 #include "nrss/pipeline/block_pipeline.h"
 #include "nrss/pipeline/framing.h"
 
@@ -177,7 +177,7 @@ void gain_engine(State& state, const StageForms* vector_stages) {
     size_t i = 0;
     for (auto _ : state) {
         if (vector_stages == nullptr) {
-            NRSS_SpectralGain(frames[i].spectrum, kBins, 0);
+            NRSS_SpectralGain(exported_stream.suppressor, frames[i].spectrum, kBins, 0);
         } else {
             vector_stages->gain_engine(frames[i].power);
         }
@@ -190,13 +190,14 @@ void gain_engine(State& state, const StageForms* vector_stages) {
 // ---- Filter bank and framing --------------------------------------------------------------------
 
 void filter_bank_plain(int16_t* const* x, int channels) {
-    NrssState& s = nrss_state;
+    NrssState& s = exported_stream.suppressor;
     int32_t* const split_state[2] = {s.split_state_ch0, s.split_state_ch1};
     int32_t* const merge_state[2] = {s.merge_state_ch0, s.merge_state_ch1};
+    BandPair bands;
     for (int c = 0; c < channels; ++c) {
         for (int start = 0; start < kBlock; start += 2 * kBandSize) {
-            NRSS_SplitBands(x[c] + start, split_state[c], 2 * kBandSize);
-            NRSS_MergeBands(x[c] + start, merge_state[c], 2 * kBandSize);
+            NRSS_SplitBands(x[c] + start, split_state[c], bands, 2 * kBandSize);
+            NRSS_MergeBands(bands, x[c] + start, merge_state[c], 2 * kBandSize);
         }
     }
 }
@@ -241,7 +242,7 @@ void block_core(State& state, InstructionSet set, ProcessBlocks process_blocks, 
     start_up(set, rate, blocks);
     for (auto _ : state) {
         const auto x = blocks.next();
-        process_blocks(x[0], x[1], kBlock);
+        process_blocks(exported_stream.suppressor, x[0], x[1], kBlock);
         benchmark::ClobberMemory();
     }
     report(state, "block");

@@ -44,7 +44,7 @@ extern "C" int __android_log_print(int priority, const char* tag, const char* fo
     va_end(arguments);
     EXPECT_EQ(priority, 4);
     EXPECT_STREQ(tag, "OLM_VOR_a64");
-    messages.push_back({text, korvane::vor_state.speech, h});
+    messages.push_back({text, korvane::exported_stream.level.speech, h});
     return 1;
 }
 

@@ -53,12 +53,13 @@ struct Bank {
     explicit Bank(const Samples& x, size_t step = 2 * kBandSize) : merged(x.size()) {
         int32_t split_state[kBranchState] = {};
         int32_t merge_state[kBranchState] = {};
+        BandPair bands;
         for (size_t start = 0; start < x.size(); start += step) {
             const size_t count = std::min(step, x.size() - start);
-            NRSS_SplitBands(x.data() + start, split_state, static_cast<int>(count));
-            low.insert(low.end(), low_band, low_band + count / 2);
-            high.insert(high.end(), high_band, high_band + count / 2);
-            NRSS_MergeBands(merged.data() + start, merge_state, static_cast<int>(count));
+            NRSS_SplitBands(x.data() + start, split_state, bands, static_cast<int>(count));
+            low.insert(low.end(), bands.low, bands.low + count / 2);
+            high.insert(high.end(), bands.high, bands.high + count / 2);
+            NRSS_MergeBands(bands, merged.data() + start, merge_state, static_cast<int>(count));
         }
     }
 };
@@ -117,10 +118,11 @@ TEST(FilterBank, SaturatesInsteadOfWrapping) {
         for (const size_t odd : {0U, 1U}) {
             int32_t state[kBranchState] = {};
             int16_t out[2] = {};
+            BandPair bands;
             for (size_t m = 0; m < a.size(); ++m) {
-                low_band[0] = static_cast<int16_t>(sign * (odd == 1 ? a : b)[m]);
-                high_band[0] = static_cast<int16_t>(odd == 1 ? -low_band[0] : low_band[0]);
-                NRSS_MergeBands(out, state, 2);
+                bands.low[0] = static_cast<int16_t>(sign * (odd == 1 ? a : b)[m]);
+                bands.high[0] = static_cast<int16_t>(odd == 1 ? -bands.low[0] : bands.low[0]);
+                NRSS_MergeBands(bands, out, state, 2);
             }
             EXPECT_EQ(out[odd], sign > 0 ? -32768 : 32767);
         }

@@ -2,7 +2,7 @@
 find_package(Python3 REQUIRED COMPONENTS Interpreter)
 set(python ${Python3_EXECUTABLE} -B)
 
-foreach(name stream detector hostile)
+foreach(name stream detector hostile many_streams)
   add_executable(${name}_test ${name}_test.cpp)
   target_link_libraries(${name}_test PRIVATE korvane_test_core conformance_kit)
   gtest_discover_tests(${name}_test TEST_PREFIX ${name}. DISCOVERY_MODE PRE_TEST PROPERTIES TIMEOUT 300)

@@ -31,7 +31,7 @@ std::vector<ProcessBlocks> forms() {
         all.push_back(avx2::process_blocks);
     }
 #else
-    all.push_back(Tolu_NRSS_Nonintlvd);
+    all.push_back(NRSS_Nonintlvd);
 #endif
     return all;
 }
@@ -107,7 +107,7 @@ TEST(Pipeline, WrappedGainsAreTheModels) {
                 x.push_back(static_cast<int16_t>(i / half_period % 2 != 0 ? -a : a));
             }
             start_fresh(9, 48000);
-            form(x.data(), x.data(), 576 * blocks);
+            form(nrss_state, x.data(), x.data(), 576 * blocks);
             uint64_t hash = 0xcbf29ce484222325;
             for (const int16_t v : x) {
                 const auto bits = static_cast<uint16_t>(v);
@@ -152,13 +152,13 @@ TEST(Pipeline, OnlyWholeSubBlocksAreTouched) {
         for (const int rate : kRates) {
             start_fresh(9, rate);
             Samples whole = x;
-            form(whole.data(), whole.data(), 1152);
+            form(nrss_state, whole.data(), whole.data(), 1152);
             const int sub_block = rate == 48000 ? 576 : 288;
             for (const int n : {600, 1151, 1152, 1300, 0, 1, sub_block - 1, -1, -576, INT32_MIN}) {
                 start_fresh(9, rate);
                 const std::string before = test::library_state();
                 Channels channels{x, x};
-                form(channels[0].data(), channels[1].data(), n);
+                form(nrss_state, channels[0].data(), channels[1].data(), n);
                 Samples expected = x;
                 std::copy_n(whole.begin(), std::max(n / sub_block, 0) * sub_block,
                             expected.begin());
@@ -196,7 +196,8 @@ TEST(Pipeline, OnlyHighBandFramesSurviveInitialisation) {
         EXPECT_EQ(cleaned(x), fresh) << rate;
     }
 
-    int32_t* const frames[] = {ch0_high_a, ch0_high_b, ch1_high_a, ch1_high_b};
+    int32_t* const frames[] = {nrss_state.ch0_high_a, nrss_state.ch0_high_b, nrss_state.ch1_high_a,
+                               nrss_state.ch1_high_b};
     std::array<std::array<int32_t, kFrameWords>, 4> kept;
     leave_history(48000);
     for (size_t i = 0; i < 4; ++i) {

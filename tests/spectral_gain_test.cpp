@@ -166,11 +166,11 @@ Spectrum flat(int32_t re, int32_t im, int32_t extra_power) {
 /** So many frames with the high band's power. */
 void compute(const Spectrum& spectrum, int frames = 1) {
     for (int i = 0; i < frames; ++i) {
-        NRSS_SpectralGain(spectrum.data(), kBins, 1);
+        NRSS_SpectralGain(nrss_state, spectrum.data(), kBins, 1);
     }
 }
 
-bool all_open() { return std::count(NRSS_Gains(), NRSS_Gains() + kGains, 32767) == kGains; }
+bool all_open() { return std::count(nrss_state.gain, nrss_state.gain + kGains, 32767) == kGains; }
 
 TEST(GainEngine, FramesWithoutEnergyDoNotFeedTheMinimum) {
     const Spectrum silent = flat(0, 0, 0);

@@ -113,10 +113,12 @@ TEST(VectorCode, PipelineGivesTheSameBits) {
                     vector[c] = plain[c];
                 }
                 const auto before = test::LibraryState::take();
-                process_blocks_plain(plain[0].data(), plain[two_channels ? 1 : 0].data(), n);
+                process_blocks_plain(nrss_state, plain[0].data(),
+                                     plain[two_channels ? 1 : 0].data(), n);
                 const std::vector<int32_t> expected = pipeline_state();
                 before.restore();
-                form.process_blocks(vector[0].data(), vector[two_channels ? 1 : 0].data(), n);
+                form.process_blocks(nrss_state, vector[0].data(),
+                                    vector[two_channels ? 1 : 0].data(), n);
                 for (int c = 0; c < 2; ++c) {
                     ASSERT_EQ(vector[c], plain[c]) << form.name << ", " << rate << " Hz, call "
                                                    << call << ", n " << n << ", channel " << c;
