@@ -12,11 +12,12 @@ constexpr std::size_t kOptionColumn = 27;
 constexpr const char* kProgram = "korvane-vad";
 constexpr const char* kSummary = "find the speech in recordings and live streams, and clean them";
 constexpr const char* kWithoutCommand =
-    "Without a command it is detect. A recording that has a command's name is ./NAME, one that "
-    "begins with a dash comes after --.";
+    "Without a command, detect is meant. Write ./NAME for a recording that has a command's name, "
+    "and -- before one that begins with a dash.";
 constexpr const char* kTimes =
     "A TIME is in seconds (0.25 or 0.25s), milliseconds (250ms) or samples (4000samples). The "
-    "rules for segments apply in this order: align, join, drop, pad, join again, split.";
+    "options for segments are applied in this order: --align, --min-gap, --min-speech, --pad-start "
+    "and --pad-end, --max-speech. Segments that touch after padding are joined.";
 struct ExitStatus {
     const char* status;
     const char* meaning;
@@ -24,12 +25,12 @@ struct ExitStatus {
 constexpr ExitStatus kExitStatus[] = {
     {"0", "done; with --check: there is speech"},
     {"1",
-     "an input failed or the output could not be written; with --check: there is no speech; of "
-     "selftest: a row differs"},
-    {"2", "wrong usage; with --check: an input failed"},
+     "a recording failed or the output could not be written; with --check: there is no speech; "
+     "with selftest: a row differs"},
+    {"2", "wrong usage; with --check: a recording failed"},
     {"130",
-     "interrupted (SIGINT); 143 by SIGTERM. A stream's open segment is closed and written, "
-     "files that are finished stay"}};
+     "interrupted by Ctrl-C (SIGINT); 143: by SIGTERM. The open segment of a stream is closed and "
+     "written; files that are finished stay"}};
 struct GeneralOption {
     const char* letter;
     const char* word;

@@ -153,31 +153,31 @@ void Adder::input() {
         }
         return *options.source.raw;
     };
-    value("--raw", "s16le|s16be", "the input has no header; its samples are these. Needs --rate",
+    value("--raw", "s16le|s16be", "the input has samples of this kind and no header; needs --rate",
           [raw](const std::string& text) {
               raw().big_endian = choice<bool>(text, {{"s16le", false}, {"s16be", true}});
           });
-    value("-r,--rate", "HZ", "with --raw: samples per second and channel",
+    value("-r,--rate", "HZ", "with --raw: samples per second, of each channel",
           [raw](const std::string& text) { raw().rate = whole_number(text, 1, kFastestRate); });
     value(
-        "-c,--channel-count", "N", "with --raw: channels, 1 where not given",
+        "-c,--channel-count", "N", "with --raw: number of channels (default 1)",
         [raw](const std::string& text) { raw().channels = whole_number(text, 1, kMostChannels); });
     value("--layout", "interleaved|planar",
-          "with --raw: channels sample by sample, as where not given, or one after the other "
-          "(planar: files only)",
+          "with --raw: channels sample by sample (interleaved, the default) or one channel after "
+          "the other (planar, from files only)",
           [raw](const std::string& text) {
               raw().planar = choice<bool>(text, {{"interleaved", false}, {"planar", true}});
           });
-    value("--channels", "LIST", "use only these, counted from 1, for example 1,2",
+    value("--channels", "LIST", "use only these channels, counted from 1, for example 1,2",
           [&options = options_](const std::string& text) {
               options.source.channels = channel_list(text);
           });
     flag("--downmix", "use the mean of all channels, or of those that --channels names",
          options_.source.downmix);
-    flag("--resample", "take rates of 50000 Hz and more, by resampling to 48000 Hz",
+    flag("--resample", "convert rates of 50000 Hz and more to 48000 Hz; else they are refused",
          options_.source.resample);
     value("--frame", "LENGTH",
-          "length of a frame in samples, 1 to 4096, or with a unit (10ms); 10 ms where not given",
+          "length of a frame in samples, 1 to 4096, or with a unit (default 10ms)",
           [&options = options_](const std::string& text) {
               options.frame = Span(text, Span::Unit::kSamples);
               if (options.frame.samples(1) < 1 && options.frame.unit() == Span::Unit::kSamples) {
@@ -193,24 +193,24 @@ void Adder::input() {
 void Adder::segments() {
     group_ = "Segments";
     value("--align", "both|onset|none",
-          "what is taken out of the times: delay, onset and hang-over (both, the default), delay "
-          "and onset, or nothing",
+          "what is taken off the times: delay, onset and hang-over (both, the default), delay and "
+          "onset (onset), or nothing (none)",
           [&options = options_](const std::string& text) {
               using segments::Align;
               options.align = choice<Align>(text, {{align_name(Align::kBoth), Align::kBoth},
                                                    {align_name(Align::kOnset), Align::kOnset},
                                                    {align_name(Align::kNone), Align::kNone}});
           });
-    span("--min-gap", "join segments with less than this between them", options_.min_gap);
+    span("--min-gap", "join segments that are less than this apart", options_.min_gap);
     span("--min-speech", "drop segments shorter than this, after joining", options_.min_speech);
-    span("--pad-start", "let segments begin this much earlier", options_.pad_start);
-    span("--pad-end", "let segments end this much later", options_.pad_end);
+    span("--pad-start", "begin segments this much earlier", options_.pad_start);
+    span("--pad-end", "end segments this much later", options_.pad_end);
     span("--max-speech", "split segments longer than this into equal parts", options_.max_speech);
 }
 
 void Adder::format(bool frames_only) {
     group_ = "Output";
-    value("-f,--format", formats(frames_only), "form of the output; text where not given",
+    value("-f,--format", formats(frames_only), "format of the output (default text)",
           [&options = options_, frames_only](const std::string& text) {
               ResultFormat format{};
               try {
@@ -233,7 +233,7 @@ void Adder::output(const char* type, const std::string& about) {
 void Adder::progress() {
     group_ = "Output";
     value("--progress", "auto|always|never",
-          "a bar on standard error; auto, the default: where that is a terminal",
+          "show a progress bar on standard error; auto (default): only on a terminal",
           [&options = options_](const std::string& text) {
               options.progress = choice<Progress>(text, {{"auto", Progress::kAuto},
                                                          {"always", Progress::kAlways},
@@ -243,24 +243,25 @@ void Adder::progress() {
 
 void Adder::check() {
     group_ = "Output";
-    flag("--check", "print nothing; exit with 0 on speech, 1 where there is none, 2 on errors",
+    flag("--check",
+         "print nothing; exit with 0 if there is speech, 1 if there is none, 2 on an error",
          options_.check);
 }
 
 void Adder::batch() {
     group_ = "Many files";
-    value("-j,--jobs", "N", "work on this many files at once; 0: one for each processor",
+    value("-j,--jobs", "N", "work on N recordings at once (default 1); 0: one for each processor",
           [&options = options_](const std::string& text) {
               options.jobs = whole_number(text, 0, kMostJobs);
           });
     text("--files-from", "FILE",
-         "read the names of more recordings from FILE (- is standard input), one a line",
+         "read more names of recordings from FILE, one on each line; - is standard input",
          options_.files_from);
-    flag("-0,--null", "the names in that file end with a zero byte, not with a newline",
+    flag("-0,--null", "the names that --files-from reads end with a zero byte, not with a newline",
          options_.null_separated);
     flag("--fail-fast", "stop at the first recording that fails", options_.fail_fast);
     text("--resume", "MANIFEST",
-         "note in this file what is finished, and do not do again what it says is",
+         "write to MANIFEST what is finished; when run again, skip what it lists",
          options_.manifest);
 }
 
@@ -268,19 +269,20 @@ void Adder::pieces() {
     group_ = "Output";
     value("--template", "NAME",
           "names of the files, " + options_.name_template +
-              " where not given. {stem}: the recording's name, {ext}: the extension of its format, "
-              "{index}: 1 for the first segment, {start} {end}: seconds, {start_samples} "
-              "{end_samples}; a width as in {index:04} fills up with zeros",
+              " unless given. {stem}: the recording's name; {ext}: the extension of its format; "
+              "{index}: 1 for the first segment; {start} {end}: seconds; {start_samples} "
+              "{end_samples}: samples. A width, as in {index:04}, fills up with zeros",
           [&options = options_](const std::string& pattern) {
               const NameTemplate valid(pattern);
               options.name_template = pattern;
           });
-    flag("--cleaned", "cut the cleaned recording; else the recording as it is", options_.cleaned);
-    flag("--force", "overwrite files that are there", options_.force);
+    flag("--cleaned", "cut the cleaned recording instead of the recording itself",
+         options_.cleaned);
+    flag("--force", "overwrite files that exist", options_.force);
 }
 
 void Adder::rows() {
-    value("--every", "N", "run every Nth row only, from the first one on",
+    value("--every", "N", "run every Nth row only, beginning with the first",
           [&options = options_](const std::string& text) {
               options.every = whole_number(text, 1, kMostRows);
           });
@@ -383,33 +385,35 @@ const std::vector<CommandText>& command_texts() {
            "a live stream, each event as it happens"},
           {"find archive -name '*.wav' -print0 | korvane-vad -j 4 --files-from - -0 -f csv "
            "--resume done.jsonl -o all.csv",
-           "a whole archive; the same line again continues after an interruption"}},
-         {"FILE is whatever libsndfile reads; - is a stream on standard input. With - and the "
-          "formats text, jsonl and csv, each event is written as soon as it is decided.",
-          "Several recordings are worked on by processes of their own, -j of them at once. The "
-          "results come in the order of the names, whatever finishes first. One that fails is "
-          "reported and the others are done, with 1 as exit status. A format that cannot hold "
-          "several recordings needs -o DIR/ with a slash at its end: one file for each."}},
+           "a whole archive; the same command again continues after an interruption"}},
+         {"FILE is any sound file that libsndfile reads; - is a stream on standard input. From a "
+          "stream, the formats text, jsonl and csv are written line by line, each line as soon as "
+          "it is decided.",
+          "Several recordings are read by processes of their own, -j at once. Results come in the "
+          "order of the names. If a recording fails, that is reported, the others are still done, "
+          "and the exit status is 1. A format that cannot hold several recordings needs -o DIR/ "
+          "with a slash at its end: each recording gets a file there."}},
         {Command::kFrames,
          "frames",
          "[OPTION...] FILE|-",
          "prints one line for each frame: its place, the answer, the level",
-         {{"korvane-vad frames interview.flac", "columns of text"},
+         {{"korvane-vad frames interview.flac", "one line for each frame of 10 ms"},
           {"korvane-vad frames -f csv --frame 20ms -o frames.csv interview.flac",
            "for a spreadsheet, in frames of 20 ms"}},
-         {"The level is the cleaned frame's, in dB of full scale; of two channels the louder "
-          "one's."}},
+         {"The level is that of the cleaned frame, in dB of full scale; of two channels the "
+          "louder one counts. Speech begins above -45 dB and is held above -50 dB."}},
         {Command::kClean,
          "clean",
          "[OPTION...] IN OUT",
          "writes the recording with its noise suppressed",
-         {{"korvane-vad clean interview.flac quiet.flac", "as long as IN and aligned with it"},
+         {{"korvane-vad clean interview.flac quiet.flac",
+           "the noise suppressed; as long as the original, and not shifted"},
           {"arecord -t raw -f S16_LE -r 16000 -c 1 | korvane-vad clean --raw s16le -r 16000 - - | "
            "aplay -t raw -f S16_LE -r 16000 -c 1",
            "a live stream"}},
-         {"OUT has IN's format, or the one that its extension says. It appears under its name "
-          "only when it is whole, and may be IN itself. As OUT, - is standard output: samples of "
-          "16 bits, little-endian, without a header."}},
+         {"OUT has the format of IN, or the one that its extension names. It appears under its "
+          "name only when it is whole, and may be IN itself. If OUT is -, samples of 16 bits, "
+          "little-endian, without a header go to standard output."}},
         {Command::kSplit,
          "split",
          "[OPTION...] -o DIR FILE|-",
@@ -418,9 +422,9 @@ const std::vector<CommandText>& command_texts() {
            "parts/interview_0001.flac, parts/interview_0002.flac ..."},
           {"korvane-vad split --pad-start 100ms --pad-end 100ms --template "
            "'{stem}_{start:08}-{end:08}.wav' interview.flac -o parts",
-           "with some air around, named by their times, as WAV"}},
-         {"The recording itself is cut, unless --cleaned asks for the cleaned one. Nothing is "
-          "written where one of the files is there already, unless --force is given."}},
+           "100 ms wider at both ends, named by their times, as WAV"}},
+         {"The recording itself is cut, unless --cleaned is given. If one of the files exists "
+          "already, nothing is written, unless --force is given."}},
         {Command::kReport,
          "report",
          "[OPTION...] -o PAGE.html FILE|-",
@@ -432,12 +436,11 @@ const std::vector<CommandText>& command_texts() {
          "selftest",
          "[OPTION...]",
          "checks that the library computes here what it computes everywhere",
-         {{"korvane-vad selftest", "796 calls against their digests, in some seconds"}},
-         {"Each row of a table names a way of calling the library on made signals and the SHA-256 "
-          "of "
-          "what must come out. The digests come from two models that were written separately from "
-          "the library. Where rows differ, the first is shown with what was expected and what came "
-          "out, and the exit status is 1. The digest over all rows ends the output."}},
+         {{"korvane-vad selftest", "796 ways of calling it, in a few seconds"}},
+         {"Each row of a table names a way of calling the library on a made signal, and the "
+          "SHA-256 of what must come out. Two models that were written separately from the library "
+          "agree on these digests. If rows differ, the first is shown with what was expected and "
+          "what came out, and the exit status is 1. The last line has one digest over all rows."}},
     };
     return texts;
 }
@@ -463,12 +466,14 @@ std::unique_ptr<CLI::App> make_parser(Command command, Options& options) {
     switch (command) {
         case Command::kDetect:
             add.format(false);
-            add.output("FILE", "write there, not to standard output; DIR/ writes one file each");
+            add.output(
+                "FILE",
+                "write to FILE, not to standard output; DIR/ gets a file for each recording");
             add.check();
             break;
         case Command::kFrames:
             add.format(true);
-            add.output("FILE", "write there, not to standard output");
+            add.output("FILE", "write to FILE, not to standard output");
             break;
         case Command::kClean:
             break;
