@@ -10,19 +10,15 @@
 
 namespace korvane {
 
-inline constexpr int kFrameSize = 288;              ///< real values in a frame
-inline constexpr int kComplexSize = 144;            ///< points of the complex transform inside
-inline constexpr int kRows = 9;                     ///< rows of the prime-factor work area
-inline constexpr int kColumns = 16;                 ///< columns of it; 9 * 16 = 144
-inline constexpr int kHopSize = kFrameSize / 2;     ///< new values a frame brings: half overlap
-inline constexpr int kBins = kComplexSize;          ///< complex bins the gain engine weights
-inline constexpr int kFrameWords = kFrameSize + 2;  ///< a frame buffer: 288 values and a pair that
-                                                    ///< carries the high band's energy
+inline constexpr int kFrameSize = 288;    ///< real values in a frame
+inline constexpr int kComplexSize = 144;  ///< points of the complex transform inside
+inline constexpr int kRows = 9;           ///< rows of the prime-factor work area
+inline constexpr int kColumns = 16;       ///< columns of it; 9 * 16 = 144
 
 /** A transform: real_fft288 or real_ifft288, with their arguments. */
 using Transform = void (*)(int32_t* out, const int32_t* in);
 
-/** The transforms one value at a time. Before fft288_init their permutation is all zero. */
+/** The transforms one value at a time; they need no initialisation. Scratch on the stack: 1.2 kB. */
 void real_fft288_plain(int32_t* out, const int32_t* in);
 void real_ifft288_plain(int32_t* out, const int32_t* in);
 

@@ -8,6 +8,7 @@
 
 #include "detector/detector.h"
 #include "korvane_nrss.h"
+#include "nrss/gain/window_table.h"
 
 namespace korvane {
 

@@ -13,6 +13,10 @@
 
 namespace korvane {
 
+inline constexpr int kFrameWords = kFrameSize + 2;  ///< a frame buffer: 288 values and a pair that
+                                                    ///< carries the high band's energy
+inline constexpr int kBins = kComplexSize;          ///< complex bins that have a gain
+
 inline constexpr int kGains = kBins + 1;      ///< one gain per bin, and one for the high band
 inline constexpr int kRowSize = 152;          ///< a row of gains, up to a whole number of vectors
 inline constexpr int kSubWindows = 4;         ///< sub-windows of the minimum search

@@ -6,7 +6,11 @@
 
 #include <cstdint>
 
+#include "dsp/fft288.h"
+
 namespace korvane {
+
+inline constexpr int kHopSize = kFrameSize / 2;  ///< new values a frame brings: half overlap
 
 /**
  * Analysis and synthesis window, Q15. Entries 0..143 are the rising half of a Kaiser-Bessel-derived
@@ -19,7 +23,7 @@ namespace korvane {
  * w[k] = sqrt((v[0] + ... + v[k]) / (v[0] + ... + v[144])), k = 0..143, times 32768, rounded half
  * up, at most 32767.
  */
-inline constexpr int16_t kWindow[288] = {
+inline constexpr int16_t kWindow[2 * kHopSize] = {
     6,     13,    22,    33,    47,    64,    84,    109,   138,   172,   211,   255,   306,
     364,   429,   502,   583,   673,   773,   882,   1002,  1133,  1276,  1430,  1598,  1778,
     1971,  2178,  2400,  2635,  2886,  3152,  3433,  3729,  4042,  4369,  4713,  5072,  5446,

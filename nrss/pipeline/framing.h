@@ -14,7 +14,7 @@
 #ifndef KORVANE_NRSS_PIPELINE_FRAMING_H
 #define KORVANE_NRSS_PIPELINE_FRAMING_H
 
-#include <cstdint>
+#include "nrss/gain/window_table.h"
 
 namespace korvane {
 
