@@ -22,7 +22,7 @@ int32_t high_band_energy(const int32_t* frame, int n) {
 
 void NRSS_ProcessBand(GainStep gain_step, void* gain_state, int32_t* frame, int32_t* high_frame,
                       int compute, int n) {
-    real_fft288(frame, frame);
+    real_fft288_plain(frame, frame);
     for (int i = 0; i < 2 * n; ++i) {
         frame[i] >>= 7;  // one bit less than in the full band, so that the bins keep one bit more
     }
@@ -38,7 +38,7 @@ void NRSS_ProcessBand(GainStep gain_step, void* gain_state, int32_t* frame, int3
     for (int i = 0; i < 2 * n; ++i) {
         high_frame[i] = mul_q15(high_frame[i], gain[n]);
     }
-    real_ifft288(frame, frame);
+    real_ifft288_plain(frame, frame);
 }
 
 }  // namespace korvane

@@ -1,5 +1,7 @@
 #include "dsp/instruction_set.h"
 
+#include <atomic>
+
 #if defined(KORVANE_SIMD) && defined(__x86_64__)
 #include <cpuid.h>
 
@@ -10,7 +12,8 @@ namespace korvane {
 
 namespace {
 
-constinit InstructionSet chosen = InstructionSet::kUnknown;
+// Whichever thread asks first; all get the same answer.
+constinit std::atomic<InstructionSet> chosen = InstructionSet::kUnknown;
 
 #if defined(KORVANE_SIMD) && defined(__x86_64__)
 
@@ -48,12 +51,14 @@ InstructionSet detect() { return InstructionSet::kPlain; }
 }  // namespace
 
 InstructionSet instruction_set() {
-    if (chosen == InstructionSet::kUnknown) {
-        chosen = detect();
+    InstructionSet set = chosen.load(std::memory_order_relaxed);
+    if (set == InstructionSet::kUnknown) {
+        set = detect();
+        chosen.store(set, std::memory_order_relaxed);
     }
-    return chosen;
+    return set;
 }
 
-void force_instruction_set(InstructionSet set) { chosen = set; }
+void force_instruction_set(InstructionSet set) { chosen.store(set, std::memory_order_relaxed); }
 
 }  // namespace korvane

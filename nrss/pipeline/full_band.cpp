@@ -7,7 +7,7 @@
 namespace korvane {
 
 void NRSS_ProcessFullBand(NrssState& s, int32_t* frame, bool compute) {
-    real_fft288(frame, frame);
+    real_fft288_plain(frame, frame);
     // 288 full-scale samples reach 288 * 32767; eight bits less keep re*re + im*im below 2^32.
     for (int i = 0; i < kFrameSize; ++i) {
         frame[i] >>= 8;
@@ -21,7 +21,7 @@ void NRSS_ProcessFullBand(NrssState& s, int32_t* frame, bool compute) {
     }
     frame[0] = 0;  // DC
     frame[1] = 0;  // Nyquist
-    real_ifft288(frame, frame);
+    real_ifft288_plain(frame, frame);
 }
 
 }  // namespace korvane
