@@ -7,6 +7,8 @@
 #include <vector>
 
 #include "detector/detector.h"
+#include "korvane_nrss.h"
+#include "nrss/pipeline/block_pipeline.h"
 #include "numeric_models.h"
 
 namespace korvane::test {
@@ -80,6 +82,26 @@ TEST(ManyStreams, GiveWhatEachGivesAlone) {
     while (std::ranges::count_if(in_turns, &Stream::step) > 0) {
     }
     expect_same(in_turns, alone);
+}
+
+TEST(ManyStreams, DoNotSeeTheWeightsThatAHostPutsInOsf) {
+    static constexpr int16_t kSubtractNothing[kGains] = {};
+    constexpr int kLength = 57600;
+    Tolu_NRSS_Init(9, 16000);
+    osf = kSubtractNothing;
+    NrssState beside{};
+    NRSS_Init(beside, 9, 16000);
+    NrssState with_these_weights = beside;
+    with_these_weights.osf = osf;
+    const auto cleaned = [](const auto& clean) {
+        Samples x = bursts(kLength, 1);
+        clean(x.data());
+        return x;
+    };
+    const auto exported = cleaned([&](auto* x) { Tolu_NRSS_Nonintlvd(x, x, kLength); });
+    EXPECT_EQ(exported,
+              cleaned([&](auto* x) { NRSS_Nonintlvd(with_these_weights, x, x, kLength); }));
+    EXPECT_NE(exported, cleaned([&](auto* x) { NRSS_Nonintlvd(beside, x, x, kLength); }));
 }
 
 }  // namespace
