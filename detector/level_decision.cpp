@@ -61,7 +61,7 @@ double level_db(const int16_t* x, int n) { return decibels(mean_square(x, n)); }
 void VOR_Init(VorState& s) { s = {1, 1, 1, 480, 19200, 0, 0}; }
 
 void VOR_SetFs(VorState& s) {
-    // The counts are meant for 48 kHz, 10 ms and 400 ms, and are kept at every rate.
+    // 10 ms and 400 ms at 48 kHz; other rates have the same counts.
     const double base = s.rate_enabled != 0 ? 48000.0 : 0.0;
     s.onset_samples = static_cast<int32_t>(std::floor(base * 0.01));
     s.hangover_samples = static_cast<int32_t>(std::floor(base * 0.4));
@@ -72,8 +72,8 @@ int VOR_Decide(VorState& s, const int16_t* ch0, const int16_t* ch1, int n) {
     const bool enabled = (speech ? s.stay_enabled : s.enter_enabled) != 0;
     const Threshold& t = !enabled ? kFullScale : speech ? kStay : kEnter;
 
-    // A countdown runs only while frames keep to the other side of the threshold; of two channels
-    // the louder decides. No level at all (n = 0) lies on neither side.
+    // A countdown runs while frames ask for the other decision; one that does not ends it. Of two
+    // channels the louder counts. A frame of no samples has no level and asks for nothing.
     const auto above = [&] {
         return is_above(ch0, n, t) || (ch1 != nullptr && is_above(ch1, n, t));
     };

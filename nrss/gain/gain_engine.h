@@ -1,7 +1,7 @@
 /**
  * The gain engine on the powers of one frame, in passes over the bins. Written for a value type V,
- * as its arithmetic is; passes are kept short, so that the chains of several bins overlap in the
- * processor.
+ * as its arithmetic is. The passes are short, so that the processor can work on several bins at
+ * once.
  *
  * Bins 0..143 go through V; on the two-band path the high band's entry, number 144, follows alone.
  */
@@ -78,9 +78,9 @@ KORVANE_INLINE void track_minimum(NrssState& s, bool start, int32_t first, int32
     }
 }
 
-/** Noise power: the minimum over all sub-windows, times 1.15 for the bias of a minimum. The factor
- * is 18841/16384; the minimum takes two bits for it and wraps from 2^29 on. Returns whether any
- * noise or power has wrapped to a negative value. */
+/** Noise power: the minimum over all sub-windows, times 1.15, since a minimum lies below the mean.
+ * The factor is 18841/16384; for it the minimum is taken four times, and wraps from 2^29 on.
+ * Returns whether any noise or power has wrapped to a negative value. */
 template <class V>
 KORVANE_INLINE bool estimate_noise(NrssState& s, int32_t first, int32_t last) {
     V signs = constant<V>(0);
@@ -125,8 +125,8 @@ KORVANE_INLINE void take_roots(NrssState& s, int32_t first, int32_t last) {
     }
 }
 
-/** gain_scratch = 1 - weight * factor * root, not below the floor, in place of the roots; compared
- * with the floor in 32 bits and cut to 16 afterwards. */
+/** gain_scratch = 1 - weight * factor * root, not below the floor, in place of the roots. The floor
+ * holds in 32 bits; only then is the gain cut to 16. */
 template <class V, bool kWrapped>
 KORVANE_INLINE void compute_gains(NrssState& s, int32_t first, int32_t last) {
     const int16_t* const weight = s.osf;
@@ -164,8 +164,9 @@ KORVANE_INLINE void smooth_run(NrssState& s) {
     }
 }
 
-/** The gains from gain_scratch, smoothed across frequency, wider towards higher bins, as hearing's
- * resolution is; the two lowest bins and those from 130 on as they are. */
+/** The gains from gain_scratch, averaged over neighbouring bins: over more of them at higher
+ * frequencies, which hearing resolves less finely. The two lowest bins and those from 130 on stay
+ * as they are. */
 template <class V>
 KORVANE_INLINE void smooth_gains(NrssState& s, int32_t bins) {
     const auto keep = [&](int32_t k) { s.gain[k] = static_cast<int16_t>(s.gain_scratch[k]); };
@@ -192,8 +193,8 @@ void run_gain_engine(NrssState& s, const int32_t* power, int32_t extra_bins) {
     const int32_t bins = kBins + extra_bins;
 
     s.subwin_count = add_wrap(s.subwin_count, 1);
-    // Counts only to tell the start-up; it stops rather than wrap, which after 2^31 frames (223
-    // days at 16 kHz) would send a running suppressor back into its start-up.
+    // Only the start-up asks for this count. It stops at its largest value: wrapping, after 2^31
+    // frames (223 days at 16 kHz), would send a running suppressor back into its start-up.
     s.frame_count += s.frame_count < INT32_MAX ? 1 : 0;
 
     int32_t energy = track_power<V>(s, power, 0, kBins);
@@ -206,7 +207,7 @@ void run_gain_engine(NrssState& s, const int32_t* power, int32_t extra_bins) {
     }
 
     if (energy >= 1) {  // a silent frame must not pull the minimum down
-        // When its sub-window is full, the oldest row becomes the current one.
+        // When a sub-window is full, the next one takes the place of the oldest.
         const bool rotate = s.subwin_count >= s.subwin_len;
         if (rotate) {
             s.min_win_row = (s.min_win_row + 1) % kSubWindows;

@@ -20,7 +20,7 @@ void store(int16_t* ring, int32_t position, const int16_t* x, int32_t n) {
     std::copy_n(x + first, n - first, ring);
 }
 
-/** Copies n samples out of a ring, as store does. */
+/** Copies n samples out of a ring, likewise in two runs. */
 void hand_back(const int16_t* ring, int32_t position, int16_t* x, int32_t n) {
     const int32_t first = std::min(n, kRingSize - position);
     std::copy_n(ring + position, first, x);
@@ -46,7 +46,7 @@ void NRSS_StreamBlock(NrssStreamState& s, NrssState& suppressor, int16_t* ch0, i
     s.write_pos = advance(s.write_pos, n);
     s.fill += n;
 
-    // A block is always one whole half of the ring, so the core works in the ring itself.
+    // A block is always one half of the ring, so it is cleaned in its place there.
     if (s.fill >= kBlockSize) {
         s.fill -= kBlockSize;
         const int32_t start = s.write_pos < kBlockSize ? kBlockSize : 0;

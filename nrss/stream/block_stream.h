@@ -15,7 +15,8 @@ namespace korvane {
 inline constexpr int32_t kBlockSize = 576;            ///< samples per channel in a block
 inline constexpr int32_t kRingSize = 2 * kBlockSize;  ///< samples per channel in the ring
 
-/** Of one stream. Always write_pos = (read_pos + 576) mod 1152 and fill = write_pos mod 576 once initialised. */
+/** Of one stream. Once initialised, write_pos = (read_pos + 576) mod 1152 and fill = write_pos mod
+ * 576 before and after every call. */
 struct NrssStreamState {
     uint16_t two_channel;  ///< 1 where the current call has two distinct channels
     int32_t read_pos;      ///< 0..1151, next sample to hand back
