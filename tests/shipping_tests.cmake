@@ -14,6 +14,12 @@ if(KORVANE_SIMD AND NOT KORVANE_INSTRUMENTED AND CMAKE_BUILD_TYPE STREQUAL "Rele
       ${CMAKE_C_COMPILER} ${CMAKE_CXX_COMPILER}
       $<TARGET_FILE:shipping_detector> $<TARGET_FILE:shipping_suppressor> $<TARGET_FILE:korvane-vad>)
     set_tests_properties(shipping.consumers PROPERTIES PROCESSORS 2 TIMEOUT 300 LABELS slow)
+    # Somebody who lacks packages is told all of them at once.
+    add_test(NAME shipping.missing_packages COMMAND ${CMAKE_COMMAND} -E env PKG_CONFIG_LIBDIR=/none
+      ${CMAKE_COMMAND} -S ${PROJECT_SOURCE_DIR} -B ${CMAKE_CURRENT_BINARY_DIR}/missing -DKORVANE_REPORT=ON
+      -DCMAKE_DISABLE_FIND_PACKAGE_CLI11=ON -DCMAKE_DISABLE_FIND_PACKAGE_nlohmann_json=ON)
+    set_tests_properties(shipping.missing_packages PROPERTIES PASS_REGULAR_EXPRESSION "apt-get install \
+libcli11-dev nlohmann-json3-dev libsndfile1-dev libsoxr-dev libssl-dev libfftw3-dev zlib1g-dev\n")
   endif()
   add_test(NAME shipping.abi COMMAND ${PROJECT_SOURCE_DIR}/scripts/abi check ${CMAKE_SYSTEM_PROCESSOR})
   set_tests_properties(shipping.abi PROPERTIES TIMEOUT 300)
