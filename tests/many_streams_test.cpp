@@ -68,6 +68,7 @@ void expect_same(const std::vector<Stream>& got, const std::vector<Stream>& expe
 TEST(ManyStreams, GiveWhatEachGivesAlone) {
     std::vector<std::thread> threads;
     std::vector<Stream> at_once = streams();  // first, so that the threads settle the vector code
+    threads.reserve(at_once.size());
     for (Stream& stream : at_once) {
         threads.emplace_back([&stream] { stream.run(); });
     }
