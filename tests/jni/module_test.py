@@ -33,7 +33,8 @@ module = android / named(r'include\(":([^"]+)"\)', settings)
 gradle = (module / "build.gradle.kts").read_text()
 
 plugin = named(r'id\("([^"]+)"\)', gradle)
-check(f'id("{plugin}") version' in (android / "build.gradle.kts").read_text(), f"no version of {plugin}")
+version = named(rf'id\("{plugin}"\) version "([\d.]+)"', (android / "build.gradle.kts").read_text())
+check([*map(int, version.split("."))] >= [8, 5, 1], f"{plugin} {version} does not align to 16 KB pages")
 native = module / named(r'path = file\("([^"]+)"\)', gradle)
 rules = module / named(r'consumerProguardFiles\("([^"]+)"\)', gradle)
 for file in (native, rules, module / "src/main/AndroidManifest.xml"):
@@ -43,9 +44,17 @@ source = module / "src/main/java" / package.replace(".", "/") / "KorvaneVad.java
 check(source.is_file() and f"package {package};" in source.read_text(), f"{source} is not in {package}")
 level = "1_8" if java_release == "8" else java_release
 check(re.findall(r"JavaVersion\.VERSION_(\w+)", gradle) == [level, level], "not the tests' Java level")
+check(named(r"ANDROID_STL=([a-z+_]+)", gradle) == "c++_static", "takes a library of the C++ runtime along")
 check(re.findall(r"abiFilters (.*)", gradle) == ['+= "arm64-v8a"'], "not 64-bit Arm alone")
-needed = named(r"cmake_minimum_required\(VERSION ([\d.]+)\)", (root / "CMakeLists.txt").read_text())
-check(named(r'version = "([\d.]+)\.0\+"', gradle) == needed, "not the CMake that the project asks for")
+# What must be the same in two files.
+readme, toolchain, project = [(root / file).read_text() for file in (
+    "android/README.md", "cmake/aarch64-linux-android.cmake", "CMakeLists.txt")]
+for pattern, other, text in (
+        (r"minSdk = (\d+)", r"\(API (\d+)\)", readme),
+        (r"minSdk = (\d+)", r"aarch64-linux-android(\d+)\)", toolchain),
+        (r"compileSdk = (\d+)", r"platform (\d+)", readme),
+        (r'version = "([\d.]+)\.0\+"', r"cmake_minimum_required\(VERSION ([\d.]+)\)", project)):
+    check(named(pattern, gradle) == named(other, text), f"{pattern} is another than {other}")
 
 if failures:  # what they build would not be what was meant
     sys.exit("\n".join(failures))
