@@ -49,6 +49,26 @@ function hums(rate) {
   return Array.from({ length: 18 * rate }, (_, i) => i / rate % 6 < 3 ? 0 : 9000 * Math.sin(2 * Math.PI * 300 * i / rate));
 }
 
+const MADE = { rate: 16000, seconds: 16, burst: [5, 6], sweep: [9, 12], low: 500, high: 7000 };
+
+/** Steady noise, in it a burst of 1 kHz and a sweep that rises evenly from `low` to `high` Hz. */
+function madeSignal({ rate, seconds, burst, sweep, low, high }) {
+  let seed = 1;
+  const noise = () => (seed = (1103515245 * seed + 12345) % 2147483648) / 2147483648 - 0.5;
+  return Array.from({ length: seconds * rate }, (_, i) => {
+    const t = i / rate;
+    const [from, to] = sweep;
+    const part = (t - from) / (to - from);
+    return 3000 * noise() + (t >= burst[0] && t < burst[1] ? 13000 * Math.sin(2000 * Math.PI * t) : 0) +
+      (part >= 0 && part < 1 ? 10000 * Math.sin(2 * Math.PI * (t - from) * (low + (high - low) * part / 2)) : 0);
+  });
+}
+
+/** More than an hour with more than 200 segments: two seconds of a tone in every sixteen. */
+function longSignal(rate) {
+  return Array.from({ length: 230 * 16 * rate }, (_, i) => i / rate % 16 < 2 ? 9000 * Math.sin(600 * Math.PI * i / rate) : 0);
+}
+
 let made = 0;
 function report(recording) {
   const out = join(folder, `page-${made++}.html`);
@@ -70,6 +90,29 @@ async function open(file, options = {}) {
   });
   page.on("pageerror", (error) => complaints.push(String(error)));
   page.on("request", (request) => requests.push(request.url()));
+  // The player's audio elements and what they were given.
+  await page.addInitScript(() => {
+    window.players = [];
+    window.Audio = class extends window.Audio {
+      constructor() {
+        super();
+        window.players.push(this);
+      }
+    };
+    const blobs = new Map();
+    const url = URL.createObjectURL.bind(URL);
+    URL.createObjectURL = (blob) => {
+      const made = url(blob);
+      blobs.set(made, blob);
+      return made;
+    };
+    window.heard = async (rate) => {
+      const [player] = window.players.filter((one) => !one.paused);
+      const bytes = await blobs.get(player.src).arrayBuffer();
+      const sound = await new OfflineAudioContext(1, rate, rate).decodeAudioData(bytes);
+      return Array.from(sound.getChannelData(0));
+    };
+  });
   await page.goto(pathToFileURL(file).href);
   await page.locator("html[data-ready]").waitFor({ state: "attached" });
 }
@@ -101,6 +144,55 @@ async function pixels(title) {
     return counts;
   });
   return new Map(Object.entries(counts));
+}
+
+/**
+ * A panel as it is seen: for each pixel column [first row, last row, rows] of a colour, as far as it has any, and
+ * the row that stands out most from the paper; and the panel's size.
+ */
+async function seen(title, rgb, darkTheme = false) {
+  return plot(title).evaluate((over, [wanted, dark]) => {
+    const canvas = over.parentElement.querySelector("canvas");
+    const { offsetLeft, offsetTop, clientWidth: width, clientHeight: height } = over;
+    const copy = new OffscreenCanvas(width, height).getContext("2d");
+    copy.drawImage(canvas, -offsetLeft, -offsetTop);
+    const { data } = copy.getImageData(0, 0, width, height);
+    const [red, green, blue] = wanted.split(",").map(Number);
+    const columns = [];
+    for (let x = 0; x < width; x++) {
+      let [first, last, rows, loudest, most] = [null, null, 0, null, -1];
+      for (let y = 0; y < height; y++) {
+        const at = 4 * (y * width + x);
+        // Nearly: a line of one pixel is smoothed.
+        if (Math.abs(data[at] - red) + Math.abs(data[at + 1] - green) + Math.abs(data[at + 2] - blue) < 70) {
+          first ??= y;
+          last = y;
+          rows++;
+        }
+        const sum = data[at] + data[at + 1] + data[at + 2];
+        const strength = dark ? sum : 765 - sum;
+        if (strength > most) {
+          [most, loudest] = [strength, y];
+        }
+      }
+      columns.push({ first, last, rows, loudest });
+    }
+    return { columns, width, height };
+  }, [rgb, darkTheme]);
+}
+
+/** Shows a stretch of time, by the mouse. */
+async function zoomTo(from, to, seconds) {
+  await page.keyboard.press("0");
+  await inView();
+  const box = await plot("Level").boundingBox();
+  const x = (time) => box.x + time / seconds * box.width;
+  await page.mouse.move(x(from), box.y + 20);
+  await page.mouse.down();
+  await page.mouse.move(x(to), box.y + 25, { steps: 3 });
+  await page.mouse.up();
+  const { from: left, span } = await inView();
+  return { from: left * seconds, span: span * seconds };
 }
 
 /** A colour of the style, as "r,g,b". */
@@ -150,7 +242,9 @@ before(async () => {
   writeWav(file("hums.wav"), 16000, hums(16000));
   writeWav(file("slow.wav"), 3000, hums(3000));
   writeWav(file("silent.wav"), 2000, new Array(2000).fill(0));
-  for (const name of ["speech", "hums", "slow", "silent"]) {
+  writeWav(file("made.wav"), MADE.rate, madeSignal(MADE));
+  writeWav(file("long.wav"), 2000, longSignal(2000));
+  for (const name of ["speech", "hums", "slow", "silent", "made", "long"]) {
     reports[name] = report(file(`${name}.wav`));
   }
   browser = await chromium.launch({
@@ -173,36 +267,102 @@ async function closeQuietly() {
   assert.deepEqual(outside, []);
 }
 
+for (const colorScheme of ["light", "dark"]) {
+  it(`shows made signals where they are, ${colorScheme}`, async () => {
+    const { rate, seconds, burst, sweep, low, high } = MADE;
+    const dark = colorScheme === "dark";
+    await open(reports.made, { colorScheme });
+    const look = async (title, name) => seen(title, await styleColour(name), dark);
+    const columnOf = ({ width }, time) => Math.floor(time / seconds * width);
+
+    const heights = {};
+    for (const [title, name] of [["Waveform before", "before"], ["Waveform after", "after"]]) {
+      const picture = await look(title, name);
+      const height = (time) => { const { first, last } = picture.columns[columnOf(picture, time)]; return first === null ? 0 : last - first + 1; };
+      heights[name] = height(8);
+      const tone = height(5.5);
+      const full = picture.columns.findIndex(({ first, last }) => first !== null && last - first > tone / 2);
+      near((full + 0.5) / picture.width * seconds, burst[0], 1.5 * seconds / picture.width, `${title}: start of the burst`);
+      assert.ok(height(burst[1] - 0.05) > tone / 2 && height(burst[1] + 0.05) < tone / 2, `${title}: end of the burst`);
+    }
+    // The noise is heard before and all but gone after.
+    assert.ok(heights.before >= 3 && heights.after <= heights.before / 2, JSON.stringify(heights));
+
+    for (const title of ["Spectrogram before", "Spectrogram after"]) {
+      const picture = await look(title, "paper");
+      const spacing = rate / 2 / picture.height;
+      for (const part of [0.1, 0.5, 0.9]) {
+        const row = picture.columns[columnOf(picture, sweep[0] + part * (sweep[1] - sweep[0]))].loudest;
+        near(rate / 2 - (row + 0.5) * spacing, low + part * (high - low), 150, `${title}: Hz at ${part} of the sweep`);
+      }
+    }
+
+    const level = await look("Level", "enter");
+    const row = (decibels) => -decibels / 100 * level.height;
+    const middle = (picture, x) => (picture.columns[x].first + picture.columns[x].last) / 2;
+    near(middle(level, 10), row(-45), 1.5, "the upper threshold's place");
+    const stay = await look("Level", "stay");
+    near(middle(stay, stay.columns.findIndex(({ first }) => first !== null)), row(-50), 1.5, "the lower threshold's place");
+
+    const tone = 20 * Math.log10(13000 / Math.SQRT2 / 32768);
+    const shown = await zoomTo(burst[0] - 0.3, burst[0] + 0.3, seconds);
+    const timeOf = (picture, x) => shown.from + (x + 0.5) / picture.width * shown.span;
+    const curve = await look("Level", "level");
+    // A steady tone comes back about 6 dB lower.
+    near(middle(curve, curve.width - 20) / curve.height * -100, tone - 6, 2, "level of the burst");
+    const rises = curve.columns.findIndex(({ first }) => first !== null && first < row(-30));
+    near(timeOf(curve, rises), burst[0], 0.02, "the level rises");
+    const decision = await look("Decision", "level");
+    const begins = decision.columns.findIndex(({ rows }) => rows > 0);
+    near(timeOf(decision, begins), burst[0] + 0.02, 0.02, "the flag rises, after its onset of 30 ms");
+    const segment = await look("Decision", "speech");
+    near(timeOf(segment, segment.columns.findIndex(({ rows }) => rows > 0)), burst[0], 0.012, "the segment begins");
+    await screenshot(`made-${colorScheme}`);
+    await closeQuietly();
+  });
+}
+
+it("plays what its buttons say", async () => {
+  const { rate } = MADE;
+  await open(reports.made);
+  const rms = (x, from, to) => Math.sqrt(x.slice(from * rate, to * rate).reduce((sum, v) => sum + v * v, 0) / ((to - from) * rate));
+  const decibels = {};
+  await page.getByRole("button", { name: "Play", exact: true }).click();
+  for (const name of ["After", "Before"]) {
+    await page.getByRole("button", { name, exact: true }).click();
+    await positionReaches(await position() + 0.1);
+    const sound = await page.evaluate((samples) => window.heard(samples), rate);
+    decibels[name] = [[5.2, 5.8], [7, 8.5]].map(([from, to]) => 20 * Math.log10(rms(sound, from, to)));
+  }
+  near(decibels.Before[0], 20 * Math.log10(13000 / Math.SQRT2 / 32768), 0.1, "the burst as it was");
+  near(decibels.Before[1], 20 * Math.log10(3000 / Math.sqrt(12) / 32768), 0.3, "the noise as it was");
+  near(decibels.After[0], decibels.Before[0] - 6, 2, "the burst, cleaned");
+  assert.ok(decibels.After[1] < decibels.Before[1] - 15, "the noise, suppressed");
+  await closeQuietly();
+});
+
+it("lists all segments of an hour and more, with hours and minutes", async () => {
+  await open(reports.long);
+  const rows = page.locator("#segments tbody tr");
+  assert.equal(await rows.count(), 200);
+  await page.getByRole("button", { name: "Show more (30 left)" }).click();
+  assert.equal(await rows.count(), 230);
+  const clock = (ms) => `${Math.floor(ms / 3600000)}:${String(Math.floor(ms / 60000) % 60).padStart(2, "0")}:` +
+    `${String(Math.floor(ms / 1000) % 60).padStart(2, "0")}.${String(ms % 1000).padStart(3, "0")}`;
+  const { segments } = JSON.parse(await page.locator("#facts").textContent());
+  for (const index of [0, 3, 199, 200, 229]) {
+    const cells = await rows.nth(index).locator("td").allTextContents();
+    near(segments[index][0] / 2000, 16 * index, 0.2, "start of a tone");
+    assert.equal(cells[2], clock(segments[index][0] / 2));
+    assert.equal(cells[3], clock(segments[index][1] / 2));
+  }
+  assert.match(await page.locator("#clock").textContent(), /^0:00:00\.000 \/ 1:01:20\.000$/);
+  await closeQuietly();
+});
+
 describe("real speech", () => {
   beforeEach(() => open(reports.speech));
   afterEach(closeQuietly);
-
-  it("draws every panel", async () => {
-    assert.deepEqual(await page.locator(".panel h3").evaluateAll((all) => all.map((h) => h.firstChild.textContent)), PANELS);
-    const area = async (title) => plot(title).evaluate((over) => over.clientWidth * over.clientHeight);
-    for (const [title, colour] of [["Waveform before", "before"], ["Waveform after", "after"]]) {
-      const count = (await pixels(title)).get(await styleColour(colour)) ?? 0;
-      // The words fill a good part of it, the pauses leave most of it empty.
-      assert.ok(count > 0.02 * await area(title) && count < 0.6 * await area(title), `${title}: ${count} pixels`);
-    }
-    const width = await plot("Level").evaluate((over) => over.clientWidth);
-    const level = await pixels("Level");
-    assert.ok(level.get(await styleColour("enter")) >= width, "the upper threshold from side to side");
-    assert.ok(level.get(await styleColour("stay")) >= width / 2, "the lower threshold, dashed");
-    const decision = await pixels("Decision");
-    const bar = 0.28 * await area("Decision"); // the height of either bar
-    for (const colour of ["level", "speech"]) {
-      const part = decision.get(await styleColour(colour)) / bar;
-      assert.ok(part > 0.5 && part < 1, `${colour} takes ${part} of its bar`); // nearly all of it is speech
-    }
-    for (const title of ["Spectrogram before", "Spectrogram after"]) {
-      const colours = await pixels(title);
-      assert.ok(colours.size > 100, `${title}: ${colours.size} colours`);
-      assert.equal(colours.get("transparent") ?? 0, 0);
-    }
-    await screenshot("light");
-    await screenshot("light-whole", { fullPage: true });
-  });
 
   it("zooms with wheel, mouse, keys and buttons, all panels together, and back", async () => {
     assert.deepEqual(await inView(), { from: 0, span: 1 });
