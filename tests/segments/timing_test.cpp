@@ -51,42 +51,6 @@ TEST(Timing, OnsetAndHangoverAreTheDetectorsAtEveryFrameLength) {
     }
 }
 
-TEST(Timing, AlignedSegmentsAreTheLoudFramesThemselves) {
-    for (const int frame : {1, 7, 80, 144, 160, 240, 441, 479, 480, 481, 960, 4095, 4096}) {
-        Timing timing = timing_of(16000, frame);
-        timing.delay = 0;  // the level decision alone has none
-        const int64_t onset = timing.onset / frame;
-        const int64_t hangover = timing.hangover / frame;
-        LevelDecision decision(frame);
-        Segmenter segmenter(timing, {Align::kBoth});
-        std::vector<Segment> expected;
-        int64_t position = 0;
-        const auto run = [&](bool loud, int64_t frames) {
-            for (int64_t i = 0; i < frames; ++i) {
-                segmenter.add(decision(loud));
-            }
-            if (loud && frames >= onset) {
-                expected.push_back(
-                    {position, position + frames * frame, position + timing.onset, false});
-            }
-            position += frames * frame;
-        };
-        run(false, 5);
-        run(true, onset - 1);  // too short to be declared
-        run(false, 1);
-        run(true, onset);
-        run(false, hangover);
-        run(true, 3 * onset + 2);
-        run(false, hangover - 1);  // too short to end it: the last segment goes on
-        run(true, onset + 1);
-        run(false, hangover);
-        expected[1].end = expected[2].end;
-        expected.pop_back();
-        segmenter.finish(position);
-        EXPECT_EQ(segmenter.take(), expected) << "frame " << frame;
-    }
-}
-
 /** Where a smooth pulse at sample 2000 is in the cleaned stream, relative to where it went in. */
 int delay_of_a_pulse(int rate, int frame) {
     const auto handle = std::make_unique<VadHandle>();

@@ -1,5 +1,7 @@
 """Many recordings in one run of korvane-vad: order, failures, interrupted runs, and other machines."""
 
+import csv
+import io
 import json
 import os
 import pathlib
@@ -8,7 +10,6 @@ import shlex
 import shutil
 import signal
 import subprocess
-import time
 import unittest
 
 from tool_case import ALSA, PROMPT, TOOL, ToolTest, write_wav
@@ -21,11 +22,24 @@ class Batch(ToolTest):
     def setUp(self):
         super().setUp()
         self.assertGreater(len(PROMPTS), 4)
-        self.names = []
-        for i, prompt in enumerate(PROMPTS[:6]):
-            self.names.append(shutil.copy(prompt, self.path(f"{i}.wav")))
+        self.names = [shutil.copy(prompt, self.path(f"{i}.wav")) for i, prompt in enumerate(PROMPTS[:6])]
         # Something long first, so that with several workers the others finish before it.
         subprocess.run(["sox", PROMPT, self.names[0], "repeat", "60"], check=True)
+
+    def pipe(self, name="pipe.wav"):
+        """A recording that keeps its worker waiting."""
+        os.mkfifo(self.path(name))
+        return self.path(name)
+
+    def workers(self, run):
+        return pathlib.Path(f"/proc/{run.pid}/task/{run.pid}/children").read_text().split()
+
+    def change(self, path, data, later):
+        """Other content of the same size, the time of change kept or one nanosecond later."""
+        state = os.stat(path)
+        self.assertEqual(state.st_size, len(data))
+        pathlib.Path(path).write_bytes(data)
+        os.utime(path, ns=(state.st_atime_ns, state.st_mtime_ns + later))
 
     def test_order_and_failures_do_not_depend_on_the_workers(self):
         bad = shutil.copy(ALSA, self.path("cut.wav"))
@@ -33,116 +47,121 @@ class Batch(ToolTest):
         names = self.names[:2] + [bad, self.path("none.wav")] + self.names[2:]
         for form in ("text", "json", "jsonl", "csv", "rttm"):
             with self.subTest(form):
-                one = self.run_tool("-j", "1", "-f", form, *names)
-                self.assertEqual(self.run_tool("-j", "0", "-f", form, *names).stdout, one.stdout)
-                many = self.run_tool("-j", "3", "-f", form, *names)
+                one, many, all_cores = (self.run_tool("-j", jobs, "-f", form, *names) for jobs in "130")
                 self.assertEqual((many.returncode, many.stdout, many.stderr),
                                  (one.returncode, one.stdout, one.stderr))
-                self.assertEqual(one.returncode, 1)
-                self.assertRegex(one.stderr, r"^korvane-vad: \S*/cut.wav: .+\n"
-                                             r"korvane-vad: \S*/none.wav: .+\n$")
+                self.assertEqual((one.returncode, one.stdout), (1, all_cores.stdout))
+                self.assertRegex(one.stderr, r"^korvane-vad: \S*/cut.wav: .+\nkorvane-vad: \S*/none.wav: .+\n$")
                 if form == "json":
                     self.assertEqual([r["file"] for r in json.loads(one.stdout)], self.names)
-        out = self.path("out")
-        for jobs in ("1", "3"):
-            self.assertEqual(self.run_tool("-j", jobs, "--fail-fast", "-f", "csv", *names, "-o", out)
-                             .returncode, 1)
-            self.assertFalse(os.path.exists(out))
-        fast = [self.run_tool("-j", jobs, "--fail-fast", "-f", "csv", *names) for jobs in ("1", "3")]
-        self.assertEqual((fast[0].stdout, fast[0].stderr), (fast[1].stdout, fast[1].stderr))
-        self.assertEqual(fast[0].stderr.count("\n"), 1)
-        self.assertNotIn(self.names[2], fast[0].stdout)
+        fast = []
+        for jobs in "13":
+            command = ("-j", jobs, "--fail-fast", "-f", "csv", *names)
+            self.assertEqual(self.run_tool(*command, "-o", self.path("out")).returncode, 1)
+            self.assertFalse(os.path.exists(self.path("out")))
+            done = self.run_tool(*command)
+            fast.append((done.stdout, done.stderr))
+        self.assertEqual((fast[0], fast[0][1].count("\n")), (fast[1], 1))
+        self.assertNotIn(self.names[2], fast[0][0])
+
+    def test_as_many_workers_as_asked_for(self):
+        pipes = [self.pipe(f"{i}.pipe") for i in range(3)]
+        for jobs, count in (("2", 2), ("0", min(len(os.sched_getaffinity(0)), len(pipes)))):
+            run = subprocess.Popen(TOOL + ["-j", jobs, *pipes])
+            self.wait_until(lambda: len(self.workers(run)) == count)
+            run.terminate()
+            self.assertEqual(run.wait(10), 143)
 
     def test_each_result_is_what_the_file_alone_gives(self):
         out = self.path("out/")
         done = self.run_tool("-j", "2", "-f", "srt", *self.names, "-o", out)
         self.assertEqual((done.returncode, done.stdout, done.stderr), (0, "", ""))
-        self.assertEqual(len(os.listdir(out)), len(self.names))
-        for name in self.names:
-            result = pathlib.Path(out, pathlib.Path(name).stem + ".srt").read_text()
-            self.assertEqual(result, self.run_tool("-f", "srt", name).stdout)
-        self.fails(os.path.join(out, "0.srt"), "both", "-f", "srt", self.names[0], self.names[0],
-                   "-o", out)
+        results = {name: self.run_tool("-f", "srt", name).stdout for name in self.names}
+        self.assertEqual({path.name: path.read_text() for path in pathlib.Path(out).iterdir()},
+                         {pathlib.Path(name).stem + ".srt": text for name, text in results.items()})
+        self.fails(os.path.join(out, "0.srt"), "both", "-f", "srt", self.names[0], self.names[0], "-o", out)
 
     def test_lists_of_names(self):
         odd = [os.path.join(os.fsencode(self.folder), name)
-               for name in (b"new\nline.wav", b"quo'te\".wav", b"\xff.wav", b"[x]", b" space ")]
+               for name in (b"new\nline", b"back\rto", b'quo\'te"', b"com,ma", b"\xff.wav", b"[x]", b" space ")]
         for name in odd:
             shutil.copy(ALSA, name)
         for order in (odd, odd[::-1]):
-            done = subprocess.run(TOOL + ["-j", "2", "--files-from", "-", "-0", "-f", "rttm"],
+            done = subprocess.run(TOOL + ["-j", "2", "--files-from", "-", "-0", "-f", "csv"],
                                   input=b"\0".join(order), capture_output=True)
             self.assertEqual((done.returncode, done.stderr), (0, b""))
-            self.assertEqual(done.stdout.count(b"SPEAKER "), len(odd))
-        listed = self.path("list")
-        pathlib.Path(listed).write_text("\n".join(self.names[1:]) + "\n")
-        self.assertEqual(self.run_tool("-f", "csv", self.names[0], "--files-from", listed).stdout,
+            records = csv.reader(io.StringIO(os.fsdecode(done.stdout), newline=""))
+            self.assertEqual([os.fsencode(record[0]) for record in records][1:], order)
+        listed = pathlib.Path(self.path("list"))
+        listed.write_text("\n".join(self.names[1:]) + "\n")
+        self.assertEqual(self.run_tool("-f", "csv", self.names[0], "--files-from", str(listed)).stdout,
                          self.run_tool("-f", "csv", *self.names).stdout)
-        pathlib.Path(listed).write_bytes(b"a\0b")
-        self.fails(listed, "--null", "--files-from", listed)
+        listed.write_bytes(b"a\0b")
+        self.fails(listed, "--null", "--files-from", str(listed))
         self.fails("/none", "No such file", "--files-from", "/none")
-        pathlib.Path(listed).write_bytes(b"")
-        self.assertEqual(json.loads(self.run_tool("-f", "json", "--files-from", listed).stdout), [])
+        listed.write_bytes(b"")
+        self.assertEqual(json.loads(self.run_tool("-f", "json", "--files-from", str(listed)).stdout), [])
 
     def test_resume_after_a_kill(self):
-        manifest, out = self.path("done.jsonl"), self.path("all.csv")
-        odd = os.path.join(os.fsencode(self.folder), b"\xff,.wav")
-        shutil.copy(ALSA, odd)
-        pipe = self.path("pipe.wav")  # keeps the run from finishing
-        os.mkfifo(pipe)
+        manifest, out, pipe = pathlib.Path(self.path("done.jsonl")), self.path("all.csv"), self.pipe()
+        odd = shutil.copy(ALSA, os.path.join(os.fsencode(self.folder), b"\xff,.wav"))
         names = [odd, *self.names, pipe]
         command = TOOL + ["-j", "2", "-f", "csv", "--resume", manifest, "-o", out, *names]
         for number in (signal.SIGKILL, signal.SIGINT, signal.SIGTERM):
             run = subprocess.Popen(command, stderr=subprocess.DEVNULL)
             with open(pipe, "wb", buffering=0):
-                deadline = time.monotonic() + 60
-                # A worker of the run before may have opened the pipe, still dying; this run has begun
-                # when it has a worker of its own.
-                children = pathlib.Path(f"/proc/{run.pid}/task/{run.pid}/children")
-                while time.monotonic() < deadline and (
-                        not children.read_text() or
-                        pathlib.Path(manifest).read_bytes().count(b"\n") < 1 + len(names) - 1):
-                    time.sleep(0.02)
+                self.wait_until(lambda: len(self.workers(run)) == 1 and manifest.read_bytes().count(b"\n") == len(names))
+                worker, = self.workers(run)
                 run.send_signal(number)
                 self.assertEqual(run.wait(10), -9 if number == signal.SIGKILL else 128 + number)
+                # Nobody works on for a run that is no more, though the recording has not ended.
+                self.wait_until(lambda: "State:\tZ" in self.status_of(worker), 10)
             self.assertFalse(os.path.exists(out))
-        self.assertEqual(pathlib.Path(manifest).read_bytes().count(b"\n"), len(names))
-        for left in os.listdir(self.folder):
-            if left.startswith(".korvane-vad-"):  # what SIGKILL alone can leave
-                os.remove(self.path(left))
-        # A torn last line does not count; a recording that has changed is done again; what has not
-        # is not even opened, or the damage behind its samples' back would show.
-        lines = pathlib.Path(manifest).read_bytes().splitlines(keepends=True)
-        pathlib.Path(manifest).write_bytes(b"".join(lines) + lines[-1][:40])
+        for left in pathlib.Path(self.folder).glob(".korvane-vad-*"):  # what SIGKILL alone can leave
+            left.unlink()
+        # A torn last line does not count; a recording that has changed is done again, be it of the same
+        # size; what has not is not even opened, or the damage behind its time's back would show.
+        lines = manifest.read_bytes().splitlines(keepends=True)
+        manifest.write_bytes(b"".join(lines) + lines[-1][:40])
+        whole = pathlib.Path(self.names[3]).read_bytes()
+        self.change(self.names[3], bytes(len(whole)), 0)
         shutil.copy(ALSA, self.names[2])
-        state = os.stat(self.names[3])
-        content = pathlib.Path(self.names[3]).read_bytes()
-        pathlib.Path(self.names[3]).write_bytes(bytes(len(content)))
-        os.utime(self.names[3], ns=(state.st_atime_ns, state.st_mtime_ns))
+        speech = pathlib.Path(self.names[1]).read_bytes()
+        self.change(self.names[1], speech[:44] + bytes(len(speech) - 44), 1)
         os.remove(pipe)
         shutil.copy(ALSA, pipe)
         done = subprocess.run(command, capture_output=True)
         self.assertEqual((done.returncode, done.stdout, done.stderr), (0, b"", b""))
-        pathlib.Path(self.names[3]).write_bytes(content)
+        self.change(self.names[3], whole, 0)
         plain = subprocess.run(TOOL + ["-f", "csv", *names], capture_output=True)
         self.assertEqual(pathlib.Path(out).read_bytes(), plain.stdout)
-        # Other options: nothing noted counts, so the damage would show now.
-        pathlib.Path(self.names[3]).write_bytes(bytes(len(content)))
-        os.utime(self.names[3], ns=(state.st_atime_ns, state.st_mtime_ns))
-        self.assertEqual(subprocess.run(command + ["--pad-end", "1ms"], capture_output=True).returncode, 1)
 
-    def test_other_options_are_other_work(self):
-        manifest, recording = self.path("done.jsonl"), self.path("short.wav")
+    def status_of(self, process):
+        """A process that has ended counts as one that only waits to be taken note of."""
+        try:
+            return pathlib.Path(f"/proc/{process}/status").read_text()
+        except (FileNotFoundError, ProcessLookupError):
+            return "State:\tZ"
+
+    def test_other_options_or_another_version_are_other_work(self):
+        manifest, recording = pathlib.Path(self.path("done.jsonl")), self.path("short.wav")
         write_wav(recording, 8000, 1, [0] * 1600)
-        raw = ("--raw", "s16le", "-r", "8000")
+        raw = "--raw s16le -r 8000"
         for lines, options in enumerate((
-                (), ("-f", "csv"), ("--frame", "20ms"), ("--align", "none"), ("--pad-start", "1sample"), ("--downmix",),
-                ("--channels", "1"), ("--resample",), raw, ("--raw", "s16le", "-r", "8001"), ("--raw", "s16be", *raw[2:]),
-                (*raw, "-c", "2"), (*raw, "-c", "2", "--layout", "planar")), 2):
+                "", "-f csv", "--frame 20ms", "--align none", "--pad-start 1sample", "--pad-end 1sample", "--min-gap 1s",
+                "--min-speech 1s", "--max-speech 1s", "--downmix", "--channels 1", "--resample", raw,
+                "--raw s16le -r 8001", "--raw s16be -r 8000", raw + " -c 2", raw + " -c 2 --layout planar"), 2):
             for _ in range(2):
-                done = self.run_tool("--resume", manifest, *options, recording)
+                done = self.run_tool("--resume", manifest, *options.split(), recording)
                 self.assertEqual((done.returncode, done.stderr), (0, ""), options)
-                self.assertEqual(pathlib.Path(manifest).read_bytes().count(b"\n"), lines, options)
+                self.assertEqual(manifest.read_bytes().count(b"\n"), lines, options)
+        # As an older korvane-vad, and one with an older library, would have left it.
+        for version in ('"options":"korvane-vad ', "Korvane VAD v"):
+            older = manifest.read_text().replace(version, version + "0")
+            self.assertNotEqual(older, manifest.read_text())
+            manifest.write_text(older)
+            self.assertEqual(self.run_tool("--resume", manifest, recording).stderr, "")
+            self.assertEqual(manifest.read_text().count("\n"), older.count("\n") + 1)
 
     def test_what_is_no_manifest_is_left_alone(self):
         before = pathlib.Path(self.names[1]).read_bytes()
@@ -154,12 +173,11 @@ class Batch(ToolTest):
         self.fails(damaged, "line 2 is damaged", "--resume", damaged, PROMPT)
 
     def test_a_worker_that_dies(self):
-        pipe = self.path("pipe.wav")
-        os.mkfifo(pipe)
+        pipe = self.pipe()
         run = subprocess.Popen(TOOL + ["-f", "csv", pipe, PROMPT], stdout=subprocess.PIPE,
                                stderr=subprocess.PIPE, text=True)
         with open(pipe, "wb", buffering=0):
-            worker, = pathlib.Path(f"/proc/{run.pid}/task/{run.pid}/children").read_text().split()
+            worker, = self.workers(run)
             os.kill(int(worker), signal.SIGKILL)
             stdout, stderr = run.communicate(timeout=30)
         self.assertEqual(stderr, f"korvane-vad: {pipe}: its worker process ended with signal 9\n")

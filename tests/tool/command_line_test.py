@@ -1,27 +1,30 @@
 """Runs the built korvane-vad on real speech and on everything that can go wrong."""
 
 import csv
+import fcntl
 import io
 import json
 import math
 import os
 import pathlib
 import re
-import resource
 import select
 import shlex
 import shutil
 import signal
 import socket
+import struct
 import subprocess
 import tempfile
+import termios
 import time
 import unittest
+from itertools import product
 
-from tool_case import (ALSA, PROMPT, TOOL, ToolTest, best_lag, loud_samples, read_wav, wav_header,
-                       write_wav)
+from tool_case import ALSA, PROMPT, TOOL, ToolTest, best_lag, loud_samples, read_wav, wav_header, write_wav
 
-TABLE = pathlib.Path(__file__).parents[2] / "conformance/table.tsv"
+ROOT = pathlib.Path(__file__).parents[2]
+RAW = ("--raw", "s16le", "-r", "8000")
 
 
 class Speech(ToolTest):
@@ -33,8 +36,7 @@ class Speech(ToolTest):
                           self.convert("44k.wav", "rate", "44100"), ALSA):
             with self.subTest(recording):
                 rate, speech = read_wav(recording)[0::2]
-                lead = 2 * rate + 77
-                tail = 19200 + 2 * rate
+                lead, tail = 2 * rate + 77, 19200 + 2 * rate
                 padded = [0] * lead + list(speech) + [0] * tail
                 write_wav(self.path("in.wav"), rate, 1, padded)
                 rows = self.segments_and_cleaned(self.path("in.wav"), self.path("out.wav"))
@@ -66,10 +68,9 @@ class Speech(ToolTest):
         # begins somewhere in a frame; the first loud frame is that one or the next, or, where the
         # suppressor spreads the tone by one of its frames of 288 values, one before.
         # Figures are rounded to half a millisecond.
-        for rate, spread in ((8000, 288), (16000, 288), (44100, 576), (48000, 576)):
+        for rate, spread in ((8000, 288), (44100, 576)):
             with self.subTest(rate):
-                tone = [round(16000 * math.sin(2 * math.pi * 1000 * i / rate))
-                        for i in range(8 * rate // 100)]
+                tone = [round(16000 * math.sin(2 * math.pi * 1000 * i / rate)) for i in range(8 * rate // 100)]
                 write_wav(self.path("late.wav"), rate, 1, [0] * rate + tone)
                 rows = self.segments(self.path("late.wav"))
                 frame = rate // 100
@@ -82,7 +83,7 @@ class Speech(ToolTest):
         silent = [0] * len(speech)
         later = [0] * 1000 + list(speech[:-1000])
         mono = self.segments(PROMPT)
-        for left, right in ((speech, speech), (speech, silent), (speech, later)):
+        for left, right in ((speech, silent), (silent, speech), (speech, later)):
             write_wav(self.path("in.wav"), rate, 2, [x for pair in zip(left, right) for x in pair])
             rows = self.segments_and_cleaned(self.path("in.wav"), self.path("out.wav"))
             self.assertTrue(rows == mono or right is later)
@@ -91,65 +92,26 @@ class Speech(ToolTest):
         self.assertEqual(best_lag(speech, cleaned[0::2], 20), 0)
         self.assertEqual(best_lag(later, cleaned[1::2], 20), 0)
 
-    def test_cleaned_recordings_of_every_short_length(self):
-        # Around frames, delay, and their sums; at the slowest rate too, where a frame is one sample.
-        for rate in (1, 8000, 24999, 25000, 49999):
-            for length in (1, 79, 80, 81, 250, 719, 720, 721, 866, 867, 868):
-                with self.subTest(rate=rate, length=length):
-                    write_wav(self.path("in.wav"), rate, 1, [0] * length)
-                    self.assertEqual(self.segments_and_cleaned(self.path("in.wav"), self.path("out.wav")), [])
-                    out = read_wav(self.path("out.wav"))
-                    self.assertEqual((out[0], len(out[2])), (rate, length))
-
-    def test_longer_than_one_piece(self):
-        # What is read and written in pieces of 64 Ki frames is the same as what fits in one: the
-        # first part of a long recording equals the cleaned short one up to the delay of its end.
-        rate, speech = read_wav(PROMPT)[0::2]
-        long = list(speech) * (200000 // len(speech) + 1)
-        cleaned = []
-        for x in (long, long[:60000]):
-            write_wav(self.path("in.wav"), rate, 1, x)
-            self.run_tool("clean", self.path("in.wav"), self.path("out.wav"))
-            cleaned.append(read_wav(self.path("out.wav"))[2])
-        self.assertEqual(len(cleaned[0]), len(long))
-        self.assertEqual(cleaned[0][:59000], cleaned[1][:59000])
-        self.assertEqual(best_lag(long[131072:180000], cleaned[0][131072:180000], 5), 0)
-
 
 class Formats(ToolTest):
-    def test_lossless_ones_give_the_same(self):
+    def test_what_others_wrote_gives_the_same_samples(self):
         rows = self.segments_and_cleaned(ALSA, self.path("reference.wav"))
-        expected = read_wav(self.path("reference.wav"))
-        for name, options in (("a.flac", ()), ("b.flac", ("-b", "24")), ("a.aiff", ()), ("a.au", ()),
-                              ("a.w64", ()), ("a.caf", ()), ("float.wav", ("-e", "float", "-b", "32"))):
+        for name, options in (("a.flac", ("-b", "24")), ("a.caf", ()), ("float.wav", ("-e", "float", "-b", "32"))):
             with self.subTest(name):
                 recording = self.convert(name, options=options)
                 self.assertEqual(self.segments_and_cleaned(recording, self.path("out.wav")), rows)
                 out = self.convert("narrow.wav", source=self.path("out.wav"), options=("-b", "16", "-e", "signed"))
-                self.assertEqual(read_wav(out), expected)
-
-    def test_ogg(self):
-        recording = self.convert("a.ogg", "rate", "44100", "remix", "1", "1", options=("-C", "8"))
-        self.assertEqual(len(self.segments_and_cleaned(recording, self.path("out.wav"))), 1)
-        rate, channels, cleaned = read_wav(self.path("out.wav"))
-        self.assertEqual((rate, channels), (44100, 2))
-        speech = read_wav(self.convert("a.wav", "rate", "44100"))[2]
-        self.assertEqual(len(cleaned), 2 * len(speech))
-        self.assertEqual(best_lag(speech, cleaned[0::2], 20), 0)
+                self.assertEqual(read_wav(out), read_wav(self.path("reference.wav")))
 
     def test_through_a_pipe_whose_length_the_header_cannot_know(self):
-        def run_piped(data):
-            return subprocess.run(TOOL + ["/dev/stdin"], input=data, capture_output=True, timeout=60)
-
         samples = read_wav(PROMPT)[2].tobytes()
-        for data_bytes in (len(samples), 0xFFFFFFFF - 36):
-            done = run_piped(wav_header(8000, 1, data_bytes) + samples)
-            self.assertEqual((done.returncode, done.stderr), (0, b""))
-            self.assertEqual(done.stdout.decode(), self.run_tool(PROMPT).stdout)
-        done = run_piped(wav_header(8000, 1, len(samples)) + samples[:20001])
-        self.assertEqual(done.returncode, 1)
-        self.assertIn(b"/dev/stdin: truncated", done.stderr)
-
+        expected = self.run_tool(PROMPT).stdout.encode()
+        for told, kept, status, message in ((len(samples), None, 0, b""), (0xFFFFFFFF - 36, None, 0, b""),
+                                            (len(samples), 20001, 1, b"korvane-vad: /dev/stdin: truncated")):
+            done = subprocess.run(TOOL + ["/dev/stdin"], input=wav_header(8000, 1, told) + samples[:kept],
+                                  capture_output=True, timeout=60)
+            self.assertEqual((done.returncode, done.stderr[:34]), (status, message))
+            self.assertTrue(done.stdout == expected or status)
 
     def test_flac_from_a_slow_pipe_and_from_a_socket(self):
         data = pathlib.Path(self.convert("a.flac")).read_bytes()
@@ -169,20 +131,17 @@ class Formats(ToolTest):
 class BadRecordings(ToolTest):
     def rejected(self, recording, reason):
         """Rejected, and neither a new nor an old output file is touched."""
-        before = sorted(os.listdir(self.folder))
-        self.fails(recording, reason, "clean", recording, self.path("new.wav"))
-        self.assertEqual(sorted(os.listdir(self.folder)), before)
         with tempfile.TemporaryDirectory() as folder:
             old = pathlib.Path(folder, "old.wav")
             old.write_text("kept")
-            self.fails(recording, reason, "clean", recording, str(old))
-            self.assertEqual((os.listdir(folder), old.read_text()), (["old.wav"], "kept"))
+            for out in (str(old), os.path.join(folder, "new.wav")):
+                self.fails(recording, reason, "clean", recording, out)
+                self.assertEqual((os.listdir(folder), old.read_text()), (["old.wav"], "kept"))
 
     def test_unreadable(self):
-        self.rejected(self.path("none.wav"), "No such file or directory")
-        self.rejected("", "No such file or directory")
-        self.rejected(self.folder, "Is a directory")
-        self.rejected("/dev/null", "")
+        for name, reason in ((self.path("none.wav"), "No such file or directory"), ("", "No such file or directory"),
+                             (self.folder, "Is a directory"), ("/dev/null", "")):
+            self.rejected(name, reason)
         shutil.copy(ALSA, self.path("secret.wav"))
         os.chmod(self.folder, 0o755)
         os.chmod(self.path("secret.wav"), 0)
@@ -230,12 +189,12 @@ class Outputs(ToolTest):
         own = pathlib.Path(shutil.copy(ALSA, self.path("self.wav")))
         own.chmod(0o640)
         os.symlink("self.wav", self.path("link.wav"))
-        self.assertEqual(self.segments_and_cleaned(str(own), self.path("link.wav")),
-                         self.segments(ALSA))
-        self.assertEqual(own.read_bytes(), expected)
+        self.assertEqual(self.segments_and_cleaned(str(own), self.path("link.wav")), self.segments(ALSA))
+        self.assertEqual((own.read_bytes(), own.stat().st_mode & 0o777), (expected, 0o640))
         self.assertTrue(os.path.islink(self.path("link.wav")))
-        self.assertEqual(own.stat().st_mode & 0o777, 0o640)
         self.assertEqual(len(os.listdir(self.folder)), 4)
+        raw = subprocess.run(TOOL + ["clean", ALSA, "-"], capture_output=True).stdout
+        self.assertEqual(raw, read_wav(self.path("one.wav"))[2].tobytes())
         shutil.copy(ALSA, self.path("-c"))  # a name like an option, the current folder, the umask
         done = self.run_tool("clean", "--", "-c", "out.wav", cwd=self.folder, umask=0o027)
         self.assertEqual((done.returncode, done.stderr), (0, ""))
@@ -251,16 +210,13 @@ class Outputs(ToolTest):
         self.assertTrue(os.path.islink(self.path("link.wav")) and os.path.islink(self.path("circle.wav")))
 
     def test_results_never_replace_what_is_read(self):
-        own = shutil.copy(PROMPT, self.path("own.wav"))
-        link = self.path("link")
+        own, raw = (shutil.copy(PROMPT, self.path(name)) for name in ("own.wav", "raw.txt"))
+        link, manifest = self.path("link"), self.path("manifest")
         os.symlink("own.wav", link)
-        raw = shutil.copy(PROMPT, self.path("raw.txt"))
-        manifest = self.path("manifest")
         for named, arguments in (
                 (own, (own, "-o", own)), (link, (own, "-o", link)), (own, (PROMPT, own, "-o", own)),
                 (own, ("frames", own, "-o", own)), (own, ("report", own, "-o", own)), (own, ("-", "-o", own)),
-                (raw, ("--raw", "s16le", "-r", "8000", raw, "-o", self.folder)),
-                (own, (PROMPT, "--files-from", own, "--null", "-o", own)),
+                (raw, (*RAW, raw, "-o", self.folder)), (own, (PROMPT, "--files-from", own, "--null", "-o", own)),
                 (manifest, (PROMPT, "--resume", manifest, "-o", manifest))):
             with self.subTest(arguments), open(own, "rb") as stdin:
                 self.fails(named, "is an input", *arguments, stdin=stdin)
@@ -269,12 +225,12 @@ class Outputs(ToolTest):
 
     def test_places_that_cannot_be_written(self):
         missing = self.path("none/out.wav")
-        self.fails(missing, "No such file or directory", "clean", ALSA, missing)
-        self.fails(self.folder, "not a regular file", "clean", ALSA, self.folder)
-        self.fails("/dev/full", "not a regular file", "clean", ALSA, "/dev/full")
+        for place, reason in ((missing, "No such file"), (self.folder, "not a regular"), ("/dev/full", "not a regular")):
+            self.fails(place, reason, "clean", ALSA, place)
         with open("/dev/full", "w") as full:
-            for arguments in ((ALSA,), ("frames", ALSA), ("split", "--help"), ("--help",)):
+            for arguments in ((ALSA,), ("frames", ALSA), ("split", "--help"), ("--help",), ("selftest", "--every", "500")):
                 self.fails("standard output", "No space left", *arguments, stdout=full)
+        self.fails("/dev/full", "No space left", ALSA, "-o", "/dev/full")
         # Without stdin and stdout, the next two files that are opened would take their place.
         for how in (">&-", "<&- >&-", "| true"):
             command = f"(sleep 0.2; {shlex.join(TOOL)} \"$1\"; echo $? >&3)"
@@ -285,36 +241,10 @@ class Outputs(ToolTest):
             done = subprocess.run(["bash", "-c", f'{shlex.join(TOOL)} {options} "$1" >&- 2>&-', "bash", ALSA])
             self.assertEqual(done.returncode, status)
         self.assertEqual(os.listdir(self.folder), [])
-
-    def test_without_stdin_and_stderr(self):
         subprocess.run(["bash", "-c", f'{shlex.join(TOOL)} clean "$1" "$2" <&- 2>&-', "bash", ALSA,
                         self.path("out.wav")], check=True, stdout=subprocess.DEVNULL)
         self.segments_and_cleaned(ALSA, self.path("expected.wav"))
         self.assertEqual(read_wav(self.path("out.wav")), read_wav(self.path("expected.wav")))
-
-    def test_file_size_limit(self):
-        # Below and above one piece of 256 KiB: what is left at the end, and a piece in the middle.
-        out = pathlib.Path(self.path("out.wav"))
-        out.write_text("kept")
-        rate, speech = read_wav(ALSA)[0::2]
-        for copies in (1, 4):
-            with tempfile.NamedTemporaryFile(suffix=".wav") as recording:
-                write_wav(recording.name, rate, 1, list(speech) * copies)
-                self.fails(out, "File too large", "clean", recording.name, str(out),
-                           preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_FSIZE,
-                                                                 (100000, 100000)))
-        self.assertEqual((os.listdir(self.folder), out.read_text()), (["out.wav"], "kept"))
-
-    def test_full_disk(self):
-        script = ('mount -t tmpfs -o size=64k tmpfs "$1" || exit 77; cd "$1"; shift; "$@"; code=$?; '
-                  'ls -A; exit $code')
-        out = self.path("out.wav")
-        done = subprocess.run(["unshare", "--mount", "bash", "-c", script, "bash", self.folder, *TOOL,
-                               "clean", ALSA, out], capture_output=True, text=True)
-        if done.returncode == 77 or "unshare" in done.stderr:
-            self.skipTest("no right to mount a small file system")
-        self.assertEqual((done.returncode, done.stdout, done.stderr),
-                         (1, "", f"korvane-vad: {out}: No space left on device\n"))
 
     def test_signals_in_the_middle(self):
         # Seven hours of silence, which are not over as soon as the output begins.
@@ -326,10 +256,7 @@ class Outputs(ToolTest):
                     file.truncate(400_000_044)
                 tool = subprocess.Popen(TOOL + ["clean", recording, os.path.join(out, "out.wav")],
                                         stdout=subprocess.PIPE, stderr=subprocess.PIPE)
-                deadline = time.monotonic() + 30
-                while len(os.listdir(out)) < 2 and time.monotonic() < deadline:
-                    time.sleep(0.01)
-                self.assertEqual(len(os.listdir(out)), 2)
+                self.wait_until(lambda: len(os.listdir(out)) == 2)
                 tool.send_signal(number)
                 output = tool.communicate(timeout=30)
                 self.assertEqual((tool.returncode, output), (128 + number, (b"", b"")))
@@ -342,27 +269,6 @@ class Results(ToolTest):
         self.assertEqual((done.returncode, done.stderr), (0, ""))
         return list(csv.DictReader(io.StringIO(done.stdout)))
 
-    def expected(self, frames, length, onset, hangover, align):
-        """Segments from the frames' answers, as the time line's description says."""
-        result, begin = [], None
-        size = int(frames[0]["end_sample"]) - int(frames[0]["start_sample"])
-        delay = -int(frames[0]["start_sample"])
-        for i, frame in enumerate(frames + [None]):
-            speech = frame is not None and frame["speech"] == "true"
-            if speech and begin is None:
-                begin = i
-            elif not speech and begin is not None:
-                start, end = begin * size, i * size
-                open_at_end = frame is None
-                if align != "none":
-                    start, end = start - delay - (onset - 1) * size, end - delay
-                if align == "both" and not open_at_end:
-                    end -= (hangover - 1) * size
-                end = length if open_at_end else min(end, length)
-                result.append((max(start, 0), end, (begin + 1) * size, open_at_end))
-                begin = None
-        return result
-
     def test_follow_from_the_frames(self):
         # Two utterances apart, and one that is open at the end.
         for rate, source in ((8000, PROMPT), (48000, ALSA)):
@@ -371,16 +277,23 @@ class Results(ToolTest):
             write_wav(self.path("in.wav"), rate, 1, samples)
             for size in (rate // 100, 37, 4096):
                 frames = self.rows("frames", self.path("in.wav"), "--frame", str(size))
-                self.assertEqual([int(f["fed"]) for f in frames],
-                                 [size * (i + 1) for i in range(len(frames))])
-                for align in ("both", "onset", "none"):
+                self.assertEqual([int(f["fed"]) for f in frames], [size * (i + 1) for i in range(len(frames))])
+                delay = -int(frames[0]["start_sample"])
+                onset, hangover = (-(-samples // size) * size for samples in (480, 19200))
+                flags = "".join("01"[f["speech"] == "true"] for f in frames)
+                for align, early, late in (("both", delay + onset - size, delay + hangover - size),
+                                           ("onset", delay + onset - size, delay), ("none", 0, 0)):
+                    expected = []
+                    for run in re.finditer("1+", flags):
+                        begin, end = run.start() * size, run.end() * size
+                        is_open = run.end() == len(flags)
+                        expected.append((max(begin - early, 0), len(samples) if is_open else end - late,
+                                         begin + size, is_open))
                     with self.subTest(rate=rate, size=size, align=align):
                         rows = self.rows(self.path("in.wav"), "--frame", f"{size}samples", "--align", align)
-                        found = [(int(r["start_sample"]), int(r["end_sample"]), int(r["decided_at"]),
-                                  r["open"] == "true") for r in rows]
-                        self.assertEqual(found, self.expected(
-                            frames, len(samples), -(-480 // size), -(-19200 // size), align))
-                        self.assertEqual(len(found), 2)
+                        self.assertEqual([(int(r["start_sample"]), int(r["end_sample"]), int(r["decided_at"]),
+                                           r["open"] == "true") for r in rows], expected)
+                        self.assertEqual(len(rows), 2)
 
     def test_rules_in_all_units(self):
         plain, = self.rows(PROMPT)
@@ -393,34 +306,32 @@ class Results(ToolTest):
         parts = self.rows(PROMPT, "--max-speech", "1s")
         self.assertEqual(len(parts), -(-(end - start) // 8000))
         self.assertEqual((int(parts[0]["start_sample"]), int(parts[-1]["end_sample"])), (start, end))
+        twice = self.convert("twice.wav", "pad", "0", "4", "repeat", "1", source=PROMPT)
+        (_, gap_begin), (gap_end, _) = ((int(r["start_sample"]), int(r["end_sample"])) for r in self.rows(twice))
+        for gap, count in ((gap_end - gap_begin, 2), (gap_end - gap_begin + 1, 1)):
+            self.assertEqual(len(self.rows(twice, "--min-gap", f"{gap}samples")), count)
+        self.assertEqual(int(self.rows(twice, "--pad-end", "1sample")[0]["end_sample"]), gap_begin + 1)
 
     def test_streams_equal_files(self):
-        rate, samples = read_wav(PROMPT)[0::2]
-        raw = ("--raw", "s16le", "-r", str(rate))
+        samples = read_wav(PROMPT)[2]
         for form in ("text", "csv", "json", "srt"):
             with open(PROMPT, "rb") as file:
-                piped = subprocess.run(TOOL + ["-f", form, "-"], stdin=file, capture_output=True)
-            from_raw = subprocess.run(TOOL + ["-f", form, *raw, "-"], input=samples.tobytes(),
-                                      capture_output=True)
-            whole = self.run_tool("-f", form, PROMPT).stdout.replace(PROMPT, "-")
-            self.assertEqual(piped.stdout.decode(), whole)
-            if form in ("text", "csv", "srt"):
-                self.assertEqual(from_raw.stdout.decode(), whole)
-        swapped = samples[:]
-        swapped.byteswap()
-        pathlib.Path(self.path("planar.raw")).write_bytes(swapped.tobytes() + swapped.tobytes())
-        done = self.run_tool("--raw", "s16be", "-r", "8000", "-c", "2", "--layout", "planar",
-                             self.path("planar.raw"))
+                piped = self.run_tool("-f", form, "-", stdin=file).stdout
+            self.assertEqual(piped, self.run_tool("-f", form, PROMPT).stdout.replace(PROMPT, "-"))
+            raw = subprocess.run(TOOL + ["-f", form, *RAW, "-"], input=samples.tobytes(), capture_output=True)
+            self.assertTrue(raw.stdout.decode() == piped or form == "json")
+        samples.byteswap()
+        pathlib.Path(self.path("planar.raw")).write_bytes(samples.tobytes() * 2)
+        done = self.run_tool("--raw", "s16be", "-r", "8000", "-c", "2", "--layout", "planar", self.path("planar.raw"))
         self.assertEqual(done.stdout, self.run_tool(PROMPT).stdout)
 
     def test_check(self):
-        write_wav(self.path("silent.wav"), 8000, 1, [0] * 8000)
         silent = self.path("silent.wav")
+        write_wav(silent, 8000, 1, [0] * 8000)
         for files, status in (((PROMPT,), 0), ((silent,), 1), ((silent, PROMPT), 0),
                               ((silent, silent), 1), (("/none",), 2), ((PROMPT, "/none"), 2)):
             done = self.run_tool("--check", *files)
-            self.assertEqual((done.returncode, done.stdout), (status, ""), files)
-            self.assertEqual(bool(done.stderr), status == 2)
+            self.assertEqual((done.returncode, done.stdout, bool(done.stderr)), (status, "", status == 2), files)
         for name, status in ((PROMPT, 0), (silent, 1)):
             with open(name, "rb") as file:
                 self.assertEqual(self.run_tool("--check", "-", stdin=file).returncode, status)
@@ -430,37 +341,38 @@ class Results(ToolTest):
         self.assertEqual(self.run_tool("-f", "csv", ALSA, "-o", str(out)).stdout, "")
         self.assertEqual(out.read_text(), self.run_tool("-f", "csv", ALSA, "-o", "-").stdout)
         out.write_text("kept")
-        shutil.copy(ALSA, self.path("cut.wav"))
-        os.truncate(self.path("cut.wav"), 100000)
-        self.assertEqual(self.run_tool(self.path("cut.wav"), "-o", str(out)).returncode, 1)
+        cut = shutil.copy(ALSA, self.path("cut.wav"))
+        os.truncate(cut, 100000)
+        self.assertEqual(self.run_tool(cut, "-o", str(out)).returncode, 1)
         self.assertEqual(out.read_text(), "kept")
-        self.fails("/dev/full", "No space left", ALSA, "-o", "/dev/full")
         self.assertEqual(sorted(os.listdir(self.folder)), ["cut.wav", "out.csv"])
 
 
 class Split(ToolTest):
     def test_pieces_are_the_samples_of_the_segments(self):
-        rows = json.loads(self.run_tool("-f", "json", "--max-speech", "1s", PROMPT).stdout)["segments"]
-        samples = read_wav(PROMPT)[2]
-        self.run_tool("clean", PROMPT, self.path("clean.wav"))
-        cleaned = read_wav(self.path("clean.wav"))[2]
-        for wanted, option in ((samples, ()), (cleaned, ("--cleaned",))):
+        # Segments longer than the 64 Ki sample frames that are copied in one go, in two channels.
+        recording = self.convert("talk.wav", "repeat", "9", "remix", "1", "1v0.5")
+        rules = ("--max-speech", "2s", "--min-gap", "1s")
+        rows = json.loads(self.run_tool("-f", "json", *rules, recording).stdout)["segments"]
+        self.assertGreater(rows[0]["end_sample"] - rows[0]["start_sample"], 65536)
+        self.run_tool("clean", recording, self.path("clean.wav"))
+        for source, option in ((recording, ()), (self.path("clean.wav"), ("--cleaned",))):
             out = self.path("parts" + "".join(option))
-            done = self.run_tool("split", PROMPT, "-o", out, "--max-speech", "1s", *option)
+            done = self.run_tool("split", recording, "-o", out, *rules, *option)
             self.assertEqual((done.returncode, done.stdout, done.stderr), (0, "", ""))
             names = sorted(os.listdir(out))
-            self.assertEqual(names, [f"agent-user_{i + 1:04}.wav" for i in range(len(rows))])
+            self.assertEqual(names, [f"talk_{i + 1:04}.wav" for i in range(len(rows))])
+            samples = read_wav(source)[2]
             for name, row in zip(names, rows):
-                self.assertEqual(read_wav(os.path.join(out, name)),
-                                 (8000, 1, wanted[row["start_sample"]:row["end_sample"]]))
+                self.assertTrue(read_wav(os.path.join(out, name)) ==
+                                (48000, 2, samples[2 * row["start_sample"]:2 * row["end_sample"]]), name)
 
     def test_names(self):
         out = self.path("parts")
         row = json.loads(self.run_tool("-f", "json", PROMPT).stdout)["segments"][0]
         pattern = "{{{stem}}}-{start:08}-{end_samples} {start_samples} {end:1}.flac"
         self.assertEqual(self.run_tool("split", PROMPT, "-o", out, "--template", pattern).returncode, 0)
-        start = math.floor(row["start_sample"] / 8 + 0.5)
-        end = math.floor(row["end_sample"] / 8 + 0.5)
+        start, end = (math.floor(row[key] / 8 + 0.5) for key in ("start_sample", "end_sample"))
         name = (f"{{agent-user}}-{start // 1000:04}.{start % 1000:03}-{row['end_sample']} {row['start_sample']} "
                 f"{end // 1000}.{end % 1000:03}.flac")
         self.assertEqual(os.listdir(out), [name])
@@ -498,36 +410,78 @@ class Reports(ToolTest):
 
 
 class Live(ToolTest):
-    def start(self, *arguments):
-        tool = subprocess.Popen(TOOL + ["--raw", "s16le", "-r", "8000", *arguments, "-"],
-                                stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.PIPE)
-        self.addCleanup(tool.stdout.close)
-        self.addCleanup(tool.stderr.close)
+    def start(self, *words, **options):
+        tool = subprocess.Popen(TOOL + list(words), bufsize=0, stdin=subprocess.PIPE, stdout=subprocess.PIPE,
+                                stderr=subprocess.PIPE, **options)
+        for end in (tool.stdin.close, tool.stdout.close, tool.stderr.close, tool.wait, tool.kill):
+            self.addCleanup(end)
         return tool
+
+    def waiting_in(self, pipe):
+        """Bytes that nobody has taken out of it."""
+        return struct.unpack("i", fcntl.ioctl(pipe, termios.FIONREAD, bytes(4)))[0]
 
     def test_a_line_comes_with_the_frame_that_decides_it(self):
         whole, = json.loads(self.run_tool("-f", "json", PROMPT).stdout)["segments"]
         samples = read_wav(PROMPT)[2][:whole["decided_at"]].tobytes()
-        tool = self.start("-f", "jsonl")
+        tool = self.start("-f", "jsonl", *RAW, "-")
         tool.stdin.write(samples[:-160])  # one frame too few
-        tool.stdin.flush()
-        header = json.loads(tool.stdout.readline())
-        self.assertEqual(header["type"], "header")
+        self.assertEqual(json.loads(tool.stdout.readline())["type"], "header")
         self.assertEqual(select.select([tool.stdout], [], [], 0.5)[0], [])
         tool.stdin.write(samples[-160:])
-        tool.stdin.flush()
         self.assertEqual(select.select([tool.stdout], [], [], 10)[0], [tool.stdout])
         onset = json.loads(tool.stdout.readline())
-        self.assertEqual((onset["decided_at"], onset["start_sample"]),
-                         (whole["decided_at"], whole["start_sample"]))
-        # Interrupted now, with the pipe still open: the segment is closed and counted.
+        self.assertEqual((onset["decided_at"], onset["start_sample"]), (whole["decided_at"], whole["start_sample"]))
+
+    def test_every_frame_is_answered_at_once(self):
+        samples = read_wav(PROMPT)[2][:1600]
+        write_wav(self.path("x.wav"), 8000, 1, samples)
+        aiff = pathlib.Path(self.convert("x.aiff", source=self.path("x.wav"), options=("-b", "24"))).read_bytes()
+        wav = pathlib.Path(self.path("x.wav")).read_bytes()
+        # The delay of the cleaned sound is 720 samples, nine frames.
+        for words, data, frame, silent in ((("frames", *RAW, "-"), samples.tobytes(), 160, 0),
+                                           (("clean", *RAW, "-", "-"), samples.tobytes(), 160, 9),
+                                           (("frames", "-"), wav, 160, 0), (("frames", "-"), aiff, 240, 0)):
+            tool = self.start(*words)
+            header = len(data) - 20 * frame
+            tool.stdin.write(data[:header])
+            for i in range(20):
+                tool.stdin.write(data[header + frame * i:][:frame])
+                if i >= silent:
+                    self.assertTrue(select.select([tool.stdout], [], [], 10)[0], (words, i))
+                    os.read(tool.stdout.fileno(), 65536)
+
+    def test_an_interruption_is_the_end_of_a_stream(self):
+        """What came before it counts: everything is as if the stream had ended there."""
+        samples = read_wav(PROMPT)[2][:16000].tobytes()
+        for (words, files), (raw, header) in product((
+                ("-f text -", 0), ("-f csv -", 0), ("-f jsonl -", 0), ("-f srt -", 0), ("-f csv - -o rows", 1),
+                ("frames -", 0), ("clean - a.wav", 1), ("clean - -", 0), ("split - -o . --max-speech 1s", 2),
+                ("report - -o page.html", 1)), ((RAW, b""), ((), wav_header(8000, 1, 0xFFFFFFFF - 36)))):
+            results = []
+            for number in (0, signal.SIGINT, signal.SIGTERM):
+                with self.subTest(words, number=number), tempfile.TemporaryDirectory() as folder:
+                    tool = self.start(*words.split(), *raw, cwd=folder)
+                    tool.stdin.write(header + samples)
+                    self.wait_until(lambda: self.waiting_in(tool.stdin) == 0)
+                    tool.send_signal(number) if number else tool.stdin.close()
+                    stdout = tool.stdout.read()
+                    self.assertEqual((tool.wait(10), tool.stderr.read()), (number and 128 + number, b""))
+                    tree = {path.name: path.read_bytes() for path in pathlib.Path(folder).iterdir()}
+                    self.assertEqual(len(tree), files)
+                    self.assertTrue(stdout or files)
+                    results.append((stdout, tree))
+            self.assertTrue(results[0] == results[1] == results[2], words)
+
+    def test_a_second_interruption_stops(self):
+        tool = self.start("frames", "--frame", "1", *RAW, "-")  # whose lines nobody takes
+        tool.stdin.write(bytes(32000))
+        self.wait_until(lambda: self.waiting_in(tool.stdout) > 60000)
         tool.send_signal(signal.SIGINT)
-        rest = [json.loads(line) for line in tool.stdout]
-        self.assertEqual((tool.wait(10), tool.stderr.read()), (130, b""))
-        self.assertTrue(rest[0]["open"])
-        self.assertEqual(rest[0]["end_sample"], len(samples) // 2)
-        self.assertEqual(rest[-1]["samples"], len(samples) // 2)
-        tool.stdin.close()
+        with self.assertRaises(subprocess.TimeoutExpired):
+            tool.wait(0.5)
+        tool.send_signal(signal.SIGINT)
+        self.assertEqual(tool.wait(10), 130)
 
     def test_speech_before_a_fault_is_not_lost(self):
         samples = read_wav(PROMPT)[2][:16000].tobytes()
@@ -539,50 +493,28 @@ class Live(ToolTest):
 
     def test_named_pipe_is_a_stream(self):
         os.mkfifo(self.path("pipe"))
-        tool = subprocess.Popen(TOOL + ["-f", "jsonl", "--raw", "s16le", "-r", "8000", self.path("pipe")],
-                                stdout=subprocess.PIPE)
-        with open(self.path("pipe"), "wb") as pipe:
+        tool = self.start("-f", "jsonl", *RAW, self.path("pipe"))
+        with open(self.path("pipe"), "wb", buffering=0) as pipe:
             pipe.write(read_wav(PROMPT)[2][:16000].tobytes())
-            pipe.flush()
             self.assertEqual([json.loads(tool.stdout.readline())["type"] for _ in range(2)], ["header", "onset"])
             tool.send_signal(signal.SIGINT)
-            segment, summary = map(json.loads, tool.communicate(timeout=10)[0].splitlines())
-        self.assertEqual((tool.returncode, segment["open"], summary["type"]), (130, True, "summary"))
+            self.assertEqual([json.loads(line)["type"] for line in tool.stdout], ["segment", "summary"])
+        self.assertEqual(tool.wait(10), 130)
 
     def test_interrupted_before_it_could_begin(self):
         flac = pathlib.Path(self.convert("a.flac")).read_bytes()
         for data, lines in ((b"", 0), (flac[:20000], 4)):  # FLAC is read when the stream has ended
-            tool = subprocess.Popen(TOOL + ["-f", "jsonl", "-"], stdin=subprocess.PIPE,
-                                    stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+            tool = self.start("-f", "jsonl", "-")
             tool.stdin.write(data)
-            tool.stdin.flush()
             time.sleep(0.5)
             tool.send_signal(signal.SIGINT)
             self.assertEqual((tool.wait(10), len(tool.stdout.readlines())), (130, lines))
-            tool.communicate()
-
-    def test_signals_end_the_stream_and_keep_the_file(self):
-        for number in (signal.SIGINT, signal.SIGTERM):
-            out = self.path(number.name)
-            tool = self.start("-f", "csv", "-o", out)
-            tool.stdin.write(read_wav(PROMPT)[2][:16000].tobytes())
-            tool.stdin.flush()
-            time.sleep(0.5)
-            tool.send_signal(number)
-            self.assertEqual(tool.wait(10), 128 + number)
-            tool.stdin.close()
-            with open(out) as file:
-                row, = csv.DictReader(file)
-            self.assertEqual((row["end_sample"], row["open"]), ("16000", "true"))
 
     def test_closed_pipe(self):
-        tool = subprocess.Popen(
-            TOOL + ["frames", "--frame", "1", PROMPT], stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+        tool = self.start("frames", "--frame", "1", PROMPT)
         tool.stdout.readline()
         tool.stdout.close()
-        self.assertEqual((tool.stderr.read(), tool.wait(10)),
-                         (b"korvane-vad: standard output: Broken pipe\n", 1))
-        tool.stderr.close()
+        self.assertEqual((tool.stderr.read(), tool.wait(10)), (b"korvane-vad: standard output: Broken pipe\n", 1))
 
 
 class Selftest(ToolTest):
@@ -594,7 +526,7 @@ class Selftest(ToolTest):
         wrong = self.run_tool("selftest", "--every", "17",
                               env={**os.environ, "LD_PRELOAD": os.environ["KORVANE_WRONG_TRANSFORM"]})
         self.assertEqual((wrong.returncode, wrong.stderr), (1, ""))
-        with open(TABLE) as table:
+        with open(ROOT / "conformance/table.tsv") as table:
             expected = next(line.split()[-1] for line in table if line.startswith("18\t"))
         first, *digests, last = wrong.stdout.splitlines()
         self.assertEqual(first, "row 18 differs, the first to do so: inverse, rate 0, level 0, mode 1, "
@@ -604,40 +536,25 @@ class Selftest(ToolTest):
         self.assertRegex(last, "^47 rows, 2 differ; digest [0-9a-f]{64}$")
         self.assertNotEqual(last.split()[-1], right.stdout.split()[-1])
 
-    def test_whose_output_nobody_takes_has_failed(self):
-        with open("/dev/full", "w") as full:
-            self.fails("standard output", "No space left", "selftest", "--every", "500", stdout=full)
+
+# Each must be refused with one line about it and the usage.
+WRONG = ["", "-f", "-f xml a", "--unknown a", "-x", "a --cleaned b", "-0 a", "--raw s16le a", "-r 8000 a",
+         "--raw u8 -r 8000 a", "--raw s16le -r 0 a", "--raw s16le -r 8000 --layout planar -", "--frame 0 a",
+         "--frame 4097 a", "--frame ten a", "--frame 0.5 a", "--pad-start -1 a", "--pad-end 1min a",
+         "--min-gap 1.5samples a", "--max-speech '' a", "--align x a", "-j 257 a", "-j -1 a", "--channels 0 a",
+         "--channels 1,2,3 a", "--channels 1,1 a", "- -", "--files-from - -", "--check -o x a", "--check --resume x a",
+         "--pad-end 2000000000 a", "-f srt a b", "frames", "frames a b", "frames -f json a", "clean a", "clean a b c",
+         "selftest a", "selftest --every 0", "split a", "split -o d", "report a", "clean -f csv a b",
+         *(f"split a -o d --template '{template}'" for template in (
+             "{nothing}", "x/{index}", "{stem:3}", "{index", "index}", "{index:}", "{index:x}", "{index:100}", "")),
+         "-j x a", "-j 2x a", "--pad-end 1.2.3 a", "-o '' a"]
 
 
 class Usage(ToolTest):
     def test_wrong(self):
-        for arguments in ((), ("-f",), ("-f", "xml", "a"), ("--unknown", "a"), ("-x",),
-                          ("a", "--cleaned", "b"), ("-0", "a"), ("--raw", "s16le", "a"), ("-r", "8000", "a"),
-                          ("--raw", "u8", "-r", "8000", "a"), ("--raw", "s16le", "-r", "0", "a"),
-                          ("--raw", "s16le", "-r", "8000", "--layout", "planar", "-"),
-                          ("--frame", "0", "a"), ("--frame", "4097", "a"), ("--frame", "ten", "a"),
-                          ("--frame", "0.5", "a"), ("--pad-start", "-1", "a"), ("--pad-end", "1min", "a"),
-                          ("--min-gap", "1.5samples", "a"), ("--max-speech", "", "a"), ("--align", "x", "a"),
-                          ("-j", "257", "a"), ("-j", "-1", "a"), ("--channels", "0", "a"),
-                          ("--channels", "1,2,3", "a"), ("--channels", "1,1", "a"), ("-", "-"),
-                          ("--files-from", "-", "-"), ("--check", "-o", "x", "a"),
-                          ("--check", "--resume", "x", "a"), ("--pad-end", "2000000000", "a"),
-                          ("-f", "srt", "a", "b"), ("frames",), ("frames", "a", "b"),
-                          ("frames", "-f", "json", "a"), ("clean", "a"), ("clean", "a", "b", "c"),
-                          ("selftest", "a"), ("selftest", "--every", "0"),
-                          ("split", "a"), ("split", "-o", "d"), ("report", "a"), ("clean", "-f", "csv", "a", "b"),
-                          ("split", "a", "-o", "d", "--template", "{nothing}"),
-                          ("split", "a", "-o", "d", "--template", "x/{index}"),
-                          ("split", "a", "-o", "d", "--template", "{stem:3}"),
-                          ("split", "a", "-o", "d", "--template", "{index"),
-                          ("split", "a", "-o", "d", "--template", "index}"),
-                          ("split", "a", "-o", "d", "--template", "{index:}"),
-                          ("split", "a", "-o", "d", "--template", "{index:x}"),
-                          ("split", "a", "-o", "d", "--template", "{index:100}"),
-                          ("split", "a", "-o", "d", "--template", ""),
-                          ("-j", "x", "a"), ("-j", "2x", "a"), ("--pad-end", "1.2.3", "a"), ("-o", "", "a")):
-            with self.subTest(arguments):
-                done = self.run_tool(*arguments, cwd=self.folder)
+        for words in WRONG:
+            with self.subTest(words):
+                done = self.run_tool(*shlex.split(words), cwd=self.folder)
                 self.assertEqual((done.returncode, done.stdout), (2, ""), done.stderr)
                 self.assertRegex(done.stderr, "^korvane-vad: [^\n]+\nusage: korvane-vad ")
         self.assertEqual(os.listdir(self.folder), [])
@@ -651,23 +568,20 @@ class Usage(ToolTest):
         for short, long in (("-h", "--help"), ("-V", "--version")):
             self.assertEqual(self.run_tool(short).stdout, self.run_tool(long).stdout)
         for command in ("", "detect", "frames", "clean", "split", "report", "selftest"):
-            words = [command] if command else []
-            done = self.run_tool(*words, "--help")
+            done = self.run_tool(*command.split(), "--help")
             self.assertEqual((done.returncode, done.stderr), (0, ""))
             self.assertTrue(done.stdout.startswith(f"Examples:\n  korvane-vad {command}".rstrip())
                             or command == "detect")
             for line in done.stdout.splitlines():
                 self.assertTrue(len(line) <= 80 or "korvane-vad" in line, line)
-        changelog = pathlib.Path(__file__).parents[2] / "packaging/debian/changelog"
-        version = re.match(r"korvane-vad \((.*)-", changelog.read_text())[1]
+        version = re.match(r"korvane-vad \((.*)-", (ROOT / "packaging/debian/changelog").read_text())[1]
         self.assertEqual(self.run_tool("--version").stdout,
                          f'korvane-vad {version}\nlibrary: "Korvane VAD v3.0 a64 2020.06.22)"\n')
 
     def test_names_that_look_like_something_else(self):
         expected = self.run_tool(ALSA).stdout
         for name in ("detect", "[x]", "-f", "a\nb.wav", "quo'te\".wav", b"\xff\xe9.wav", "two  words"):
-            path = os.path.join(os.fsencode(self.folder), os.fsencode(name))
-            shutil.copy(ALSA, path)
+            shutil.copy(ALSA, os.path.join(os.fsencode(self.folder), os.fsencode(name)))
             done = self.run_tool("detect", "--", name, cwd=self.folder)
             self.assertEqual((done.stdout, done.stderr, done.returncode), (expected, "", 0), name)
 

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <fstream>
 #include <nlohmann/json.hpp>
@@ -65,28 +66,6 @@ std::vector<std::string> lines_of(const std::string& text) {
     return lines;
 }
 
-/** Records of fields, with RFC 4180's quotes. */
-std::vector<std::vector<std::string>> parse_csv(const std::string& text) {
-    std::vector<std::vector<std::string>> records(1, {""});
-    bool quoted = false;
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        std::string& field = records.back().back();
-        if (text[i] == '"' && quoted && i + 1 < text.size() && text[i + 1] == '"') {
-            field += text[++i];
-        } else if (text[i] == '"') {
-            quoted = !quoted;
-        } else if (text[i] == ',' && !quoted) {
-            records.back().emplace_back();
-        } else if (text[i] == '\n' && !quoted) {
-            records.push_back({""});
-        } else {
-            field += text[i];
-        }
-    }
-    records.pop_back();
-    return records;
-}
-
 constexpr ResultFormat kAll[] = {
     ResultFormat::kText, ResultFormat::kJson,     ResultFormat::kJsonl,
     ResultFormat::kCsv,  ResultFormat::kAudacity, ResultFormat::kRttm,
@@ -132,37 +111,6 @@ TEST(ResultWriter, WithoutSpeechTheFileIsStillValid) {
               std::string::npos);
 }
 
-TEST(ResultWriter, JsonReadsBackAsWhatWentIn) {
-    const ResultHeader header = header_of("a.wav");
-    const json document = json::parse(file_of(ResultFormat::kJson, false, {header}, kList));
-    json first_line;
-    std::vector<json> lines;
-    for (const std::string& line :
-         lines_of(file_of(ResultFormat::kJsonl, false, {header}, kList))) {
-        lines.push_back(json::parse(line));
-    }
-    ASSERT_EQ(lines.size(), kList.size() + 1);
-    for (const json& object : {document, lines[0]}) {
-        EXPECT_EQ(object["library"], VoiceActivityDetectionVersion());
-        EXPECT_EQ(object["input_rate"], 96000);
-        EXPECT_EQ(object["bit_exact"], false);
-        EXPECT_EQ(object["rules"]["max_speech"], 480000);
-        EXPECT_EQ(object["samples"], kTotals.length);
-        EXPECT_EQ(object["sha256"], kTotals.sha256);
-    }
-    for (std::size_t i = 0; i < kList.size(); ++i) {
-        for (const json& segment : {document["segments"][i], lines[i + 1]}) {
-            EXPECT_EQ(segment["start_sample"], kList[i].start);
-            EXPECT_EQ(segment["end_sample"], kList[i].end);
-            EXPECT_EQ(segment["decided_at"], kList[i].decided_at);
-            EXPECT_EQ(segment["open"], kList[i].open);
-            // Half of the sixth decimal, and as much of a double's last place.
-            EXPECT_NEAR(segment["end"].get<double>(), static_cast<double>(kList[i].end) / 16000,
-                        0.5e-6 + 1e-12);
-        }
-    }
-}
-
 TEST(ResultWriter, NoFileNameBreaksAForm) {
     const std::string name = "tab\there \"q\",\nline\x1b[31m \xff\xc3(.wav";
     const std::vector<ResultHeader> headers = {header_of(name)};
@@ -175,12 +123,6 @@ TEST(ResultWriter, NoFileNameBreaksAForm) {
     }
     EXPECT_EQ(json::parse(live_end(ResultFormat::kJsonl, headers[0], kTotals, 0))["file"],
               readable);
-    const auto csv = parse_csv(file_of(ResultFormat::kCsv, false, headers, kList));
-    ASSERT_EQ(csv.size(), kList.size() + 1);
-    for (std::size_t i = 0; i < csv.size(); ++i) {
-        ASSERT_EQ(csv[i].size(), 8U);
-        EXPECT_EQ(csv[i][0], i == 0 ? "file" : name);
-    }
     EXPECT_EQ(lines_of(file_of(ResultFormat::kText, true, headers, kList))[0],
               "tab\\x09here \"q\",\\x0aline\\x1b[31m \xff\xc3(.wav:");
     EXPECT_EQ(
@@ -193,13 +135,15 @@ TEST(ResultWriter, TimesAreRoundedFromIntegers) {
     const auto at = [](int64_t sample, int rate) {
         ResultHeader header = header_of("x");
         header.source.rate = rate;
-        const auto csv =
-            parse_csv(live_segment(ResultFormat::kCsv, header, 0, {0, sample, 0, true}));
-        std::istringstream text(live_segment(ResultFormat::kText, header, 1, {0, sample, 0, true}));
-        std::string start;
-        std::string end;
-        text >> start >> end;
-        return csv[0][2] + " " + end;
+        std::string csv = live_segment(ResultFormat::kCsv, header, 0, {0, sample, 0, true});
+        std::replace(csv.begin(), csv.end(), ',', ' ');
+        std::istringstream words(
+            csv + live_segment(ResultFormat::kText, header, 1, {0, sample, 0, true}));
+        std::vector<std::string> word(10);
+        for (std::string& each : word) {
+            words >> each;
+        }
+        return word[2] + " " + word[9];
     };
     EXPECT_EQ(at(3, 8000), "0.000375 0.000");
     EXPECT_EQ(at(4, 8000), "0.000500 0.001");  // half a millisecond

@@ -10,6 +10,7 @@ import shutil
 import struct
 import subprocess
 import tempfile
+import time
 import unittest
 import wave
 from array import array
@@ -75,6 +76,12 @@ class ToolTest(unittest.TestCase):
 
     def path(self, name):
         return os.path.join(self.folder, name)
+
+    def wait_until(self, condition, seconds=60):
+        deadline = time.monotonic() + seconds
+        while not condition():
+            self.assertLess(time.monotonic(), deadline)
+            time.sleep(0.01)
 
     def run_tool(self, *arguments, **options):
         options.setdefault("stdout", subprocess.PIPE)
