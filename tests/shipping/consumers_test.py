@@ -7,6 +7,7 @@ prints when built beside the library.
 import os
 import pathlib
 import re
+import shlex
 import shutil
 import subprocess
 import sys
@@ -101,7 +102,7 @@ for name, asked, installed in (("subdirectory", "-DKORVANE_INSTALL=ON", ours), (
            if re.search(r"^korvane-vad-parts|gtest|^conformance$", path.name)], [])
 
 # -Werror: a header that warns is a nuisance to its user.
-flags = run("pkg-config", "--cflags", "--libs", "korvane-vad", PKG_CONFIG_PATH=library.parent / "pkgconfig").split()
+flags = shlex.split(run("pkg-config", "--cflags", "--libs", "korvane-vad", PKG_CONFIG_PATH=library.parent / "pkgconfig"))
 for compiler, source in ((cc, "detector.c"), (cxx, "suppressor.cpp")):
     program = work / ("with-pkg-config-" + source.split(".")[0])
     run(compiler, "-Wall", "-Wextra", "-Werror", consumer / source, "-o", program, *flags)
