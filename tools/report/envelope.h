@@ -24,8 +24,6 @@ class Envelope {
     /** How many values are in a bucket; a power of two. The last bucket may hold fewer. */
     int64_t bucket() const { return bucket_; }
     int64_t count() const { return static_cast<int64_t>(low_.size()); }
-    const std::vector<int16_t>& low() const { return low_; }
-    const std::vector<int16_t>& high() const { return high_; }
 
     /** All the low values and then all the high ones, 16-bit little-endian. */
     std::vector<uint8_t> bytes() const;
