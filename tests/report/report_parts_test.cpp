@@ -145,31 +145,6 @@ TEST(Spectrogram, WiderColumnsAreTheMeanPowerOfTheirWindows) {
     }
 }
 
-TEST(Spectrogram, PiecesMakeNoDifferenceAndASilentChannelHalvesThePower) {
-    const std::vector<int16_t> mono = noise(5000, 3);
-    std::vector<int16_t> stereo(2 * mono.size(), 0);
-    for (std::size_t i = 0; i < mono.size(); ++i) {
-        stereo[2 * i + 1] = mono[i];
-    }
-    const Drawn whole(mono, 16000);
-    Spectrogram half(16000, 2, kUnlimited);
-    std::mt19937 random(4);
-    for (int64_t at = 0; at < 5000;) {
-        const int64_t n = std::min(static_cast<int64_t>(random() % 700), 5000 - at);
-        half.add(stereo.data() + 2 * at, n);
-        at += n;
-    }
-    half.finish();
-    ASSERT_EQ(half.columns(), whole.columns());
-    for (int64_t column = 0; column < whole.columns(); ++column) {
-        for (int row = 0; row < whole.rows(); ++row) {
-            // The half is exact; rounding to single precision is 2.6e-7 dB each.
-            ASSERT_NEAR(half.decibels(column, row),
-                        whole.decibels(column, row) + 10 * std::log10(0.5), 1e-6);
-        }
-    }
-}
-
 TEST(Report, LeavesAudioOutWhereItIsTooLongOrTooLargeOrTooSlow) {
     struct Case {
         int rate;
