@@ -15,7 +15,6 @@ namespace korvane {
 namespace {
 
 using test::Random;
-using test::Reals;
 using test::Samples;
 using Channels = std::array<Samples, 2>;
 
@@ -58,32 +57,6 @@ TEST(Framing, OverlapAddSaturatesTheSumAndWrapsItsDouble) {
         NRSS_OverlapAdd(frames[0], frames[1], out.data());
         const bool wrapped = value == 1 << 30;  // doubling it gives -2^31
         EXPECT_EQ(out, Samples(kHop, value > 0 && !wrapped ? 32767 : -32768)) << value;
-    }
-}
-
-// How far may a frame be off, as root mean square, that the transforms, the shift and open gains
-// have passed? On each spectral word the shift takes less than 1 and the gain at most 1 either way;
-// with what the forward transform lost (22/128 after the shift) that is sqrt(8) + 0.2 per bin, and
-// sqrt(143/2) as much per sample: 25.4. The inverse transform loses 42.9 (fft288_test.cpp), the
-// truncated window 1.2: 69.5 in all. Overlap-add sums two such and truncates twice: 100.3. The
-// constants of both transforms add 6.6 of 32768. The bands bring 11 more, their constants 6.6, and
-// the band that rejects the tone holds -51 dB, with a level that differs by an eighth.
-TEST(Pipeline, TonesTakeTheLevelAndDelayOfTheirPath) {
-    for (const double f : {0.06, 0.19, 0.28, 0.42}) {
-        Samples tone(576 * 10);  // 40 hops, within the start-up of every class
-        for (size_t i = 0; i < tone.size(); ++i) {
-            const double phase = 2 * std::numbers::pi * f * static_cast<double>(i);
-            tone[i] = static_cast<int16_t>(std::lround(15000 * std::sin(phase)));
-        }
-        start_fresh(9, 16000);
-        Reals expected(kHop);
-        std::transform(tone.begin(), tone.end() - kHop, std::back_inserter(expected),
-                       [](int16_t v) { return 0.5625 * v; });
-        EXPECT_LE(test::rms(cleaned({tone})[0], 2 * kHop, expected), 100.3 + 6.6 / 32768 * 15000);
-        start_fresh(9, 48000);
-        const double level = (f < 0.25 ? 1.125 : 1.0) * 15000 / std::numbers::sqrt2;
-        EXPECT_NEAR(test::rms(cleaned({tone})[0], 960), level,
-                    111 + level * (2 * 6.6 / 32768 + std::pow(10, -51 / 20.0) / 8));
     }
 }
 
