@@ -34,7 +34,7 @@
 #include <vector>
 
 #include "detectors.h"
-#include "dsp/instruction_set.h"
+#include "dsp/processor.h"
 #include "noisy_speech.h"
 #include "paired_timing.h"
 
@@ -373,16 +373,13 @@ std::string processor_name() {
 }
 
 const char* instruction_set_name() {
-    switch (instruction_set()) {
-        case InstructionSet::kSse2:
-            return "SSE2";
-        case InstructionSet::kAvx2:
-            return "AVX2";
-        case InstructionSet::kNeon:
-            return "NEON";
-        default:
-            return "plain code";
-    }
+#if defined(KORVANE_SIMD) && defined(__x86_64__)
+    return has_avx2() ? "AVX2" : "SSE2";
+#elif defined(KORVANE_SIMD) && defined(__aarch64__)
+    return "NEON";
+#else
+    return "plain code";
+#endif
 }
 
 void print_circumstances(int processor) {

@@ -1,4 +1,5 @@
-// Each stage on its own and the whole, in every form that this machine runs: Google Benchmark.
+// Each stage on its own and the whole, for every instruction set of this machine and for one lane: Google
+// Benchmark.
 //
 // Names are STAGE/INSTRUCTION SET/...; "frame" is the time of one frame of 288 values, "block"
 // that of 576 samples a channel.
@@ -11,15 +12,11 @@
 
 #include "bench/noisy_speech.h"
 #include "bench/stage_forms.h"
-#include "detector/detector.h"
 #include "dsp/fft288.h"
-#include "dsp/filter_bank.h"
 #include "dsp/instruction_set.h"
 #include "korvane_nrss.h"
 #include "korvane_vad.h"
-#include "nrss/gain/spectral_gain.h"
 #include "nrss/pipeline/block_pipeline.h"
-#include "nrss/pipeline/framing.h"
 
 // Where the library's log goes meanwhile: nowhere.
 extern "C" int __android_log_print(int /*priority*/, const char* /*tag*/, const char* /*format*/,
@@ -28,6 +25,12 @@ extern "C" int __android_log_print(int /*priority*/, const char* /*tag*/, const 
 }
 
 namespace korvane {
+
+std::vector<StageForms>& stage_forms() {
+    static std::vector<StageForms> forms;
+    return forms;
+}
+
 namespace {
 
 using benchmark::Counter;
@@ -38,31 +41,14 @@ constexpr int kStartUpSeconds = 3;
 constexpr int kSignalSeconds = 10;
 constexpr int kBlock = kStageBlock;
 
-struct Form {
-    InstructionSet set;
-    const char* name;
-    const StageForms* vector_stages;  // null in plain code
-    Transform forward;
-    Transform inverse;
-    ProcessBlocks process_blocks;
-};
-
-/** What this build contains and this machine has. */
-std::vector<Form> available_forms() {
-    std::vector<Form> forms = {{InstructionSet::kPlain, "plain", nullptr, real_fft288_plain,
-                                real_ifft288_plain, process_blocks_plain}};
-#if defined(KORVANE_SIMD) && defined(__x86_64__)
-    forms.push_back({InstructionSet::kSse2, "sse2", &sse2::stage_forms, sse2::real_fft288,
-                     sse2::real_ifft288, sse2::process_blocks});
-    if (instruction_set() == InstructionSet::kAvx2) {
-        forms.push_back({InstructionSet::kAvx2, "avx2", &avx2::stage_forms, avx2::real_fft288,
-                         avx2::real_ifft288, avx2::process_blocks});
+/** The set of this name in the library, if it runs there; else null. */
+const InstructionSet* set_in_library(const std::string& name) {
+    for (const InstructionSet& set : instruction_sets()) {
+        if (name == set.name && set.runs_here()) {
+            return &set;
+        }
     }
-#elif defined(KORVANE_SIMD) && defined(__aarch64__)
-    forms.push_back({InstructionSet::kNeon, "neon", &neon::stage_forms, neon::real_fft288,
-                     neon::real_ifft288, neon::process_blocks});
-#endif
-    return forms;
+    return nullptr;
 }
 
 /** Time of one of the `count` units that an iteration does. */
@@ -104,21 +90,20 @@ class Blocks {
     int16_t block_[2][kBlock] = {};
 };
 
-/** Leaves the suppressor as it is after the start-up of a stream. */
-void start_up(InstructionSet set, int rate, Blocks& blocks) {
-    force_instruction_set(set);
-    Tolu_NRSS_Init(kLevel, rate);
+/** A suppressor as it is after the start-up of a stream. */
+NrssState started_up(int rate, Blocks& blocks) {
+    NrssState s{};
+    NRSS_Init(s, kLevel, rate);
     for (int i = 0; i < blocks.start_up_blocks(); ++i) {
         const auto x = blocks.next();
-        Tolu_NRSS_Nonintlvd(x[0], x[1], kBlock);
+        NRSS_Nonintlvd(s, x[0], x[1], kBlock);
     }
+    return s;
 }
 
 // ---- Transforms ---------------------------------------------------------------------------------
 
-void transform(State& state, InstructionSet set, void (*run)(int32_t*, const int32_t*)) {
-    force_instruction_set(set);
-    fft288_init();
+void transform(State& state, void (*run)(int32_t*, const int32_t*)) {
     std::vector<int32_t> in(kFrameSize);
     std::vector<int32_t> out(kFrameSize);
     for (size_t i = 0; i < in.size(); ++i) {
@@ -142,93 +127,46 @@ void batch(State& state, void (*run)(), int frames) {
 
 // ---- Gain engine --------------------------------------------------------------------------------
 
-/** One frame as the gain engine takes it, in plain code and in vectors. */
-struct SpectralFrame {
-    int32_t spectrum[kFrameWords];
-    int32_t power[kRowSize];
-};
-
-/** Frames of a stream at 16 kHz past its start-up, and the suppressor's state there. */
-std::vector<SpectralFrame> start_up_frames() {
+void gain_engine(State& state, const StageForms& stages) {
     constexpr int kRate = 16000;
     Blocks blocks(kRate, 1);
-    start_up(InstructionSet::kPlain, kRate, blocks);
-    std::vector<SpectralFrame> frames(100);
-    int32_t windowed[2][kFrameWords] = {};
-    for (SpectralFrame& frame : frames) {
-        const auto x = blocks.next();
-        NRSS_WindowFrame(x[0], windowed[0], windowed[1]);
-        NRSS_WindowFrame(x[0] + kHopSize, windowed[1], windowed[0]);
-        real_fft288(frame.spectrum, windowed[1]);
+    NrssState s = started_up(kRate, blocks);
+    // Powers of that stream: about those of its noise.
+    std::vector<std::array<int32_t, kRowSize>> powers(100);
+    uint32_t seed = 1;
+    for (auto& power : powers) {
         for (int k = 0; k < kBins; ++k) {
-            const int32_t re = frame.spectrum[2 * k] >>= 8;
-            const int32_t im = frame.spectrum[2 * k + 1] >>= 8;
-            const auto square = [](int32_t a) {
-                return static_cast<uint32_t>(a) * static_cast<uint32_t>(a);
-            };
-            frame.power[k] = static_cast<int32_t>(square(re) + square(im) + 2);
+            seed = seed * 1664525 + 1013904223;
+            power[static_cast<size_t>(k)] =
+                s.noise[k] / 2 + static_cast<int32_t>(seed >> 12) % (s.noise[k] + 1);
         }
     }
-    return frames;
-}
-
-void gain_engine(State& state, const StageForms* vector_stages) {
-    const std::vector<SpectralFrame> frames = start_up_frames();
     size_t i = 0;
     for (auto _ : state) {
-        if (vector_stages == nullptr) {
-            NRSS_SpectralGain(exported_stream.suppressor, frames[i].spectrum, kBins, 0);
-        } else {
-            vector_stages->gain_engine(frames[i].power);
-        }
+        stages.gain_engine(s, powers[i].data());
         benchmark::ClobberMemory();
-        i = i + 1 == frames.size() ? 0 : i + 1;
+        i = i + 1 == powers.size() ? 0 : i + 1;
     }
     report(state, "frame");
 }
 
 // ---- Filter bank and framing --------------------------------------------------------------------
 
-void filter_bank_plain(int16_t* const* x, int channels) {
-    NrssState& s = exported_stream.suppressor;
-    int32_t* const split_state[2] = {s.split_state_ch0, s.split_state_ch1};
-    int32_t* const merge_state[2] = {s.merge_state_ch0, s.merge_state_ch1};
-    BandPair bands;
-    for (int c = 0; c < channels; ++c) {
-        for (int start = 0; start < kBlock; start += 2 * kBandSize) {
-            NRSS_SplitBands(x[c] + start, split_state[c], bands, 2 * kBandSize);
-            NRSS_MergeBands(bands, x[c] + start, merge_state[c], 2 * kBandSize);
-        }
-    }
-}
-
-void filter_bank(State& state, const StageForms* vector_stages, int channels) {
+void filter_bank(State& state, const StageForms& stages, int channels) {
     constexpr int kRate = 48000;
     Blocks blocks(kRate, channels);
-    Tolu_NRSS_Init(kLevel, kRate);
+    NrssState s{};
     const auto x = blocks.next();
     for (auto _ : state) {
-        if (vector_stages == nullptr) {
-            filter_bank_plain(x.data(), channels);
-        } else if (channels == 1) {
-            vector_stages->filter_bank_mono(x.data());
-        } else {
-            vector_stages->filter_bank_stereo(x.data());
-        }
+        stages.filter_bank(s, x.data(), channels);
         benchmark::ClobberMemory();
     }
     report(state, "block");
 }
 
-void framing_plain(State& state) {
-    Tolu_NRSS_Init(kLevel, 16000);
-    int32_t a[kFrameWords] = {};
-    int32_t b[kFrameWords] = {};
-    int16_t x[kHopSize];
-    std::fill_n(x, kHopSize, static_cast<int16_t>(1000));
+void framing(State& state, const StageForms& stages) {
     for (auto _ : state) {
-        NRSS_WindowFrame(x, a, b);
-        NRSS_OverlapAdd(a, b, x);
+        stages.framing();
         benchmark::ClobberMemory();
     }
     report(state, "frame");
@@ -236,20 +174,19 @@ void framing_plain(State& state) {
 
 // ---- The whole ----------------------------------------------------------------------------------
 
-void block_core(State& state, InstructionSet set, ProcessBlocks process_blocks, int rate,
-                int channels) {
+void block_core(State& state, const StageForms& stages, int rate, int channels) {
     Blocks blocks(rate, channels);
-    start_up(set, rate, blocks);
+    NrssState s = started_up(rate, blocks);
     for (auto _ : state) {
         const auto x = blocks.next();
-        process_blocks(exported_stream.suppressor, x[0], x[1], kBlock);
+        stages.process_blocks(s, x[0], x[1], kBlock);
         benchmark::ClobberMemory();
     }
     report(state, "block");
 }
 
-void detector(State& state, InstructionSet set, int rate, int channels) {
-    force_instruction_set(set);
+void detector(State& state, const InstructionSet* set, int rate, int channels) {
+    use_instruction_set(set);
     const int length = rate / 100;
     const auto samples = static_cast<size_t>(length) * static_cast<size_t>(channels);
     const auto signal =
@@ -278,8 +215,8 @@ void detector(State& state, InstructionSet set, int rate, int channels) {
     state.counters["block"].value /= kBlock;
 }
 
-void initialisation(State& state, InstructionSet set) {
-    force_instruction_set(set);
+void initialisation(State& state, const InstructionSet* set) {
+    use_instruction_set(set);
     for (auto _ : state) {
         VoiceActivityDetectionInit();
         benchmark::ClobberMemory();
@@ -290,23 +227,20 @@ void register_all() {
     const auto add = [](const std::string& name, auto run) {
         benchmark::RegisterBenchmark(name.c_str(), run);
     };
-    for (const Form& form : available_forms()) {
-        const InstructionSet set = form.set;
-        const StageForms* const stages = form.vector_stages;
-        // A build with vector code runs the plain form only where it is called by name.
-        const bool whole = stages != nullptr || available_forms().size() == 1;
-        const std::string slash_name = std::string("/") + form.name;
-        add("real_fft288" + slash_name, [=](State& s) { transform(s, set, form.forward); });
-        add("real_ifft288" + slash_name, [=](State& s) { transform(s, set, form.inverse); });
-        if (stages != nullptr) {
-            const int frames = stages->batch_frames;
-            add("forward_batch" + slash_name,
-                [=](State& s) { batch(s, stages->forward_batch, frames); });
-            add("inverse_batch" + slash_name,
-                [=](State& s) { batch(s, stages->inverse_batch, frames); });
-        } else {
-            add("framing" + slash_name, framing_plain);
+    for (const StageForms& stages : stage_forms()) {
+        const std::string name = stages.set;
+        const InstructionSet* const set = set_in_library(name);
+        if (set == nullptr && name != "plain") {
+            continue;  // not on this machine
         }
+        const std::string slash_name = "/" + name;
+        add("real_fft288" + slash_name, [=](State& s) { transform(s, stages.real_fft288); });
+        add("real_ifft288" + slash_name, [=](State& s) { transform(s, stages.real_ifft288); });
+        add("forward_batch" + slash_name,
+            [=](State& s) { batch(s, stages.forward_batch, stages.batch_frames); });
+        add("inverse_batch" + slash_name,
+            [=](State& s) { batch(s, stages.inverse_batch, stages.batch_frames); });
+        add("framing" + slash_name, [=](State& s) { framing(s, stages); });
         add("gain_engine" + slash_name, [=](State& s) { gain_engine(s, stages); });
         for (const int channels : {1, 2}) {
             const std::string slash_channels = "/channels:" + std::to_string(channels);
@@ -314,17 +248,16 @@ void register_all() {
                 [=](State& s) { filter_bank(s, stages, channels); });
             for (const int rate : {8000, 16000, 22050, 48000}) {
                 add("block_core" + slash_name + "/" + std::to_string(rate) + slash_channels,
-                    [=](State& s) { block_core(s, set, form.process_blocks, rate, channels); });
+                    [=](State& s) { block_core(s, stages, rate, channels); });
             }
             for (const int rate : {16000, 48000}) {
-                if (!whole) {
-                    continue;
+                if (set != nullptr) {
+                    add("detector" + slash_name + "/" + std::to_string(rate) + slash_channels,
+                        [=](State& s) { detector(s, set, rate, channels); });
                 }
-                add("detector" + slash_name + "/" + std::to_string(rate) + slash_channels,
-                    [=](State& s) { detector(s, set, rate, channels); });
             }
         }
-        if (whole) {
+        if (set != nullptr) {
             add("initialisation" + slash_name, [=](State& s) { initialisation(s, set); });
         }
     }

@@ -1,24 +1,18 @@
 /**
- * The butterflies of the 144-point complex transform (prime-factor algorithm, 9 rows by 16
- * columns), for both directions.
+ * The butterflies of the 144-point complex transform (prime-factor algorithm, 9 rows by 16 columns), for
+ * both directions, and the split between it and the real transform of 288 points.
  *
- * Values are int32 and every sum wraps. Products truncate toward minus infinity, so a sign is not
- * free to move: mul_q15(-a, s) differs from -mul_q15(a, s), and the order below is part of the
- * result.
+ * A value of type Lanes<2F> holds one complex value of each of F transforms: the real parts in its lower
+ * half, the imaginary ones in its upper. Every sum wraps. Products truncate toward minus infinity, so a
+ * sign is not free to move: mul_q15(-a, s) differs from -mul_q15(a, s), and the order below is part of
+ * the result.
  */
 #ifndef KORVANE_DSP_FFT288_KERNELS_H
 #define KORVANE_DSP_FFT288_KERNELS_H
 
-#include "dsp/fixed_point.h"
+#include "dsp/lanes.h"
 
-namespace korvane {
-
-/** V is int32_t, or a vector of them that holds the same value of several transforms. */
-template <class V>
-struct Complex {
-    V re;
-    V im;
-};
+namespace korvane::KORVANE_ISA {
 
 enum class Direction { kForward, kInverse };
 
@@ -39,91 +33,49 @@ inline constexpr Twiddle kW9_2{5690, 32270};
 inline constexpr Twiddle kW9_4{-30792, 11207};
 inline constexpr int kSin60 = 28378;  // sin(pi/3), Q15
 
-template <class V>
-KORVANE_INLINE constexpr Complex<V> add(Complex<V> a, Complex<V> b) {
-    return {add_wrap(a.re, b.re), add_wrap(a.im, b.im)};
-}
-
-template <class V>
-KORVANE_INLINE constexpr Complex<V> sub(Complex<V> a, Complex<V> b) {
-    return {sub_wrap(a.re, b.re), sub_wrap(a.im, b.im)};
-}
-
-/** floor(a / 2) of both parts. */
-template <class V>
-KORVANE_INLINE constexpr Complex<V> half(Complex<V> a) {
-    return {asr<1>(a.re), asr<1>(a.im)};
-}
-
 /** A quarter turn, exact: times -i forward, times i inverse. */
-template <Direction kDirection, class V>
-KORVANE_INLINE constexpr Complex<V> quarter_turn(Complex<V> a) {
-    if constexpr (kDirection == Direction::kForward) {
-        return {a.im, neg_wrap(a.re)};
-    } else {
-        return {neg_wrap(a.im), a.re};
-    }
+template <Direction kDirection, class Z>
+KORVANE_INLINE Z quarter_turn(Z a) {
+    const Z swapped = swap_halves(a);
+    return kDirection == Direction::kForward ? negate_upper(swapped) : negate_lower(swapped);
 }
 
-/** 2a, wrapping: how an operand enters a Q15 product. */
-template <class V>
-KORVANE_INLINE constexpr Complex<V> twice(Complex<V> a) {
-    return {add_wrap(a.re, a.re), add_wrap(a.im, a.im)};
-}
-
-/** Half of both parts times the same constant, Q15. */
-template <int kC, class V>
-KORVANE_INLINE constexpr Complex<V> half_scale(Complex<V> a) {
-    return {mul_half_q15<kC>(a.re), mul_half_q15<kC>(a.im)};
-}
-
-/** A sum with a value turned by a quarter, either way. */
-template <class C>
-struct Turns {
-    C clockwise;
-    C counter;
-};
-/** a plus half of b times -i*c and a plus half of b times i*c; the sign goes with the constant. */
-template <int kC, class V>
-KORVANE_INLINE constexpr Turns<Complex<V>> add_half_scaled_turns(Complex<V> a, Complex<V> b) {
-    const auto re = add_half_both<kC>(a.re, b.im);
-    const auto im = add_half_both<kC>(a.im, b.re);
-    return {{re.positive, im.negative}, {re.negative, im.positive}};
-}
-
-// The butterflies are written for a complex type C: Complex<V>, or one that keeps both parts in one
-// vector and brings its own versions of the functions above.
-
-/** a times the twiddle factor c - i*s (forward) or its conjugate (inverse). */
-template <Direction kDirection, Twiddle kW, class C>
-KORVANE_INLINE constexpr C twist(C a) {
-    const C d = twice(a);
-    return add(half_scale<kW.c>(d), half_scale<kW.s>(quarter_turn<kDirection>(d)));
+/** a times the twiddle factor c - i*s (forward) or its conjugate (inverse). The products are of 2a,
+ * which wraps. */
+template <Direction kDirection, Twiddle kW, class Z>
+KORVANE_INLINE Z twist(Z a) {
+    const Z d = add_wrap(a, a);
+    return add_wrap(mul_half_by<kW.c>(d), mul_half_by<kW.s>(quarter_turn<kDirection>(d)));
 }
 
 /** 3-point DFT of x0, x1, x2, in place. */
-template <Direction kDirection, class C>
-KORVANE_INLINE constexpr void radix3(C& x0, C& x1, C& x2) {
-    const C s = add(x1, x2);
-    const C d = twice(sub(x1, x2));
-    const C h = sub(x0, half(s));
-    x0 = add(x0, s);
-    const auto turns = add_half_scaled_turns<kSin60>(h, d);
-    x1 = kDirection == Direction::kForward ? turns.clockwise : turns.counter;
-    x2 = kDirection == Direction::kForward ? turns.counter : turns.clockwise;
+template <Direction kDirection, class Z>
+KORVANE_INLINE void radix3(Z& x0, Z& x1, Z& x2) {
+    const Z s = add_wrap(x1, x2);
+    const Z d = sub_wrap(x1, x2);
+    const Z h = sub_wrap(x0, asr<1>(s));
+    x0 = add_wrap(x0, s);
+    // Times -i*sin60 and times i*sin60: the sign goes with the constant.
+    const auto turned = mul_half_both<kSin60>(swap_halves(add_wrap(d, d)));
+    const Z positive = add_wrap(h, turned.positive);
+    const Z negative = add_wrap(h, turned.negative);
+    const Z clockwise = blend_halves(positive, negative);
+    const Z counter = blend_halves(negative, positive);
+    x1 = kDirection == Direction::kForward ? clockwise : counter;
+    x2 = kDirection == Direction::kForward ? counter : clockwise;
 }
 
 /** 4-point DFT of a0..a3, in place; exact but for wrapping. */
-template <Direction kDirection, class C>
-KORVANE_INLINE constexpr void radix4(C& a0, C& a1, C& a2, C& a3) {
-    const C s02 = add(a0, a2);
-    const C d02 = sub(a0, a2);
-    const C s13 = add(a1, a3);
-    const C turned = quarter_turn<kDirection>(sub(a1, a3));
-    a0 = add(s02, s13);
-    a1 = add(d02, turned);
-    a2 = sub(s02, s13);
-    a3 = sub(d02, turned);
+template <Direction kDirection, class Z>
+KORVANE_INLINE void radix4(Z& a0, Z& a1, Z& a2, Z& a3) {
+    const Z s02 = add_wrap(a0, a2);
+    const Z d02 = sub_wrap(a0, a2);
+    const Z s13 = add_wrap(a1, a3);
+    const Z turned = quarter_turn<kDirection>(sub_wrap(a1, a3));
+    a0 = add_wrap(s02, s13);
+    a1 = add_wrap(d02, turned);
+    a2 = sub_wrap(s02, s13);
+    a3 = sub_wrap(d02, turned);
 }
 
 /**
@@ -131,8 +83,8 @@ KORVANE_INLINE constexpr void radix4(C& a0, C& a1, C& a2, C& a3) {
  *
  * @param a  [0..15] in natural order; on return spectral line k + 4p stands at [4k + p]
  */
-template <Direction kDirection, class C>
-KORVANE_INLINE constexpr void dft16(C* a) {
+template <Direction kDirection, class Z>
+KORVANE_INLINE void dft16(Z* a) {
     for (int n = 0; n < 4; ++n) {
         radix4<kDirection>(a[n], a[n + 4], a[n + 8], a[n + 12]);
     }
@@ -150,14 +102,16 @@ KORVANE_INLINE constexpr void dft16(C* a) {
         radix4<kDirection>(a[4 * k], a[4 * k + 1], a[4 * k + 2], a[4 * k + 3]);
     }
 }
+/** Where dft16 leaves a line. */
+constexpr int dft16_position(int line) { return 4 * (line % 4) + line / 4; }
 
 /**
  * 9-point DFT as 3 x 3.
  *
  * @param e  [0..8] in natural order; on return position 3b + a holds line b + 3a (digit reversed)
  */
-template <Direction kDirection, class C>
-KORVANE_INLINE constexpr void dft9(C* e) {
+template <Direction kDirection, class Z>
+KORVANE_INLINE void dft9(Z* e) {
     for (int a = 0; a < 3; ++a) {
         radix3<kDirection>(e[a], e[a + 3], e[a + 6]);
     }
@@ -170,55 +124,58 @@ KORVANE_INLINE constexpr void dft9(C* e) {
         radix3<kDirection>(e[3 * b], e[3 * b + 1], e[3 * b + 2]);
     }
 }
+/** Where dft9 leaves a line. */
+constexpr int dft9_position(int line) { return 3 * (line % 3) + line / 3; }
+
+/** A complex value with its parts apart, as the split wants them. */
+template <class V>
+struct Complex {
+    V re;
+    V im;
+};
 
 /**
- * The split: from two mirrored lines a = Z[k] and b = Z[144 - k] of the transform of even samples
- * (real part) and odd samples (imaginary part), the bins X[k] and X[144 - k] of the real spectrum:
- * X = (a + b*)/2 + W*(a - b*)/2i. The products are halved by their shift, as the sums are by
- * theirs.
+ * The split: from two mirrored lines a = Z[k] and b = Z[144 - k] of the transform of even samples (real
+ * part) and odd samples (imaginary part), the bins X[k] and X[144 - k] of the real spectrum:
+ * X = (a + b*)/2 + W*(a - b*)/2i. The products are halved by their shift, as the sums are by theirs.
  *
- * @param c     cosine, the real part of entry 2k of twd576, Q15
- * @param s     minus the sine, its imaginary part, below zero
- * @param sign  negates the lanes in which the arguments stand the other way round, a = Z[144 - k]
- *              and b = Z[k]; the results are X[k] and X[144 - k] in every lane
+ * @param w  entry 2k of twd576, Q15: the cosine, not negative, and minus the sine, below zero
  */
-template <class V, class Sign>
-KORVANE_INLINE constexpr void split(Complex<V>& a, Complex<V>& b, V c, V s, Sign sign) {
+template <class V>
+KORVANE_INLINE void split(Complex<V>& a, Complex<V>& b, Complex<V> w) {
     const V sr = add_wrap(a.re, b.re);
-    const V dr = sign(sub_wrap(a.re, b.re));
+    const V dr = sub_wrap(a.re, b.re);
     const V si = add_wrap(a.im, b.im);
-    const V di = sign(sub_wrap(a.im, b.im));
-    const V t = add_wrap(mul_half_negative(dr, s), mul_half_positive(si, c));
-    const V u = add_wrap(mul_half_positive(neg_wrap(dr), c), mul_half_negative(si, s));
+    const V di = sub_wrap(a.im, b.im);
+    const V t = add_wrap(mul_half_negative(dr, w.im), mul_half_positive(si, w.re));
+    const V u = add_wrap(mul_half_positive(neg_wrap(dr), w.re), mul_half_negative(si, w.im));
     const V mean = asr<1>(sr);
     const V im = add_wrap(u, asr<1>(di));
     a = {add_wrap(mean, t), im};
     b = {sub_wrap(mean, t), sub_wrap(im, di)};
 }
-template <class V>
-KORVANE_INLINE constexpr void split(Complex<V>& a, Complex<V>& b, V c, V s) {
-    split(a, b, c, s, [](V x) { return x; });
-}
 
-/** The split run backwards: from the bins a = X[k] and b = X[144 - k] the lines Z[k] and Z[144 -
- * k]. Parameters as for split, but that here it is the results that sign exchanges. */
-template <class V, class Sign>
-KORVANE_INLINE constexpr void unsplit(Complex<V>& a, Complex<V>& b, V c, V s, Sign sign) {
+/** The split run backwards: from the bins a = X[k] and b = X[144 - k] the lines Z[k] and Z[144 - k]. */
+template <class V>
+KORVANE_INLINE void unsplit(Complex<V>& a, Complex<V>& b, Complex<V> w) {
     const V sr = add_wrap(a.re, b.re);
     const V dr = sub_wrap(a.re, b.re);
     const V si = add_wrap(a.im, b.im);
     const V di = sub_wrap(a.im, b.im);
-    const V v = add_wrap(mul_half_negative(si, s), mul_half_positive(dr, c));
-    const V w = sign(add_wrap(mul_half_negative(neg_wrap(dr), s), mul_half_positive(si, c)));
+    const V v = add_wrap(mul_half_negative(si, w.im), mul_half_positive(dr, w.re));
+    const V t = add_wrap(mul_half_negative(neg_wrap(dr), w.im), mul_half_positive(si, w.re));
     const V mean = asr<1>(sr);
-    a = {sub_wrap(mean, w), add_wrap(v, sign(asr<1>(di)))};
-    b = {add_wrap(mean, w), sub_wrap(v, sign(asr<1>(di)))};
-}
-template <class V>
-KORVANE_INLINE constexpr void unsplit(Complex<V>& a, Complex<V>& b, V c, V s) {
-    unsplit(a, b, c, s, [](V x) { return x; });
+    a = {sub_wrap(mean, t), add_wrap(v, asr<1>(di))};
+    b = {add_wrap(mean, t), sub_wrap(v, asr<1>(di))};
 }
 
-}  // namespace korvane
+/** DC and Nyquist, which are real, from line 0; line 0 from them: (re + im, re - im) either way. */
+template <class Z>
+KORVANE_INLINE Z sum_and_difference(Z a) {
+    const Z swapped = swap_halves(a);
+    return blend_halves(add_wrap(a, swapped), sub_wrap(swapped, a));
+}
+
+}  // namespace korvane::KORVANE_ISA
 
 #endif

@@ -13,8 +13,8 @@
 #include <bit>
 #include <cstdint>
 
-/** For what must never be called: small functions of the inner loops, and everything that is
- * compiled for several instruction sets at once. */
+/** Always inlined: the small functions of the inner loops, and all that is compiled for several
+ * instruction sets, of which the linker would keep one and call it from code for the others. */
 #define KORVANE_INLINE [[gnu::always_inline]] inline
 
 namespace korvane {
@@ -61,7 +61,7 @@ KORVANE_INLINE constexpr int leading_zeros(int32_t a) {
     return std::countl_zero(static_cast<uint32_t>(a));
 }
 
-// Code that is written for a value type V, where V is int32_t or one of the vectors of dsp/simd.h,
+// Code that is written for a value type V, where V is int32_t or one of the vectors of dsp/lanes.h,
 // calls the functions below: the same operations, with what is known at compile time as an argument
 // of the template, and comparisons as masks, all ones or all zero.
 
@@ -70,11 +70,33 @@ inline constexpr int kLanesOf = V::kLanes;
 template <>
 inline constexpr int kLanesOf<int32_t> = 1;
 
-/** Whether the _positive operations of V are worth code of their own. */
+/** Whether V has scale_up and its like, for values that are not negative, and they save instructions. */
 template <class V>
-inline constexpr bool kShortPositiveForms = V::kShortPositiveForms;
+inline constexpr bool kHasPositiveForms = V::kHasPositiveForms;
 template <>
-inline constexpr bool kShortPositiveForms<int32_t> = false;
+inline constexpr bool kHasPositiveForms<int32_t> = false;
+
+/** A constant in every lane. */
+template <class V>
+KORVANE_INLINE V constant(int32_t a) {
+    if constexpr (kLanesOf<V> == 1) {
+        return a;
+    } else {
+        return V::broadcast(a);
+    }
+}
+/** As many consecutive values, int32 or int16, as V has lanes. */
+template <class V, class T>
+KORVANE_INLINE V load_lanes(const T* p) {
+    if constexpr (kLanesOf<V> == 1) {
+        return *p;
+    } else {
+        return V::load(p);
+    }
+}
+KORVANE_INLINE void store(int32_t* p, int32_t a) { *p = a; }
+/** Saturates to 16 bits. */
+KORVANE_INLINE void store(int16_t* p, int32_t a) { *p = saturate16(a); }
 
 template <int kBits>
 KORVANE_INLINE constexpr int32_t shl(int32_t a) {
@@ -89,8 +111,14 @@ template <int kBits>
 KORVANE_INLINE constexpr int32_t lsr(int32_t a) {
     return static_cast<int32_t>(static_cast<uint32_t>(a) >> kBits);
 }
+/** a * b modulo 2^32. */
+KORVANE_INLINE constexpr int32_t mul_wrap(int32_t a, int32_t b) {
+    return static_cast<int32_t>(static_cast<uint32_t>(a) * static_cast<uint32_t>(b));
+}
+/** a * b, exact, with a in -32768..32767 and b in 0..32767. */
+KORVANE_INLINE constexpr int32_t mul_samples(int32_t a, int32_t b) { return a * b; }
 template <int kC>
-KORVANE_INLINE constexpr int32_t mul_half_q15(int32_t a) {
+KORVANE_INLINE constexpr int32_t mul_half_by(int32_t a) {
     return mul_half_q15(a, kC);
 }
 /** floor(a * c / 65536), c in 0..32767. */
@@ -101,15 +129,19 @@ KORVANE_INLINE constexpr int32_t mul_half_positive(int32_t a, int32_t c) {
 KORVANE_INLINE constexpr int32_t mul_half_negative(int32_t a, int32_t c) {
     return mul_half_q15(a, c);
 }
-/** a + floor(b*c / 65536) and a + floor(b*-c / 65536). */
+/** floor(a * c / 65536) and floor(a * -c / 65536), which is not the first one's negative. */
 template <class V>
-struct OppositeSums {
+struct Opposites {
     V positive;
     V negative;
 };
 template <int kC>
-KORVANE_INLINE constexpr OppositeSums<int32_t> add_half_both(int32_t a, int32_t b) {
-    return {add_wrap(a, mul_half_q15<kC>(b)), add_wrap(a, mul_half_q15<-kC>(b))};
+KORVANE_INLINE constexpr Opposites<int32_t> mul_half_both(int32_t a) {
+    return {mul_half_by<kC>(a), mul_half_by<-kC>(a)};
+}
+/** sum + floor(a * c / 65536), c in -32768..-1. */
+KORVANE_INLINE constexpr int32_t add_half_negative(int32_t sum, int32_t a, int32_t c) {
+    return add_wrap(sum, mul_half_q15(a, c));
 }
 /** floor(a * (b >> 16) / 65536): times the upper half of another value. */
 KORVANE_INLINE constexpr int32_t mul_half_upper(int32_t a, int32_t b) {
@@ -133,6 +165,7 @@ KORVANE_INLINE constexpr int32_t shl_each(int32_t a, int32_t n) {
 }
 /** floor(a / 2^n), n in 0..31. */
 KORVANE_INLINE constexpr int32_t asr_each(int32_t a, int32_t n) { return a >> n; }
+KORVANE_INLINE constexpr int32_t reverse(int32_t a) { return a; }
 KORVANE_INLINE constexpr int32_t sum_lanes(int32_t a) { return a; }
 KORVANE_INLINE constexpr bool any_negative(int32_t a) { return a < 0; }
 

@@ -2,63 +2,62 @@
 
 #include <atomic>
 
-#if defined(KORVANE_SIMD) && defined(__x86_64__)
-#include <cpuid.h>
-
-#include <cstdint>
-#endif
+#include "dsp/processor.h"
 
 namespace korvane {
 
+// The code of each set is compiled with options of its own, into a namespace of its name.
+#define KORVANE_CODE(set)                                                     \
+    namespace set {                                                           \
+    void real_fft288(int32_t* out, const int32_t* in);                        \
+    void real_ifft288(int32_t* out, const int32_t* in);                       \
+    void process_blocks(NrssState& s, int16_t* ch0, int16_t* ch1, int32_t n); \
+    }
+KORVANE_CODE(avx2)
+KORVANE_CODE(sse2)
+KORVANE_CODE(neon)
+KORVANE_CODE(plain)
+#undef KORVANE_CODE
+
 namespace {
 
-// Whichever thread asks first; all get the same answer.
-constinit std::atomic<InstructionSet> chosen = InstructionSet::kUnknown;
+bool always() { return true; }
 
+#define KORVANE_SET(set, runs_here) \
+    { #set, runs_here, set::real_fft288, set::real_ifft288, set::process_blocks }
+constexpr InstructionSet kSets[] = {
 #if defined(KORVANE_SIMD) && defined(__x86_64__)
-
-/** Whether the processor has AVX2 and the operating system saves its registers. */
-bool has_avx2() {
-    unsigned a = 0;
-    unsigned b = 0;
-    unsigned c = 0;
-    unsigned d = 0;
-    if (__get_cpuid(1, &a, &b, &c, &d) == 0 || (c & bit_OSXSAVE) == 0) {
-        return false;
-    }
-    uint32_t low = 0;
-    uint32_t high = 0;
-    asm volatile("xgetbv" : "=a"(low), "=d"(high) : "c"(0));
-    constexpr uint32_t kXmmAndYmm = 6;
-    if ((low & kXmmAndYmm) != kXmmAndYmm) {
-        return false;
-    }
-    return __get_cpuid_count(7, 0, &a, &b, &c, &d) != 0 && (b & bit_AVX2) != 0;
-}
-
-InstructionSet detect() { return has_avx2() ? InstructionSet::kAvx2 : InstructionSet::kSse2; }
-
+    KORVANE_SET(avx2, has_avx2),
+    KORVANE_SET(sse2, always),
 #elif defined(KORVANE_SIMD) && defined(__aarch64__)
-
-InstructionSet detect() { return InstructionSet::kNeon; }
-
+    KORVANE_SET(neon, always),
 #else
-
-InstructionSet detect() { return InstructionSet::kPlain; }
-
+    KORVANE_SET(plain, always),
 #endif
+};
+#undef KORVANE_SET
+
+constinit std::atomic<const InstructionSet*> in_use = nullptr;
 
 }  // namespace
 
-InstructionSet instruction_set() {
-    InstructionSet set = chosen.load(std::memory_order_relaxed);
-    if (set == InstructionSet::kUnknown) {
-        set = detect();
-        chosen.store(set, std::memory_order_relaxed);
+std::span<const InstructionSet> instruction_sets() { return kSets; }
+
+const InstructionSet& instruction_set() {
+    // Several threads may find the same answer at once.
+    const InstructionSet* set = in_use.load(std::memory_order_relaxed);
+    if (set == nullptr) {
+        set = kSets;
+        while (!set->runs_here()) {
+            ++set;
+        }
+        in_use.store(set, std::memory_order_relaxed);
     }
-    return set;
+    return *set;
 }
 
-void force_instruction_set(InstructionSet set) { chosen.store(set, std::memory_order_relaxed); }
+void use_instruction_set(const InstructionSet* set) {
+    in_use.store(set, std::memory_order_relaxed);
+}
 
 }  // namespace korvane

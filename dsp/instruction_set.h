@@ -1,20 +1,38 @@
 /**
- * Which form of the vector code this machine runs.
+ * What exists once for each instruction set, and which of the sets this machine runs.
  */
 #ifndef KORVANE_DSP_INSTRUCTION_SET_H
 #define KORVANE_DSP_INSTRUCTION_SET_H
 
+#include <cstdint>
+#include <span>
+
 namespace korvane {
 
-enum class InstructionSet { kUnknown, kPlain, kSse2, kAvx2, kNeon };
+struct NrssState;
 
-/** The widest that this build contains and this machine has. Asks the processor the first time,
- * remembers the answer; never kUnknown. */
-InstructionSet instruction_set();
+/** The code of one instruction set. All sets give the same bits. */
+struct InstructionSet {
+    const char* name;
+    bool (*runs_here)();
 
-/** Makes instruction_set() answer `set`, one of this build that this machine has: for tests and
- * measurements. kUnknown asks the processor again. The transforms follow at fft288_init. */
-void force_instruction_set(InstructionSet set);
+    /** What real_fft288 and real_ifft288 do once they are initialised. */
+    void (*real_fft288)(int32_t* out, const int32_t* in);
+    void (*real_ifft288)(int32_t* out, const int32_t* in);
+
+    /** See nrss/pipeline/block_pipeline.h. */
+    void (*process_blocks)(NrssState& s, int16_t* ch0, int16_t* ch1, int32_t n);
+};
+
+/** The sets of this build, the fastest first. The last runs on every machine. */
+std::span<const InstructionSet> instruction_sets();
+
+/** The set in use: the first that runs here. Asks the processor once, whichever thread comes first. */
+const InstructionSet& instruction_set();
+
+/** Puts another set that runs here to use, or with null the first one again: for tests and measurements.
+ */
+void use_instruction_set(const InstructionSet* set);
 
 }  // namespace korvane
 

@@ -4,11 +4,9 @@
 
 #include <cstdint>
 #include <string>
-#include <utility>
 
 #include "detector/detector.h"
 #include "korvane_nrss.h"
-#include "nrss/gain/window_table.h"
 
 namespace korvane {
 
@@ -49,32 +47,29 @@ std::string bytes_of(const T& object) {
 /** The bytes of all static state that outlives a call. */
 inline std::string library_state() { return bytes_of(exported_stream); }
 
-/** Gives all that one call of the pipeline leaves to the next, the same in every form of it, to
+/** Gives all that one call of the pipeline leaves to the next, the same for every instruction set, to
  * add(values, count). */
 template <class Add>
-void add_pipeline_state(const Add& add) {
-    const NrssState& s = nrss_state;
-    add(&s.subwin_count, 1);
-    add(&s.frame_count, 1);
-    add(&s.noise_ready, 1);
-    for (const auto& [a, b] :
-         {std::pair{s.ch0_frame_a, s.ch0_frame_b}, std::pair{s.ch1_frame_a, s.ch1_frame_b},
-          std::pair{s.ch0_high_a, s.ch0_high_b}, std::pair{s.ch1_high_a, s.ch1_high_b}}) {
-        add(a, kHopSize);
-        add(b + kHopSize, kHopSize);
+void add_pipeline_state(const NrssState& s, const Add& add) {
+    for (const auto& memories : {s.frames, s.high_frames}) {
+        for (int channel = 0; channel < 2; ++channel) {
+            add(memories[channel].last_hop, kHopSize);
+            add(memories[channel].tail, kHopSize);
+        }
     }
     for (const auto* memory :
          {s.split_state_ch0, s.split_state_ch1, s.merge_state_ch0, s.merge_state_ch1}) {
         add(memory, kBranchState);
     }
-    add(&s.min_win_row, 1);
     for (const auto& row : s.min_win) {
         add(row, kGains);
     }
     add(s.gain, kGains);
-    add(s.psd_slow, kGains);
-    add(s.psd_fast, kGains);
-    add(s.osub, kGains);
+    for (const auto* values : {s.psd_slow, s.psd_fast, s.osub}) {
+        add(values, kGains);
+    }
+    const int32_t counts[] = {s.subwin_count, s.frame_count, s.noise_ready, s.min_win_row};
+    add(counts, 4);
 }
 
 }  // namespace korvane::test

@@ -6,7 +6,7 @@
 #include <algorithm>
 #include <array>
 
-#include "dsp/instruction_set.h"
+#include "instruction_sets.h"
 #include "library_state.h"
 #include "nrss/pipeline/framing.h"
 #include "numeric_models.h"
@@ -21,17 +21,10 @@ using Channels = std::array<Samples, 2>;
 constexpr size_t kHop = kHopSize;
 constexpr int kRates[] = {8000, 16000, 22050, 48000};  // the last one on two bands
 
-/** The plain form and every vector form that this machine can run. */
-std::vector<ProcessBlocks> forms() {
-    std::vector<ProcessBlocks> all = {process_blocks_plain};
-#if defined(KORVANE_SIMD) && defined(__x86_64__)
-    all.push_back(sse2::process_blocks);
-    if (instruction_set() == InstructionSet::kAvx2) {
-        all.push_back(avx2::process_blocks);
-    }
-#else
-    all.push_back(NRSS_Nonintlvd);
-#endif
+/** One lane, and every set that this machine runs. */
+std::vector<InstructionSet> sets() {
+    std::vector<InstructionSet> all = test::sets_here();
+    all.push_back(test::kPlain);
     return all;
 }
 
@@ -48,13 +41,15 @@ Channels cleaned(Channels x) {
 }
 
 TEST(Framing, OverlapAddSaturatesTheSumAndWrapsItsDouble) {
-    start_fresh(9, 16000);
-    int32_t frames[2][kFrameWords] = {};
-    Samples out(kHop);
+    const auto in_order = [](const auto* work, int m) -> const auto& { return work[m]; };
     for (const int32_t value : {40000, -40000, (1 << 30) - 1, -(1 << 30), 1 << 30}) {
-        std::fill_n(frames[0], kHop, value);
-        std::fill_n(frames[1] + kHop, kHop, value);
-        NRSS_OverlapAdd(frames[0], frames[1], out.data());
+        plain::Lanes<2> frame[kHop];
+        std::fill_n(frame, kHop, plain::Lanes<2>(value, value));
+        FrameMemory memory{};
+        std::fill_n(memory.tail, kHop, value);
+        Samples out(kHop);
+        const Signal signal{out.data(), &memory};
+        plain::NRSS_OverlapAdd<1, 1>(frame, &signal, in_order);
         const bool wrapped = value == 1 << 30;  // doubling it gives -2^31
         EXPECT_EQ(out, Samples(kHop, value > 0 && !wrapped ? 32767 : -32768)) << value;
     }
@@ -71,7 +66,7 @@ TEST(Pipeline, WrappedGainsAreTheModels) {
         uint64_t digest;
     } cases[] = {{22, {32640, 28830, 24746}, {186, 188}, 177, 0x063165ecf83222da},
                  {76, {30161, 15651, 30161}, {186, 187}, 183, 0xb769eb240ea122be}};
-    for (const ProcessBlocks form : forms()) {
+    for (const InstructionSet& set : sets()) {
         for (const auto& [half_period, amplitudes, changes, blocks, digest] : cases) {
             Samples x;
             for (int i = 0; i < 576 * blocks; ++i) {
@@ -80,7 +75,7 @@ TEST(Pipeline, WrappedGainsAreTheModels) {
                 x.push_back(static_cast<int16_t>(i / half_period % 2 != 0 ? -a : a));
             }
             start_fresh(9, 48000);
-            form(nrss_state, x.data(), x.data(), 576 * blocks);
+            set.process_blocks(nrss_state, x.data(), x.data(), 576 * blocks);
             uint64_t hash = 0xcbf29ce484222325;
             for (const int16_t v : x) {
                 const auto bits = static_cast<uint16_t>(v);
@@ -121,17 +116,17 @@ TEST(Pipeline, OneChannelIsChannelZeroOfTwoAndLeavesChannelOneAlone) {
 
 TEST(Pipeline, OnlyWholeSubBlocksAreTouched) {
     const Samples x = Random(34).noise(1300, 9000);
-    for (const ProcessBlocks form : forms()) {
+    for (const InstructionSet& set : sets()) {
         for (const int rate : kRates) {
             start_fresh(9, rate);
             Samples whole = x;
-            form(nrss_state, whole.data(), whole.data(), 1152);
+            set.process_blocks(nrss_state, whole.data(), whole.data(), 1152);
             const int sub_block = rate == 48000 ? 576 : 288;
             for (const int n : {600, 1151, 1152, 1300, 0, 1, sub_block - 1, -1, -576, INT32_MIN}) {
                 start_fresh(9, rate);
                 const std::string before = test::library_state();
                 Channels channels{x, x};
-                form(nrss_state, channels[0].data(), channels[1].data(), n);
+                set.process_blocks(nrss_state, channels[0].data(), channels[1].data(), n);
                 Samples expected = x;
                 std::copy_n(whole.begin(), std::max(n / sub_block, 0) * sub_block,
                             expected.begin());
@@ -155,9 +150,8 @@ void leave_history(int rate) {
     cleaned({random.noise(576 * 150, 15000), random.noise(576 * 150, 15000)});
 }
 
-// The frames of the high band outlive an initialisation whole: the tail of the last processed frame
-// and the windowed input of the last hop. After whole sub-blocks both stand in the A frame's first
-// half (input) and the B frame's second (tail). All else is as fresh.
+// The memory of the high band's framing outlives an initialisation whole: the last hop and the tail of the
+// last processed frame. All else is as fresh.
 TEST(Pipeline, OnlyHighBandFramesSurviveInitialisation) {
     Random random(36);
     const Channels x{random.noise(576 * 60, 9000), random.noise(576 * 60, 9000)};
@@ -169,22 +163,18 @@ TEST(Pipeline, OnlyHighBandFramesSurviveInitialisation) {
         EXPECT_EQ(cleaned(x), fresh) << rate;
     }
 
-    int32_t* const frames[] = {nrss_state.ch0_high_a, nrss_state.ch0_high_b, nrss_state.ch1_high_a,
-                               nrss_state.ch1_high_b};
-    std::array<std::array<int32_t, kFrameWords>, 4> kept;
     leave_history(48000);
-    for (size_t i = 0; i < 4; ++i) {
-        std::copy_n(frames[i], kFrameWords, kept[i].begin());
-    }
+    const auto kept = std::to_array(nrss_state.high_frames);
     Tolu_NRSS_Init(9, 48000);
     const Channels again = cleaned(x);
     for (const bool input : {false, true}) {
         for (const bool tail : {false, true}) {
             start_fresh(9, 48000);
-            for (size_t i = 0; i < 4; ++i) {
-                if (i % 2 == 0 ? input : tail) {
-                    std::copy(kept[i].begin(), kept[i].end(), frames[i]);
-                }
+            for (size_t c = 0; c < 2; ++c) {
+                FrameMemory& memory = nrss_state.high_frames[c];
+                memory = kept[c];
+                std::fill_n(memory.last_hop, input ? 0 : kHop, int16_t{0});
+                std::fill_n(memory.tail, tail ? 0 : kHop, 0);
             }
             const Channels other = cleaned(x);
             for (size_t c = 0; c < 2; ++c) {  // what is missing is heard at once

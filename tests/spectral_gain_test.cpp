@@ -1,7 +1,7 @@
 // What the digests do not reach of the gain engine: its arithmetic on any value against the exact
 // quotient and root, its window's formula, frames without energy, counts at their end, and spectra that
 // no frame gives.
-#include "nrss/gain/spectral_gain.h"
+#include "nrss/gain/gain_engine.h"
 
 #include <gtest/gtest.h>
 
@@ -9,7 +9,6 @@
 #include <array>
 
 #include "library_state.h"
-#include "nrss/gain/gain_arithmetic.h"
 #include "nrss/gain/nrss_state.h"
 #include "nrss/gain/tables.h"
 #include "numeric_models.h"
@@ -19,7 +18,12 @@ namespace {
 
 using test::Random;
 using test::Reals;
-using Spectrum = std::array<int32_t, kFrameWords>;
+using Spectrum = std::array<int32_t, 2 * kGains>;  // bins (re, im), and the high band's power
+
+int32_t ratio_q30(int32_t noise, int32_t power) {
+    return korvane::ratio_q30<int32_t, true>(noise, power);
+}
+int32_t sqrt_q15(int32_t ratio) { return korvane::sqrt_q15<int32_t, true>(ratio); }
 
 struct Range {
     double low, high;
@@ -159,14 +163,20 @@ Spectrum flat(int32_t re, int32_t im, int32_t extra_power) {
         spectrum[i] = i % 2 == 0 ? re : im;
     }
     spectrum[288] = extra_power;
-    spectrum[289] = 0x7EADBEEF;  // never read
     return spectrum;
 }
 
 /** So many frames with the high band's power. */
 void compute(const Spectrum& spectrum, int frames = 1) {
+    int32_t power[kGains];
+    for (size_t k = 0; k < kBins; ++k) {
+        const int32_t re = spectrum[2 * k];
+        const int32_t im = spectrum[2 * k + 1];
+        power[k] = add_wrap(add_wrap(mul_wrap(re, re), mul_wrap(im, im)), 2);
+    }
+    power[kBins] = spectrum[288];
     for (int i = 0; i < frames; ++i) {
-        NRSS_SpectralGain(nrss_state, spectrum.data(), kBins, 1);
+        NRSS_SpectralGain<int32_t>(nrss_state, power, 1);
     }
 }
 

@@ -1,6 +1,6 @@
 /**
  * The arithmetic of the gain engine for one bin, written for a value type V: int32_t for one bin at
- * a time, or a vector (dsp/simd.h) for as many as it has lanes. Every input has a defined result,
+ * a time, or a vector (dsp/lanes.h) for as many as it has lanes. Every input has a defined result,
  * also powers that have wrapped to negative values.
  */
 #ifndef KORVANE_NRSS_GAIN_GAIN_ARITHMETIC_H
@@ -13,16 +13,6 @@ namespace korvane {
 
 inline constexpr int32_t kOneQ30 = 0x3FFFFFFF;
 inline constexpr int32_t kOneQ15 = 32767;
-
-/** A constant in every lane. */
-template <class V>
-KORVANE_INLINE V constant(int32_t a) {
-    if constexpr (kLanesOf<V> == 1) {
-        return a;
-    } else {
-        return V::broadcast(a);
-    }
-}
 
 /**
  * One step of a recursive average, alpha*old + (1 - alpha)*next, formed as next + alpha*(old -
@@ -72,7 +62,7 @@ KORVANE_INLINE V ratio_q30(V noise, V power) {
         // A power of zero has e = 32, and 0 is left; only a negative noise lies below it.
         ratio = shl_each(mul_half_upper(noise, reciprocal<V, true>(s)), e);
     } else {
-        const auto scale = normalising_scale(power);  // e - 1
+        const V scale = normalising_scale(power);  // e - 1
         const V s = asr<1>(scale_up(power, scale));
         const V product = mul_half_upper_positive(noise, reciprocal<V, false>(s));
         ratio = scale_up(add_wrap(product, product), scale);
@@ -107,8 +97,8 @@ KORVANE_INLINE V sqrt_q15(V ratio) {
             select(greater(zero, ratio), asr<2>(ratio), shl_each(ratio, add_wrap(half_e, half_e)));
         return asr_each(root_series(m), add_wrap(half_e, constant<V>(15)));
     } else {
-        const auto scale = root_scale(ratio);
-        return scale_down(root_series(scale_up(ratio, scale)), scale);
+        const V scale = root_scale(ratio);
+        return root_scale_down(root_series(root_scale_up(ratio, scale)), scale);
     }
 }
 

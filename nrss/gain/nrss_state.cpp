@@ -73,10 +73,9 @@ void NRSS_Init(NrssState& s, int32_t level, int32_t rate) {
     zero(s.psd_slow);
     zero(s.psd_fast);
     zero(s.osub);
-    zero(s.ch0_frame_a);
-    zero(s.ch0_frame_b);
-    zero(s.ch1_frame_a);
-    zero(s.ch1_frame_b);
+    for (FrameMemory& memory : s.frames) {
+        memory = {};
+    }
     for (auto& row : s.min_win) {
         std::fill(std::begin(row), std::end(row), kNoMinimum);
     }

@@ -7,35 +7,31 @@
 
 #include <cstdint>
 
-#include "dsp/fft288.h"
-#include "dsp/filter_bank.h"
+#include "dsp/gain_mul.h"
 #include "korvane_nrss.h"
+#include "nrss/gain/window_table.h"
 
 namespace korvane {
 
-inline constexpr int kFrameWords = kFrameSize + 2;  ///< a frame buffer: 288 values and a pair that
-                                                    ///< carries the high band's energy
-inline constexpr int kBins = kComplexSize;          ///< complex bins that have a gain
-
-inline constexpr int kGains = kBins + 1;      ///< one gain per bin, and one for the high band
-inline constexpr int kRowSize = 152;          ///< a row of gains, up to a whole number of vectors
-inline constexpr int kSubWindows = 4;         ///< sub-windows of the minimum search
-inline constexpr int16_t kUnityGain = 32767;  ///< Q15
+inline constexpr int kBranchState = 4;             ///< words of filter memory (dsp/filter_bank.h)
+inline constexpr int kSubWindows = 4;              ///< sub-windows of the minimum search
+inline constexpr int16_t kUnityGain = 32767;       ///< Q15
 inline constexpr int32_t kNoMinimum = 0x3FFFFFFF;  ///< above any power: a minimum not yet taken
 inline constexpr int32_t kTwoBandClass = 3;        ///< the rate class that runs on two bands
 
+/** What a signal's framing keeps from hop to hop (nrss/pipeline/framing.h). */
+struct FrameMemory {
+    int16_t last_hop[kHopSize];  ///< the samples of the last hop
+    int32_t tail[kHopSize];      ///< the second half of the last processed frame
+};
+
 /** Initialised by NRSS_Init, but for the frames of the high band. */
 struct NrssState {
-    int16_t frame_len;                 ///< samples per sub-block: 288, or 576 on the two-band path
-    int32_t ch0_frame_a[kFrameWords];  ///< ping-pong frame buffers (see nrss/pipeline/framing.h)
-    int32_t ch0_frame_b[kFrameWords];
-    int32_t ch1_frame_a[kFrameWords];
-    int32_t ch1_frame_b[kFrameWords];
-    int32_t ch0_high_a[kFrameWords];  ///< the same of the high band, two-band path only; no
-    int32_t ch0_high_b[kFrameWords];  ///< initialisation clears them
-    int32_t ch1_high_a[kFrameWords];
-    int32_t ch1_high_b[kFrameWords];
-    uint8_t noise_ready;  ///< 1 once a whole sub-window has been tracked
+    int16_t frame_len;           ///< samples per sub-block: 288, or 576 on the two-band path
+    FrameMemory frames[2];       ///< of the full band or the low one, [channel]
+    FrameMemory high_frames[2];  ///< of the high band, two-band path only; no initialisation
+                                 ///< clears them
+    uint8_t noise_ready;         ///< 1 once a whole sub-window has been tracked
     alignas(32) int32_t min_win[kSubWindows][kRowSize];  ///< minimum of psd_slow, per sub-window
     alignas(32) int16_t gain[kGains];                    ///< Q15
     int32_t level;                                       ///< 0..9, 0 is off

@@ -1,23 +1,27 @@
 /**
- * Full-band spectral step: one windowed frame is transformed, weighted bin by bin, and transformed
- * back.
+ * Full-band spectral step: the windowed frames of a batch are transformed, weighted bin by bin, and
+ * transformed back.
  */
 #ifndef KORVANE_NRSS_PIPELINE_FULL_BAND_H
 #define KORVANE_NRSS_PIPELINE_FULL_BAND_H
 
-#include "nrss/gain/nrss_state.h"
+#include "dsp/spectrum.h"
 
-namespace korvane {
+namespace korvane::KORVANE_ISA {
 
 /**
- * @param s        the gain engine's state is updated where compute is true, its gains are read
- * @param frame    [0..287] int32, windowed samples within +-32767; on return 9/16 of the frame with
- * its bins weighted and DC and Nyquist removed
- * @param compute  true: compute new gains from this frame (channel 0); false: use the gains as they
- *                 are (channel 1)
+ * @param work       [0..143] the windowed frames where entry puts them; on return, where result finds
+ *                   them, 9/16 of the frames with their bins weighted, without DC and Nyquist
+ * @param hops       the gains of channel 0's hops
+ * @param compute    whether the batch holds channel 0; otherwise the gains are there
+ * @param gain_step  called with hops once the powers are there; computes the gains
  */
-void NRSS_ProcessFullBand(NrssState& s, int32_t* frame, bool compute);
+template <int kHops, int kFrames, class GainStep>
+KORVANE_INLINE void NRSS_ProcessFullBand(Lanes<2 * kFrames>* work, HopGains& hops, bool compute,
+                                         const GainStep& gain_step) {
+    process_spectra<kFullBandShift, kHops, kFrames>(work, hops, compute, gain_step);
+}
 
-}  // namespace korvane
+}  // namespace korvane::KORVANE_ISA
 
 #endif

@@ -18,7 +18,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <map>
 #include <string>
 #include <utility>
 #include <vector>
@@ -37,8 +36,6 @@ extern "C" int __android_log_print(int /*priority*/, const char* /*tag*/, const 
 
 namespace {
 
-using korvane::InstructionSet;
-
 [[noreturn]] void fail(const std::string& what) {
     std::fprintf(stderr, "costing: %s\n", what.c_str());
     std::exit(2);
@@ -46,18 +43,13 @@ using korvane::InstructionSet;
 
 /** The core runs in the named form from now on. */
 void choose(const std::string& form) {
-    const std::map<std::string, InstructionSet> forms = {{"avx2", InstructionSet::kAvx2},
-                                                         {"sse2", InstructionSet::kSse2},
-                                                         {"neon", InstructionSet::kNeon},
-                                                         {"plain", InstructionSet::kPlain}};
-    const auto chosen = forms.find(form);
-    const InstructionSet widest = korvane::instruction_set();
-    const bool narrower =
-        widest == InstructionSet::kAvx2 && form == "sse2";  // the only build with two
-    if (chosen == forms.end() || (chosen->second != widest && !narrower)) {
-        fail("this build or machine has no form " + form);
+    for (const korvane::InstructionSet& set : korvane::instruction_sets()) {
+        if (form == set.name && set.runs_here()) {
+            korvane::use_instruction_set(&set);
+            return;
+        }
     }
-    korvane::force_instruction_set(chosen->second);
+    fail("this build or machine has no form " + form);
 }
 
 // ---- The costliest sound ------------------------------------------------------------------------

@@ -374,12 +374,10 @@ std::vector<LibraryState> make_streams() {
 /** Puts the library into the state in which the program finds it. */
 void begin(FuzzedDataProvider& input) {
     static const std::vector<LibraryState> streams = make_streams();
-#if defined(KORVANE_SIMD) && defined(__x86_64__)
-    static const InstructionSet widest = instruction_set();
-    force_instruction_set(input.ConsumeBool() ? InstructionSet::kSse2 : widest);
-#else
-    input.ConsumeBool();
-#endif
+    const auto sets = instruction_sets();
+    const InstructionSet& last = sets.back();
+    const InstructionSet& set = sets[input.ConsumeIntegralInRange<size_t>(0, sets.size() - 1)];
+    use_instruction_set(set.runs_here() ? &set : &last);
     fft288_init();
     const size_t which = input.ConsumeIntegralInRange<size_t>(0, streams.size());
     if (which == 0) {
@@ -394,8 +392,9 @@ void begin(FuzzedDataProvider& input) {
 
 /** Notes the state that the next call would find. */
 void note_state(Host& host) {
-    test::add_pipeline_state(
-        [&](const auto* values, int count) { host.note(values, static_cast<size_t>(count)); });
+    test::add_pipeline_state(nrss_state, [&](const auto* values, int count) {
+        host.note(values, static_cast<size_t>(count));
+    });
     const NrssStreamState& stream = nrss_stream_state;
     for (const int32_t position : {stream.read_pos, stream.write_pos, stream.fill}) {
         host.note(position);

@@ -1,0 +1,205 @@
+/**
+ * Arithmetic on lanes, for every processor.
+ */
+#ifndef KORVANE_DSP_LANES_ARITHMETIC_H
+#define KORVANE_DSP_LANES_ARITHMETIC_H
+
+// First, what a processor has of its own; it goes before what serves all.
+#include "dsp/lanes_moves.h"
+#include "dsp/lanes_neon.h"
+#include "dsp/lanes_types.h"
+#include "dsp/lanes_x86.h"
+
+namespace korvane::KORVANE_ISA {
+
+// The operation on each half, where there is more than one register; one that takes a constant.
+#define KORVANE_BY_HALVES(operation)                                                        \
+    template <int N, class... Rest>                                                         \
+    requires(!OneRegister<N>) KORVANE_INLINE Lanes<N> operation(Lanes<N> a, Rest... rest) { \
+        return {operation(a.lower, rest.lower...), operation(a.upper, rest.upper...)};      \
+    }
+#define KORVANE_BY_HALVES_WITH(operation)                                      \
+    template <int kConstant, int N>                                            \
+    requires(!OneRegister<N>) KORVANE_INLINE Lanes<N> operation(Lanes<N> a) {  \
+        return {operation<kConstant>(a.lower), operation<kConstant>(a.upper)}; \
+    }
+KORVANE_BY_HALVES(add_wrap)
+KORVANE_BY_HALVES(sub_wrap)
+KORVANE_BY_HALVES(neg_wrap)
+KORVANE_BY_HALVES(bit_and)
+KORVANE_BY_HALVES(bit_or)
+KORVANE_BY_HALVES(greater)
+KORVANE_BY_HALVES(select)
+KORVANE_BY_HALVES(minimum)
+KORVANE_BY_HALVES(maximum)
+KORVANE_BY_HALVES(mul_wrap)
+KORVANE_BY_HALVES(mul_samples)
+KORVANE_BY_HALVES(mul_half_q15)
+KORVANE_BY_HALVES(mul_half_positive)
+KORVANE_BY_HALVES(mul_half_negative)
+KORVANE_BY_HALVES(mul_half_upper)
+KORVANE_BY_HALVES(mul_half_upper_positive)
+KORVANE_BY_HALVES(add_half_negative)
+KORVANE_BY_HALVES(leading_zeros)
+KORVANE_BY_HALVES(shl_each)
+KORVANE_BY_HALVES(asr_each)
+KORVANE_BY_HALVES_WITH(shl)
+KORVANE_BY_HALVES_WITH(asr)
+KORVANE_BY_HALVES_WITH(lsr)
+KORVANE_BY_HALVES_WITH(mul_half_by)
+#if KORVANE_LANES > 1 && defined(__SSE2__)
+KORVANE_BY_HALVES(normalising_scale)
+KORVANE_BY_HALVES(scale_up)
+KORVANE_BY_HALVES(root_scale)
+KORVANE_BY_HALVES(root_scale_up)
+KORVANE_BY_HALVES(root_scale_down)
+#endif
+#undef KORVANE_BY_HALVES
+#undef KORVANE_BY_HALVES_WITH
+
+// On one register.
+
+template <int N>
+requires(OneRegister<N>) KORVANE_INLINE Lanes<N> add_wrap(Lanes<N> a, Lanes<N> b) {
+    return Lanes<N>::of_bits(a.bits() + b.bits());
+}
+template <int N>
+requires(OneRegister<N>) KORVANE_INLINE Lanes<N> sub_wrap(Lanes<N> a, Lanes<N> b) {
+    return Lanes<N>::of_bits(a.bits() - b.bits());
+}
+template <int N>
+requires(OneRegister<N>) KORVANE_INLINE Lanes<N> neg_wrap(Lanes<N> a) {
+    return Lanes<N>::of_bits(-a.bits());
+}
+template <int N>
+requires(OneRegister<N>) KORVANE_INLINE Lanes<N> bit_and(Lanes<N> a, Lanes<N> b) {
+    return {a.v & b.v};
+}
+template <int N>
+requires(OneRegister<N>) KORVANE_INLINE Lanes<N> bit_or(Lanes<N> a, Lanes<N> b) {
+    return {a.v | b.v};
+}
+template <int kBits, int N>
+requires(OneRegister<N>) KORVANE_INLINE Lanes<N> shl(Lanes<N> a) {
+    return Lanes<N>::of_bits(a.bits() << kBits);
+}
+template <int kBits, int N>
+requires(OneRegister<N>) KORVANE_INLINE Lanes<N> asr(Lanes<N> a) { return {a.v >> kBits}; }
+template <int kBits, int N>
+requires(OneRegister<N>) KORVANE_INLINE Lanes<N> lsr(Lanes<N> a) {
+    return Lanes<N>::of_bits(a.bits() >> kBits);
+}
+template <int N>
+requires(OneRegister<N>) KORVANE_INLINE Lanes<N> greater(Lanes<N> a, Lanes<N> b) {
+    return {a.v > b.v};
+}
+template <int N>
+requires(OneRegister<N>) KORVANE_INLINE Lanes<N> select(Lanes<N> mask, Lanes<N> a, Lanes<N> b) {
+    return {mask.v != 0 ? a.v : b.v};
+}
+template <int N>
+requires(OneRegister<N>) KORVANE_INLINE Lanes<N> minimum(Lanes<N> a, Lanes<N> b) {
+    return {a.v < b.v ? a.v : b.v};
+}
+template <int N>
+requires(OneRegister<N>) KORVANE_INLINE Lanes<N> maximum(Lanes<N> a, Lanes<N> b) {
+    return {a.v > b.v ? a.v : b.v};
+}
+template <int N>
+requires(OneRegister<N>) KORVANE_INLINE Lanes<N> mul_wrap(Lanes<N> a, Lanes<N> b) {
+    return Lanes<N>::of_bits(a.bits() * b.bits());
+}
+template <int N>
+requires(OneRegister<N>) KORVANE_INLINE Lanes<N> mul_samples(Lanes<N> a, Lanes<N> b) {
+    return mul_wrap(a, b);
+}
+template <int N>
+requires(OneRegister<N>) KORVANE_INLINE Lanes<N> mul_half_q15(Lanes<N> a, Lanes<N> c) {
+    // With a = 65536*h + l, l not negative, both products fit 32 bits.
+    const Lanes<N> low = bit_and(a, Lanes<N>::broadcast(0xFFFF));
+    return add_wrap(mul_wrap(asr<16>(a), c), asr<16>(mul_wrap(low, c)));
+}
+template <int kC, int N>
+requires(OneRegister<N>) KORVANE_INLINE Lanes<N> mul_half_by(Lanes<N> a) {
+    return mul_half_q15(a, Lanes<N>::broadcast(kC));
+}
+template <int kC, int N>
+KORVANE_INLINE Opposites<Lanes<N>> mul_half_both(Lanes<N> a) {
+    if constexpr (OneRegister<N>) {
+        return {mul_half_by<kC>(a), mul_half_by<-kC>(a)};
+    } else {
+        const auto low = mul_half_both<kC>(a.lower);
+        const auto high = mul_half_both<kC>(a.upper);
+        return {{low.positive, high.positive}, {low.negative, high.negative}};
+    }
+}
+template <int N>
+requires(OneRegister<N>) KORVANE_INLINE Lanes<N> mul_half_positive(Lanes<N> a, Lanes<N> c) {
+    return mul_half_q15(a, c);
+}
+template <int N>
+requires(OneRegister<N>) KORVANE_INLINE Lanes<N> mul_half_negative(Lanes<N> a, Lanes<N> c) {
+    return mul_half_q15(a, c);
+}
+template <int N>
+requires(OneRegister<N>) KORVANE_INLINE Lanes<N> mul_half_upper(Lanes<N> a, Lanes<N> b) {
+    return mul_half_q15(a, asr<16>(b));
+}
+template <int N>
+requires(OneRegister<N>) KORVANE_INLINE Lanes<N> mul_half_upper_positive(Lanes<N> a, Lanes<N> b) {
+    return mul_half_upper(a, b);
+}
+template <int N>
+requires(OneRegister<N>) KORVANE_INLINE Lanes<N> add_half_negative(Lanes<N> sum, Lanes<N> a,
+                                                                   Lanes<N> c) {
+    return add_wrap(sum, mul_half_negative(a, c));
+}
+template <int N>
+requires(OneRegister<N>) KORVANE_INLINE Lanes<N> leading_zeros(Lanes<N> a) {
+    // The exponent of a value as a float tells its highest bit; clearing the bit below that first keeps
+    // the conversion from rounding up to the next power. Negative values come out below 0, zero above
+    // 32.
+    const Lanes<N> highest = {a.v & ~lsr<1>(a).v};
+    const auto rounded = convert<typename Vectors<N>::Floats>(highest.v);
+    const Lanes<N> exponent =
+        lsr<23>(Lanes<N>{reinterpret_cast<typename Lanes<N>::Register>(rounded)});
+    const Lanes<N> zeros = sub_wrap(Lanes<N>::broadcast(158), exponent);
+    return maximum(minimum(zeros, Lanes<N>::broadcast(32)), Lanes<N>::broadcast(0));
+}
+template <int N>
+requires(OneRegister<N>) KORVANE_INLINE Lanes<N> shl_each(Lanes<N> a, Lanes<N> n) {
+    const Lanes<N> shifted = Lanes<N>::of_bits(a.bits() << (n.bits() & 31));
+    return select(greater(n, Lanes<N>::broadcast(31)), Lanes<N>::broadcast(0), shifted);
+}
+template <int N>
+requires(OneRegister<N>) KORVANE_INLINE Lanes<N> asr_each(Lanes<N> a, Lanes<N> n) {
+    return {a.v >> (n.v & 31)};
+}
+
+/** The sum of the lanes, wrapping. */
+template <int N>
+KORVANE_INLINE int32_t sum_lanes(Lanes<N> a) {
+    return sum_lanes(add_wrap(lower(a), upper(a)));
+}
+template <int N>
+KORVANE_INLINE bool any_negative(Lanes<N> a) {
+    return any_negative(bit_or(lower(a), upper(a)));
+}
+
+template <int N>
+KORVANE_INLINE Lanes<N> mul_q15(Lanes<N> a, Lanes<N> c) {
+    return mul_half_q15(add_wrap(a, a), c);
+}
+/** The wrapping negative of the lower half's lanes, or of the upper's; the others as they are. */
+template <int N>
+KORVANE_INLINE Lanes<N> negate_lower(Lanes<N> a) {
+    return blend_halves(neg_wrap(a), a);
+}
+template <int N>
+KORVANE_INLINE Lanes<N> negate_upper(Lanes<N> a) {
+    return blend_halves(a, neg_wrap(a));
+}
+
+}  // namespace korvane::KORVANE_ISA
+
+#endif

@@ -1,0 +1,168 @@
+/**
+ * Vectors of N int32 lanes over the compilers' own vector types: dsp/lanes.h without its operations.
+ */
+#ifndef KORVANE_DSP_LANES_TYPES_H
+#define KORVANE_DSP_LANES_TYPES_H
+
+#ifndef KORVANE_ISA
+#define KORVANE_ISA plain
+#define KORVANE_LANES 1
+#endif
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <type_traits>
+#include <utility>
+
+#include "dsp/fixed_point.h"
+
+namespace korvane::KORVANE_ISA {
+
+// Of plain numbers.
+using korvane::add_half_negative;
+using korvane::add_wrap;
+using korvane::any_negative;
+using korvane::asr;
+using korvane::asr_each;
+using korvane::bit_and;
+using korvane::bit_or;
+using korvane::greater;
+using korvane::leading_zeros;
+using korvane::lsr;
+using korvane::maximum;
+using korvane::minimum;
+using korvane::mul_half_both;
+using korvane::mul_half_by;
+using korvane::mul_half_negative;
+using korvane::mul_half_positive;
+using korvane::mul_half_q15;
+using korvane::mul_half_upper;
+using korvane::mul_half_upper_positive;
+using korvane::mul_q15;
+using korvane::mul_samples;
+using korvane::mul_wrap;
+using korvane::neg_wrap;
+using korvane::reverse;
+using korvane::select;
+using korvane::shl;
+using korvane::shl_each;
+using korvane::store;
+using korvane::sub_wrap;
+using korvane::sum_lanes;
+
+inline constexpr int kNativeLanes = KORVANE_LANES;
+/** Lanes for long chains of operations that wait for each other. Two registers side by side fill each
+ * other's gaps on x86-64. */
+#if KORVANE_LANES > 1 && defined(__SSE2__)
+inline constexpr int kChainLanes = 2 * kNativeLanes;
+inline constexpr bool kSpecialPositiveForms = true;
+#else
+inline constexpr int kChainLanes = kNativeLanes;
+inline constexpr bool kSpecialPositiveForms = false;
+#endif
+
+template <int N>
+struct Lanes;
+template <int N>
+using I32 = std::conditional_t<N == 1, int32_t, Lanes<N>>;
+
+template <int N>
+concept OneRegister = N <= kNativeLanes;
+/** Of 128 bits and more, as the special forms want them. */
+template <int N>
+concept FullRegister = OneRegister<N> && N >= 4;
+
+/** The compilers' vectors of N lanes, spelled out: gcc forgets the size of one that depends on N. */
+template <int N>
+struct Vectors;
+#define KORVANE_VECTORS(lanes)                                             \
+    template <>                                                            \
+    struct Vectors<lanes> {                                                \
+        typedef int32_t Signed __attribute__((vector_size(4 * lanes)));    \
+        typedef uint32_t Unsigned __attribute__((vector_size(4 * lanes))); \
+        typedef float Floats __attribute__((vector_size(4 * lanes)));      \
+        typedef int64_t Pairs __attribute__((vector_size(4 * lanes)));     \
+        typedef int16_t Samples __attribute__((vector_size(2 * lanes)));   \
+    };
+KORVANE_VECTORS(2)
+KORVANE_VECTORS(4)
+KORVANE_VECTORS(8)
+KORVANE_VECTORS(16)
+#undef KORVANE_VECTORS
+
+typedef int64_t PairInMemory __attribute__((aligned(4), may_alias));
+
+template <class To, class From>
+KORVANE_INLINE To convert(From a) {
+    return __builtin_convertvector(a, To);
+}
+
+/** More lanes than a register has. */
+template <int N>
+struct Lanes {
+    using Half = I32<N / 2>;
+    static constexpr int kLanes = N;
+    static constexpr bool kHasPositiveForms = kSpecialPositiveForms;
+    Half lower;
+    Half upper;
+
+    Lanes() = default;
+    KORVANE_INLINE Lanes(Half a, Half b) : lower(a), upper(b) {}
+    // Spelled out, since gcc copies two registers as a whole in smaller pieces, by way of memory.
+    KORVANE_INLINE Lanes(const Lanes& a) : lower(a.lower), upper(a.upper) {}
+    KORVANE_INLINE Lanes& operator=(const Lanes& a) {
+        lower = a.lower;
+        upper = a.upper;
+        return *this;
+    }
+
+    template <class T>
+    KORVANE_INLINE static Lanes load(const T* p) {
+        return {load_lanes<Half>(p), load_lanes<Half>(p + N / 2)};
+    }
+    KORVANE_INLINE static Lanes broadcast(int32_t a) {
+        return {constant<Half>(a), constant<Half>(a)};
+    }
+};
+
+/** One register. */
+template <int N>
+requires(OneRegister<N>) struct Lanes<N> {
+    using Register = typename Vectors<N>::Signed;
+    using Unsigned = typename Vectors<N>::Unsigned;
+    using Samples = typename Vectors<N>::Samples;
+    // As they lie in memory. Copied with memcpy instead, AVX2 code took two to four times as long.
+    typedef Register InMemory __attribute__((aligned(2), may_alias));
+    typedef Samples SamplesInMemory __attribute__((aligned(2), may_alias));
+    static constexpr int kLanes = N;
+    static constexpr bool kHasPositiveForms = kSpecialPositiveForms;
+    Register v;
+
+    [[nodiscard]] KORVANE_INLINE Unsigned bits() const { return reinterpret_cast<Unsigned>(v); }
+    KORVANE_INLINE static Lanes of_bits(Unsigned bits) {
+        return {reinterpret_cast<Register>(bits)};
+    }
+    KORVANE_INLINE static Lanes load(const int32_t* p) {
+        return {*reinterpret_cast<const InMemory*>(p)};
+    }
+    /** Samples, sign-extended. */
+    KORVANE_INLINE static Lanes load(const int16_t* p) {
+        const Samples x = *reinterpret_cast<const SamplesInMemory*>(p);
+        return {convert<Register>(x)};
+    }
+    /** Words of two samples each. */
+    KORVANE_INLINE static Lanes load_words(const int16_t* p) {
+        return {*reinterpret_cast<const InMemory*>(p)};
+    }
+    /** Two lanes from a, two from b. */
+    KORVANE_INLINE static Lanes load_two(const int32_t* a, const int32_t* b) requires(N == 4) {
+        return {reinterpret_cast<Register>(typename Vectors<N>::Pairs{
+            *reinterpret_cast<const PairInMemory*>(a), *reinterpret_cast<const PairInMemory*>(b)})};
+    }
+    KORVANE_INLINE static Lanes broadcast(int32_t a) { return {a - Register{}}; }
+};
+
+}  // namespace korvane::KORVANE_ISA
+
+#endif

@@ -1,0 +1,78 @@
+/**
+ * What happens to a batch of frames between window and window, in the full band and in the low one of
+ * two: transform, gains, weighting, transform back.
+ *
+ * A batch holds kHops consecutive hops of one channel or of two, a frame to a lane, the channels one
+ * after the other.
+ */
+#ifndef KORVANE_DSP_SPECTRUM_H
+#define KORVANE_DSP_SPECTRUM_H
+
+#include "dsp/fft288_batch.h"
+#include "dsp/gain_mul.h"
+
+namespace korvane::KORVANE_ISA {
+
+/** The powers of channel 0's bins, hop by hop. spectrum [0..143] */
+template <int kHops, int kFrames>
+void channel0_powers(const Lanes<2 * kFrames>* spectrum, HopGains& hops) {
+    using Z = Lanes<2 * kFrames>;
+    for (int k = 0; k < kBins; k += 4) {
+        Z power[2];  // of two bins each
+        for (int i = 0; i < 2; ++i) {
+            const Z even = mul_wrap(spectrum[k + 2 * i], spectrum[k + 2 * i]);
+            const Z odd = mul_wrap(spectrum[k + 2 * i + 1], spectrum[k + 2 * i + 1]);
+            const Z sum = add_wrap(lower_halves(even, odd), upper_halves(even, odd));
+            power[i] = add_wrap(sum, constant<Z>(2));
+        }
+        Lanes<4> rows[size_t{kFrames}];
+        transpose_back<kFrames>(power, rows);
+        for (int hop = 0; hop < kHops; ++hop) {
+            store(hops.power[hop] + k, rows[hop]);
+        }
+    }
+}
+
+/** Weights every bin with the gain of its hop and clears DC and Nyquist. spectrum [0..143] */
+template <int kHops, int kFrames>
+void weight_bins(Lanes<2 * kFrames>* spectrum, const HopGains& hops) {
+    using Z = Lanes<2 * kFrames>;
+    const int16_t* gain[size_t{kFrames}];
+    for (int l = 0; l < kFrames; ++l) {
+        gain[l] = hops.gain[l % kHops];
+    }
+    for (int k = 0; k < kBins; k += 8) {
+        Z gains[4];  // of two bins each
+        load_pairs<kFrames>(gain, k, gains);
+        for (int i = 0; i < 4; ++i) {
+            Z* const bins = spectrum + k + 2 * i;
+            bins[0] = NRSS_GainMul(lower_halves(gains[i], gains[i]), bins[0]);
+            bins[1] = NRSS_GainMul(upper_halves(gains[i], gains[i]), bins[1]);
+        }
+    }
+    spectrum[0] = constant<Z>(0);
+}
+
+/**
+ * @param work       [0..143] windowed frames where entry puts them; on return, where result finds them,
+ *                   144 / 2^kShift times the frames with their bins weighted, without DC and Nyquist
+ * @param hops       the gains of channel 0's hops
+ * @param compute    whether the batch holds channel 0; otherwise the gains are there
+ * @param gain_step  called with hops once the powers are there; computes the gains
+ */
+template <int kShift, int kHops, int kFrames, class GainStep>
+KORVANE_INLINE void process_spectra(Lanes<2 * kFrames>* work, HopGains& hops, bool compute,
+                                    const GainStep& gain_step) {
+    Lanes<2 * kFrames> spectrum[kComplexSize];
+    forward_batch<kShift, kFrames>(work, spectrum);
+    if (compute) {
+        channel0_powers<kHops, kFrames>(spectrum, hops);
+        gain_step(hops);
+    }
+    weight_bins<kHops, kFrames>(spectrum, hops);
+    inverse_batch<kFrames>(spectrum, work);
+}
+
+}  // namespace korvane::KORVANE_ISA
+
+#endif
