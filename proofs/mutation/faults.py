@@ -1,4 +1,4 @@
-"""Small faults in the core's sources: one changed line each."""
+"""Small faults in sources: one changed line each."""
 import hashlib
 import re
 from collections import defaultdict
@@ -23,10 +23,12 @@ class Fault(NamedTuple):
         return self.file, self.before.strip(), self.after.strip()
 
 
-def code_only(text):
-    """The lines of a source with all blanked out that is no code for this machine."""
-    blank = lambda match: re.sub(r"[^\n]", " ", match.group())
-    text = re.sub(r'/\*.*?\*/|//[^\n]*|"(\\.|[^"\\\n])*"|\'(\\.|[^\'\\\n])\'', blank, text, flags=re.S)
+def code_only(text, strings=False):
+    """The lines of a source with all blanked out that is no code for this machine; strings may stay."""
+    def blank(match):
+        return match.group() if strings and match[1] else re.sub(r"[^\n]", " ", match.group())
+
+    text = re.sub(r'/\*.*?\*/|//[^\n]*|("(?:\\.|[^"\\\n])*"|\'(?:\\.|[^\'\\\n])\')', blank, text, flags=re.S)
     conditions = []
     for line in text.splitlines():
         directive = re.match(r"\s*#\s*(if|elif|else|endif)(.*)", line)
@@ -41,8 +43,9 @@ def code_only(text):
 
 def step(match, by):
     """An integer one more or less, written as it was."""
-    value = int(match[1], 0) + by
-    return None if value < 0 else (hex(value) if match[1][:2] in ("0x", "0X") else str(value))
+    base = 16 if match[1][:2] in ("0x", "0X") else 8 if re.match(r"0\d", match[1]) else 10
+    value = int(match[1], base) + by
+    return None if value < 0 else {16: hex(value), 8: f"0{value:o}", 10: str(value)}[base]
 
 
 def swap(a, b):
@@ -82,22 +85,47 @@ RULES = {
                  *swap_words("re", "im"), *swap_words("ch0", "ch1"), *swap_words("cur", "oth"),
                  *swap_words("low", "high"), *swap_words("even", "odd"), *swap_words("rising", "falling")],
 }
+VALUE = r"(?!const |[\w:<>]+[&*]* [&*]?\w+[,)])([^(){},]+(?:\([^(){}]*\))?)"
+# What else the tool and the page's scripts are written with: words that decide, and calls of any name.
+TOOL_RULES = {
+    "text": [(r'"([\w.:-]+)[\w.:-]"', r'"\1"'), (r'"([a-z])([\w.:-]*)"', lambda m: f'"{m[1].upper()}{m[2]}"'),
+             (r"(?<!\w)'([a-z])'", lambda m: f"'{m[1].upper()}'")],
+    "comparison": [*swap(" === ", " !== "), *swap(" ?? ", " && "), (r"(?<=[(\s])!(?=[\w(])", "")],
+    "sign": [*swap(" * ", " / "), *swap("Math.floor(", "Math.ceil("), *swap("Math.min(", "Math.max("),
+             (r"Math\.round\(", "Math.floor(")],
+    "dropped": [(r"^(\s*)(?:break|continue|return);$", r"\1;")],
+    "call": [(rf"(?<=[\w>])\({VALUE}, {VALUE}(?=[,)])", r"(\2, \1"), (r"^(\s*)throw [^{}]*;$", r"\1;"),
+             (r"(?<=[\w\])])\.(?:toFixed|trim|toLowerCase|filter|padStart|value_or)\([^()]*\)", ""),
+             *swap(".front()", ".back()"), (r"\.findLast", ".find")],
+    "operands": [*swap_words("start", "end"), *swap_words("from", "to"), *swap_words("first", "last"),
+                 *swap_words("left", "right"), *swap_words("width", "height"), *swap_words("before", "after"),
+                 *swap_words("rows", "columns")],
+}
+
+
+def rules_for(file):
+    """Pairs of a kind and its rules."""
+    if not file.startswith(("tools/", "segments/")):
+        return RULES.items()
+    return [(kind, RULES.get(kind, []) + TOOL_RULES.get(kind, [])) for kind in {**RULES, **TOOL_RULES}]
 
 
 def faults_of(file, text):
     """All that the rules make of one source, each once."""
     found = {}
     previous = ";"
-    for number, (line, code) in enumerate(zip(text.splitlines(), code_only(text)), 1):
+    for number, (line, code, words) in enumerate(
+            zip(text.splitlines(), code_only(text), code_only(text, strings=True)), 1):
         code = code.rstrip()
         whole = previous[-1] in ";{}:>"  # a statement begins here
         previous = code or previous
-        for kind, rules in RULES.items():
+        for kind, rules in rules_for(file):
             if kind == "dropped" and (not whole or DECLARATION.match(code.strip())):
                 continue
             for pattern, becomes in rules:
-                for match in re.finditer(pattern, code):
-                    new = becomes(match) if callable(becomes) else match.expand(becomes)
+                for match in re.finditer(pattern, words if kind == "text" else code):
+                    new = becomes(match) if callable(becomes) else re.sub(
+                        r"\\(\d)", lambda group: line[slice(*match.span(int(group[1])))], becomes)
                     if new is not None and new != match.group():
                         after = line[:match.start()] + new + line[match.end():]
                         found.setdefault((number, after), Fault(file, number, line, after, kind))
@@ -110,7 +138,7 @@ def rank(fault, seed):
 
 
 def choose(files, count, seed):
-    """About `count` faults: for each file a share that grows with its code, slower than it; in a file the
+    """At most `count` faults: for each file a share that grows with its code, slower than it; in a file the
     kinds take turns; which of a kind, and which come first, the seed says."""
     by_seed = lambda fault: rank(fault, seed)
     size = {}
@@ -125,4 +153,4 @@ def choose(files, count, seed):
             by_kind[fault.kind].append(fault)
         turns = [fault for at in range(count) for kind in by_kind.values() for fault in kind[at:at + 1]]
         chosen += turns[:max(2, round(scale * size[file]))]
-    return sorted(chosen, key=by_seed)
+    return sorted(chosen, key=by_seed)[:count]
