@@ -27,7 +27,8 @@ class Stopped(Exception):
 
 def prepare(memory):
     """In a process that begins."""
-    signal.signal(signal.SIGHUP, signal.SIG_DFL)  # what nohup has changed
+    for number in (signal.SIGHUP, signal.SIGINT, signal.SIGQUIT):  # which nohup and a shell's & have changed
+        signal.signal(number, signal.SIG_DFL)
     resource.setrlimit(resource.RLIMIT_CORE, (0, 0))
     if memory:
         resource.setrlimit(resource.RLIMIT_AS, (memory, memory))

@@ -86,6 +86,7 @@ RULES = {
                  *swap_words("low", "high"), *swap_words("even", "odd"), *swap_words("rising", "falling")],
 }
 VALUE = r"(?!const |[\w:<>]+[&*]* [&*]?\w+[,)])([^(){},]+(?:\([^(){}]*\))?)"
+TOOL = ("tools/", "segments/")
 # What else the tool and the page's scripts are written with: words that decide, and calls of any name.
 TOOL_RULES = {
     "text": [(r'"([\w.:-]+)[\w.:-]"', r'"\1"'), (r'"([a-z])([\w.:-]*)"', lambda m: f'"{m[1].upper()}{m[2]}"'),
@@ -105,17 +106,31 @@ TOOL_RULES = {
 
 def rules_for(file):
     """Pairs of a kind and its rules."""
-    if not file.startswith(("tools/", "segments/")):
+    if not file.startswith(TOOL):
         return RULES.items()
-    return [(kind, RULES.get(kind, []) + TOOL_RULES.get(kind, [])) for kind in {**RULES, **TOOL_RULES}]
+    rules = {kind: RULES.get(kind, []) + TOOL_RULES.get(kind, []) for kind in {**RULES, **TOOL_RULES}}
+    if file.endswith(".h"):
+        del rules["dropped"]  # those are declarations
+    return rules.items()
+
+
+def is_nonsense(file, kind, becomes, code, nearby):
+    """Whether the compiler of the tool or the browser would not even know the names or types."""
+    if not file.startswith(TOOL):
+        return False
+    if not file.endswith(".js") and (becomes == " ?? " or (kind == "sign" and ('"' in code or "text" in code))):
+        return True
+    if kind == "shift" and ">> " in code and not re.search(r"\s>>", code):
+        return True  # two templates end there
+    return kind == "operands" and becomes.isalpha() and not re.search(rf"\b{becomes}\b", nearby)
 
 
 def faults_of(file, text):
     """All that the rules make of one source, each once."""
     found = {}
     previous = ";"
-    for number, (line, code, words) in enumerate(
-            zip(text.splitlines(), code_only(text), code_only(text, strings=True)), 1):
+    all_code = list(code_only(text))
+    for number, (line, code, words) in enumerate(zip(text.splitlines(), all_code, code_only(text, strings=True)), 1):
         code = code.rstrip()
         whole = previous[-1] in ";{}:>"  # a statement begins here
         previous = code or previous
@@ -123,6 +138,8 @@ def faults_of(file, text):
             if kind == "dropped" and (not whole or DECLARATION.match(code.strip())):
                 continue
             for pattern, becomes in rules:
+                if is_nonsense(file, kind, becomes, words, "\n".join(all_code[max(0, number - 9):number])):
+                    continue
                 for match in re.finditer(pattern, words if kind == "text" else code):
                     new = becomes(match) if callable(becomes) else re.sub(
                         r"\\(\d)", lambda group: line[slice(*match.span(int(group[1])))], becomes)
