@@ -122,7 +122,7 @@ class Build:
     def failure(self, test, where):
         """What a test prints that fails, or does not end; its programs lie in `where`."""
         scratch = where / "tmp"
-        environment = {"TMPDIR": str(scratch), "LD_LIBRARY_PATH": f"{where}:{self.directory}"}
+        environment = {}
         memory = 0
         if test in self.runs:
             environment["ASAN_OPTIONS"] = "verify_asan_link_order=0"
@@ -137,6 +137,8 @@ class Build:
                     environment[name] = value.replace(str(self.directory / program), str(where / program))
         else:
             command = f"{self.emulator} {where / self.programs[test][0]} --gtest_brief=1 --gtest_break_on_failure"
+        libraries = [str(where), str(self.directory), environment.get("LD_LIBRARY_PATH", "")]
+        environment.update(TMPDIR=str(scratch), LD_LIBRARY_PATH=":".join(filter(None, libraries)))
         if self.subject.page and "browser" not in test:
             memory = 8 << 30  # a fault must not take the machine's
         for _ in range(self.subject.tries.get(test, 1)):
@@ -173,7 +175,8 @@ class Build:
                 replaced[name] = str(made[name])
             # What archives hold goes before them: the linker then takes it, not theirs.
             words = self.commands[target].split(" ")
-            replaced[target] = " ".join([str(made[target])] + [str(made[part]) for part in changed if part not in words])
+            first = [str(made[part]) for part in changed if part not in words]
+            replaced[target] = " ".join([str(made[target]), *first])
             command = " ".join(replaced.get(word, word) for word in words)
             # Warnings are left out: the source's own checks and the tests are what is tried.
             command = command.replace(f" -I{TREE}", f" -I{overlay} -I{TREE}", 1).replace(" -o ", " -w -o ", 1)

@@ -17,6 +17,7 @@ class Subject(NamedTuple):
     count: int  # of the faults of a long run
     mark: float  # what part of them must be noticed or argued
     products: tuple  # what is made of the sources, and what the tests of CTest run
+    packages: str  # of Debian
     options: str = ""  # for CMake
     targets: tuple = ()  # what the tests need besides
     left_out: tuple = ()  # files that this build does not use
@@ -49,13 +50,15 @@ class Subject(NamedTuple):
 
 
 CORE = Subject(folders=("detector/", "nrss/", "dsp/"), tests={test: "" for test in VECTOR_TESTS}, count=400, mark=1,
-               products=(LIBRARY,), options="-DKORVANE_BUILD_TOOLS=OFF", targets=("conformance",))
+               products=(LIBRARY,), packages="+build googletest pkg-config python3 qemu-user",
+               options="-DKORVANE_BUILD_TOOLS=OFF", targets=("conformance",))
 COMPILED = r"\.(cpp|h)$"
 TOOL = Subject(folders=("tools/", "segments/"), count=150, mark=0.9,
                tests={"segments_test": "", "tool_test": "", "report_parts_test": COMPILED,
                       "tool.texts": "tools/cli/", "tool.command_line": COMPILED, "tool.batch": COMPILED, "tool.terminal": COMPILED,
-                      "tool.failing_calls": COMPILED, "tool.selftest": "selftest", "report.browser": "tools/report/"},
-               products=("tools/korvane-vad", "tools/write_texts"),
+                      "tool.failing_calls": COMPILED, "tool.selftest": "selftest",
+                      "report.browser": "tools/report/"},
+               products=("tools/korvane-vad", "tools/write_texts"), packages="+tests chromium",
                targets=("korvane-vad", "write_texts", "wrong_transform", "failing_calls", "report_browser_packages"),
                left_out=("tools/report/without_page.cpp",), page="tools/report/page_text.cpp",
                tries={"report.browser": 2, "tool.terminal": 2})
