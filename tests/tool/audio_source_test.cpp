@@ -1,6 +1,5 @@
 #include "tools/audio/audio_source.h"
 
-#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>

@@ -67,8 +67,8 @@ class Batch(ToolTest):
     def test_as_many_workers_as_asked_for(self):
         pipes = [self.pipe(f"{i}.pipe") for i in range(3)]
         for jobs, count in (("2", 2), ("0", min(len(os.sched_getaffinity(0)), len(pipes)))):
-            run = subprocess.Popen(TOOL + ["-j", jobs, *pipes])
-            self.wait_until(lambda: len(self.workers(run)) == count)
+            run = self.start("-j", jobs, *pipes)
+            self.wait_until(lambda: len(self.workers(run)) == count, 10)
             run.terminate()
             self.assertEqual(run.wait(10), 143)
 
@@ -106,9 +106,9 @@ class Batch(ToolTest):
         manifest, out, pipe = pathlib.Path(self.path("done.jsonl")), self.path("all.csv"), self.pipe()
         odd = shutil.copy(ALSA, os.path.join(os.fsencode(self.folder), b"\xff,.wav"))
         names = [odd, *self.names, pipe]
-        command = TOOL + ["-j", "2", "-f", "csv", "--resume", manifest, "-o", out, *names]
+        command = ["-j", "2", "-f", "csv", "--resume", manifest, "-o", out, *names]
         for number in (signal.SIGKILL, signal.SIGINT, signal.SIGTERM):
-            run = subprocess.Popen(command, stderr=subprocess.DEVNULL)
+            run = self.start(*command)
             with open(pipe, "wb", buffering=0):
                 self.wait_until(lambda: len(self.workers(run)) == 1 and manifest.read_bytes().count(b"\n") == len(names))
                 worker, = self.workers(run)
@@ -130,8 +130,8 @@ class Batch(ToolTest):
         self.change(self.names[1], speech[:44] + bytes(len(speech) - 44), 1)
         os.remove(pipe)
         shutil.copy(ALSA, pipe)
-        done = subprocess.run(command, capture_output=True)
-        self.assertEqual((done.returncode, done.stdout, done.stderr), (0, b"", b""))
+        done = self.run_tool(*command)
+        self.assertEqual((done.returncode, done.stdout, done.stderr), (0, "", ""))
         self.change(self.names[3], whole, 0)
         plain = subprocess.run(TOOL + ["-f", "csv", *names], capture_output=True)
         self.assertEqual(pathlib.Path(out).read_bytes(), plain.stdout)
@@ -174,12 +174,11 @@ class Batch(ToolTest):
 
     def test_a_worker_that_dies(self):
         pipe = self.pipe()
-        run = subprocess.Popen(TOOL + ["-f", "csv", pipe, PROMPT], stdout=subprocess.PIPE,
-                               stderr=subprocess.PIPE, text=True)
+        run = self.start("-f", "csv", pipe, PROMPT)
         with open(pipe, "wb", buffering=0):
             worker, = self.workers(run)
             os.kill(int(worker), signal.SIGKILL)
-            stdout, stderr = run.communicate(timeout=30)
+            stdout, stderr = map(bytes.decode, run.communicate(timeout=30))
         self.assertEqual(stderr, f"korvane-vad: {pipe}: its worker process ended with signal 9\n")
         self.assertEqual((run.returncode, stdout), (1, self.run_tool("-f", "csv", PROMPT).stdout))
 

@@ -410,13 +410,6 @@ class Reports(ToolTest):
 
 
 class Live(ToolTest):
-    def start(self, *words, **options):
-        tool = subprocess.Popen(TOOL + list(words), bufsize=0, stdin=subprocess.PIPE, stdout=subprocess.PIPE,
-                                stderr=subprocess.PIPE, **options)
-        for end in (tool.stdin.close, tool.stdout.close, tool.stderr.close, tool.wait, tool.kill):
-            self.addCleanup(end)
-        return tool
-
     def waiting_in(self, pipe):
         """Bytes that nobody has taken out of it."""
         return struct.unpack("i", fcntl.ioctl(pipe, termios.FIONREAD, bytes(4)))[0]

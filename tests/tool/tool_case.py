@@ -91,6 +91,14 @@ class ToolTest(unittest.TestCase):
         done.stderr = re.sub("^LLVM Profile .*\n", "", done.stderr, flags=re.M)
         return done
 
+    def start(self, *words, **options):
+        """The tool at work, with pipes to it; it ends with the test, whatever comes of that."""
+        tool = subprocess.Popen(TOOL + list(words), bufsize=0, stdin=subprocess.PIPE, stdout=subprocess.PIPE,
+                                stderr=subprocess.PIPE, **options)
+        for end in (tool.stdin.close, tool.stdout.close, tool.stderr.close, tool.wait, tool.kill):
+            self.addCleanup(end)
+        return tool
+
     def segments(self, *arguments):
         """Runs the tool, which must succeed and say nothing on stderr, and parses what it prints."""
         done = self.run_tool(*arguments)
