@@ -48,7 +48,7 @@ const made = recording("made", 16000, 2, 16, (t) => {
     (part >= 0 && part < 1 ? 10000 * tone(SWEEP.low + (SWEEP.high - SWEEP.low) * part / 2, t - SWEEP.from) : 0);
 });
 const hums = recording("hums", 16000, 1, 18, hum);
-const slow = recording("slow", 3000, 2, 72, hum, "--channels", "2");
+const slow = recording("slow", 3000, 2, 72, hum, "--channels", "2", "--pad-end", "150samples");
 const silent = recording("silent", 2000, 1, 1, () => 0);
 const long = recording("long", 2000, 1, 230 * 16, (t) => t % 16 < 2 ? 9000 * tone(300, t) : 0);
 
@@ -377,12 +377,17 @@ for (const [input, parts, last] of [[hums, 1, "open"], [slow, 2, "open"], [long,
     const count = `${found.segments.length} speech segment${found.segments.length === 1 ? "" : "s"}`;
     assert.equal(await page.locator("#summary").textContent(), `${clock(1000 * input.seconds, parts)} ` +
       `${["s", "min:s", "h:min:s"][parts - 1]} at ${input.rate} Hz, ${count}, ${ms(speech, 1)} s of speech (${(100 * speech / found.samples).toFixed(1)} %)`);
-    const text = await page.locator("#facts-list").innerText();
-    const known = { hums: ["720 samples (45 ms)", "480 samples (30 ms)", "19200 samples (1200 ms)"], slow: ["3000 Hz, 2 channels"], long: [] };
-    for (const expected of [...known[input.name], input.input.at(-1), `${input.rate} Hz`, found.sha256, `${found.samples} samples`,
-      `${found.frames} of ${found.frame} samples`, "korvane-vad 3.0", "Korvane VAD v3.0"]) {
-      assert.ok(text.includes(expected), `${expected} in ${text}`);
+    const facts = Object.fromEntries(await page.locator("#facts-list dt").evaluateAll((all) =>
+      all.map((label) => [label.textContent, label.nextElementSibling.textContent])));
+    const known = { hums: { "Delay taken out": "720 samples (45 ms)", "Onset run": "480 samples (30 ms)",
+      "Hang-over run": "19200 samples (1200 ms)" }, slow: { "As read": "3000 Hz, 2 channels",
+      Alignment: "; padded at the end 150 samples (50 ms)" }, long: {} };
+    for (const [label, expected] of Object.entries({ ...known[input.name], File: input.input.at(-1), "Sampling rate": `${input.rate} Hz`,
+      "SHA-256 of the samples": found.sha256, Length: `${found.samples} samples`, Frames: `${found.frames} of ${found.frame} samples`,
+      Tool: "korvane-vad 3.0", Library: "Korvane VAD v3.0", "Bit-exact input": "yes" })) {
+      assert.ok(facts[label]?.includes(expected), `${label}: ${expected} in ${JSON.stringify(facts)}`);
     }
+    assert.equal(facts.Alignment, `delay at both ends, onset run and hang-over run taken out${known[input.name].Alignment ?? ""}`);
     assert.match(await page.title(), new RegExp(`^${input.name}\\.raw`));
   });
 }
