@@ -50,7 +50,7 @@ const made = recording("made", 16000, 2, 16, (t) => {
 const hums = recording("hums", 16000, 1, 18, hum);
 const slow = recording("slow", 3000, 2, 72, hum, "--channels", "2", "--pad-end", "150samples");
 const silent = recording("silent", 2000, 1, 1, () => 0);
-const long = recording("long", 2000, 1, 230 * 16, (t) => t % 16 < 2 ? 9000 * tone(300, t) : 0);
+const long = recording("long", 1999, 1, 230 * 16, (t) => t % 16 < 2 ? 9000 * tone(300, t) : 0);
 
 const run = (command, input, ...more) => execFileSync(TOOL, [command, ...input, ...more], { maxBuffer: 1 << 28 });
 
@@ -292,6 +292,8 @@ shows("signals are where they are, in light and, at once, in dark", made, async 
         const row = levels.indexOf(Math.max(...levels));
         near(panel.y.valueAt(row + 0.5), SWEEP.low + part * (SWEEP.high - SWEEP.low), 120, `${title}: Hz at ${part} of the sweep`);
       }
+      near(panel.y.valueAt(0), made.rate / 2, 30, `${title}: Hz at its top`);
+      assert.equal(levelOf(papers.at(-1)), -90, "silence is the paper's colour");
       // Of both channels the mean power. With more rows than pixels, a single row loses some 2 dB to those beside it.
       const expected = decibels(BURST.amplitude) + 10 * Math.log10((1 + 1 / 4) / 2) - (title.endsWith("after") ? 6 : 0);
       near(Math.max(...spectrum(5.5)), expected - 2, 1.5, `${title}: the burst's level`);
@@ -414,6 +416,8 @@ shows("keeps an hour's places and extremes, and shows the segment that is asked 
 
 shows("zooms with wheel, mouse, keys and buttons, all panels together, and back", hums, async () => {
   assert.deepEqual(await inView(), { from: 0, span: 1 });
+  const decision = await look("Decision");
+  assert.ok(decision.span(decision.width - 3, await styleColour("level")), "the unfinished flag lasts to the end");
   const anchor = (await readout("Waveform before", 0.3)).time;
   await page.mouse.wheel(0, -400);
   const wheeled = await inView();
@@ -520,8 +524,8 @@ shows("shows a recording without speech and without audio", silent, async () => 
   assert.equal(await page.locator("#segments").innerText(), "No speech.");
   assert.match(await page.locator("#note").innerText(), /below 3000 Hz/);
   assert.ok(await button("Play").isDisabled());
-  await page.keyboard.press("ArrowRight");
-  assert.equal(await position(), 1);
+  await page.keyboard.press("Shift+ArrowRight");
+  assert.equal(await position(), 1); // no further than the end
 });
 
 describe("on a phone", () => {
