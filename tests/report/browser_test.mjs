@@ -9,7 +9,7 @@ import { createServer } from "node:http";
 import { createRequire } from "node:module";
 import { tmpdir } from "node:os";
 import { dirname, join } from "node:path";
-import { after, before, describe, it } from "node:test";
+import { after, describe, it } from "node:test";
 import { pathToFileURL } from "node:url";
 
 const { chromium } = createRequire(import.meta.url)("playwright-core");
@@ -19,7 +19,11 @@ const PANELS = ["Waveform before", "Waveform after", "Level of the cleaned frame
   "Spectrogram after"];
 
 const folder = mkdtempSync(join(tmpdir(), "korvane-report-"));
-let browser;
+const browser = await chromium.launch({
+  executablePath: process.env.CHROMIUM ?? "/usr/bin/chromium",
+  args: ["--no-sandbox", "--disable-gpu", "--disable-quic", "--no-first-run", "--disable-background-networking",
+    "--disable-component-update", "--disable-sync"],
+});
 let page;
 let complaints; // of the console and of scripts
 let requests;
@@ -133,7 +137,6 @@ const near = (actual, expected, tolerance, what) =>
   assert.ok(Math.abs(actual - expected) <= tolerance, `${what}: ${actual}, not ${expected} to within ${tolerance}`);
 
 const distance = (rgb, other) => rgb.reduce((sum, part, i) => sum + Math.abs(part - other[i]), 0);
-const decibels = (amplitude) => 20 * Math.log10(amplitude / 32768);
 
 /** Hours, minutes and seconds as text, to milliseconds, as long as the page has them. */
 const clock = (ms, parts) => parts === 1 ? (ms / 1000).toFixed(3) :
@@ -246,16 +249,8 @@ async function positionReaches(seconds) {
   }
 }
 
-before(async () => {
-  browser = await chromium.launch({
-    executablePath: process.env.CHROMIUM ?? "/usr/bin/chromium",
-    args: ["--no-sandbox", "--disable-gpu", "--disable-quic", "--no-first-run", "--disable-background-networking",
-      "--disable-component-update", "--disable-sync"],
-  });
-});
-
 after(async () => {
-  await browser?.close();
+  await browser.close();
   rmSync(folder, { recursive: true, force: true });
 });
 
@@ -295,7 +290,7 @@ shows("signals are where they are, in light and, at once, in dark", made, async 
       near(panel.y.valueAt(0), made.rate / 2, 30, `${title}: Hz at its top`);
       assert.equal(levelOf(papers.at(-1)), -90, "silence is the paper's colour");
       // Of both channels the mean power. With more rows than pixels, a single row loses some 2 dB to those beside it.
-      const expected = decibels(BURST.amplitude) + 10 * Math.log10((1 + 1 / 4) / 2) - (title.endsWith("after") ? 6 : 0);
+      const expected = 20 * Math.log10(BURST.amplitude / 32768) + 10 * Math.log10((1 + 1 / 4) / 2) - (title.endsWith("after") ? 6 : 0);
       near(Math.max(...spectrum(5.5)), expected - 2, 1.5, `${title}: the burst's level`);
       const quiet = Math.max(...spectrum(8).slice(20, -20));
       assert.ok(title.endsWith("before") ? quiet > -60 : quiet < -60, `${title}: the noise, ${quiet} dB`);
@@ -331,8 +326,8 @@ shows("signals are where they are, in light and, at once, in dark", made, async 
     const inside = await look("Decision");
     assert.ok([0, inside.width - 1].every((x) => inside.span(x, curve) && inside.span(x, speech)), "bars from side to side");
   }
-  const brightness = papers.map((rgb) => rgb.split(",").reduce((sum, part) => sum + Number(part), 0) / 3);
-  assert.ok(brightness[0] > 200 && brightness[1] < 60);
+  const [light, dark] = papers.map((rgb) => Math.max(...rgb.split(",")));
+  assert.ok(light > 200 && dark < 60);
 }, { viewport: { width: 720, height: 1400 } });
 
 shows("plays what its buttons say, sample for sample, and switches without losing the position", made, async () => {
@@ -571,17 +566,15 @@ describe("on a phone", () => {
 
 describe("safety", () => {
   it("takes any file name for text", async () => {
-    for (const name of ["</script><script>document.title = \"owned\"</script>.wav", "\"><img src=x onerror=alert(1)>.wav",
-      "<!--<script>.wav", "$& $` @data@ &lt; \u2028 \\u003c \u202e.wav"]) {
-      const path = join(folder, name);
-      mkdirSync(dirname(path), { recursive: true });
-      copyFileSync(SPEECH, path);
-      await open(report([path]));
-      assert.equal(await page.locator("#facts-list dd").first().textContent(), path);
-      assert.equal(await page.locator("img").count(), 0);
-      assert.notEqual(await page.title(), "owned");
-      await closeQuietly();
-    }
+    const path = join(folder, "<!--<script>\"></script><script>document.title = \"owned\"</script><img src=x onerror=alert(1)>" +
+      "$& $` @data@ &lt; \u2028 \\u003c \u202e.wav");
+    mkdirSync(dirname(path), { recursive: true });
+    copyFileSync(SPEECH, path);
+    await open(report([path]));
+    assert.equal(await page.locator("#facts-list dd").first().textContent(), path);
+    assert.equal(await page.locator("img").count(), 0);
+    assert.notEqual(await page.title(), "owned");
+    await closeQuietly();
     copyFileSync(SPEECH, Buffer.from(join(folder, "caf\xe9.wav"), "latin1"));
     const out = join(folder, "latin1.html");
     // Node passes arguments as UTF-8 only; the shell passes bytes.

@@ -35,14 +35,16 @@ TEST(Envelope, BytesAreTheExtremesOfEachBucketHoweverOftenItWasMerged) {
         ASSERT_LE(envelope.count(), 8);
         ASSERT_TRUE(bucket == 1 || envelope.count() > 4) << "coarser than need be at " << n;
         std::vector<int16_t> expected;
-        for (int64_t i = 0; i < n; i += bucket) {
-            expected.push_back(
-                *std::min_element(lows.begin() + i, lows.begin() + std::min(n, i + bucket)));
+        std::vector<int16_t> high;
+        for (std::size_t i = 0; i < static_cast<std::size_t>(n); ++i) {
+            if (i % static_cast<std::size_t>(bucket) == 0) {
+                expected.push_back(lows[i]);
+                high.push_back(highs[i]);
+            }
+            expected.back() = std::min(expected.back(), lows[i]);
+            high.back() = std::max(high.back(), highs[i]);
         }
-        for (int64_t i = 0; i < n; i += bucket) {
-            expected.push_back(
-                *std::max_element(highs.begin() + i, highs.begin() + std::min(n, i + bucket)));
-        }
+        expected.insert(expected.end(), high.begin(), high.end());
         const std::vector<uint8_t> bytes = envelope.bytes();
         ASSERT_EQ(bytes.size(), 2 * expected.size());
         for (std::size_t i = 0; i < expected.size(); ++i) {
@@ -146,7 +148,7 @@ TEST(Spectrogram, WiderColumnsAreTheMeanPowerOfTheirWindows) {
     }
 }
 
-TEST(Report, LeavesAudioOutWhereItIsTooLongOrTooLargeOrTooSlow) {
+TEST(Report, LeavesAudioOutWhereItIsTooLongOrTooLarge) {
     struct Case {
         int rate;
         int frame;
@@ -157,7 +159,6 @@ TEST(Report, LeavesAudioOutWhereItIsTooLongOrTooLargeOrTooSlow) {
     const Case cases[] = {
         {3000, 3000, 1800, false, ""},  // half an hour to the sample
         {3000, 3000, 1801, false, "longer than 30 minutes"},
-        {2999, 100, 10, false, "below 3000 Hz"},
         // Noise cannot be packed: 17 Mi samples of 2 bytes, twice, are 68 MiB.
         {48000, 4096, 4352, true, "more than 64 MiB"},
     };
