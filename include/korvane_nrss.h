@@ -21,6 +21,7 @@
  *   All state is static: one stream per process, shared by every call of this header and of
  *   korvane_vad.h. Nothing is allocated, no thread is started, nothing is locked. Calls must not
  *   overlap, not even on different buffers. The library keeps no pointer to a caller's buffer.
+ *   A call takes up to 36000 bytes of stack.
  *   When the library is loaded all state is zero: the suppressor is off (level 0), and until
  *   Tolu_NRSS_BufInit has run the stream hands samples straight back, undelayed: unchanged, or
  *   with the suppressor on cleaned only as far as a call completes a block.

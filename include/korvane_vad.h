@@ -28,7 +28,7 @@
  *   The handle holds configuration and work buffers; the state of the stream is static inside the
  *   library, shared by all handles and by the calls of korvane_nrss.h. Calls must not overlap. Run
  *   two streams in two processes. The library allocates nothing, starts no thread, keeps no pointer
- *   to a handle or buffer between calls.
+ *   to a handle or buffer between calls. A frame takes up to 36000 bytes of stack.
  *
  * OWNERSHIP
  *   The host owns the handle and the sample buffer. In modes 1 and 3 the buffer is only read; in

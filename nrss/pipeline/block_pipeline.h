@@ -17,7 +17,7 @@ namespace korvane {
  * @param ch1  the same of channel 1, or ch0 for one channel
  * @param n    samples per channel; those beyond the last whole sub-block stay as they are
  *
- * Scratch is on the stack: up to 24 kB.
+ * Scratch is on the stack: 24 kB, by clang with AVX2 31 kB; 11 kB with one lane.
  */
 void NRSS_Nonintlvd(NrssState& s, int16_t* ch0, int16_t* ch1, int32_t n);
 
