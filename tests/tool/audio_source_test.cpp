@@ -171,6 +171,9 @@ TEST_F(AudioSourceTest, ChoosesAndMixesChannels) {
         EXPECT_THAT(failure_of([&] { open_source(folder_.path("six.wav"), options); }),
                     HasSubstr("no channel " + std::to_string(channel) + "; there are 6"));
     }
+    write_file(folder_.path("one.wav"), kWav, 16000, 1, six);
+    EXPECT_THAT(failure_of([&] { open_source(folder_.path("one.wav"), options); }),
+                HasSubstr("no channel 7; there is 1 channel, counted from 1"));
 }
 
 TEST_F(AudioSourceTest, ReadsRawSamplesInEveryLayout) {
