@@ -62,7 +62,7 @@ struct Coefficients {
 };
 
 KORVANE_INLINE Branches load_branches(const BankChannel* channels, int32_t* BankChannel::*state,
-                                      Branches::V c2) {
+                                      const Branches::V& c2) {
     Lanes<4> rows[size_t{kBankChannels}];
     for (int c = 0; c < kBankChannels; ++c) {
         rows[c] = Lanes<4>::load(channels[c].*state);
@@ -91,7 +91,7 @@ KORVANE_INLINE void save_branches(const Branches& b, const BankChannel* channels
  * @param g  input, within +-65536
  */
 template <class C>
-KORVANE_INLINE Branches::V advance(Branches& b, Branches::V g, const C& c) {
+KORVANE_INLINE Branches::V advance(Branches& b, const Branches::V& g, const C& c) {
     const auto rest = add_wrap(shl<4>(g), b.p2);
     const auto quarter = add_half_negative(rest, b.u1, c.c1);
     const auto u = shl<2>(quarter);

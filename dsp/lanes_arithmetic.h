@@ -12,6 +12,7 @@
 
 namespace korvane::KORVANE_ISA {
 
+// NOLINTBEGIN(bugprone-macro-parentheses): a name cannot stand in them
 // The operation on each half, where there is more than one register; one that takes a constant.
 #define KORVANE_BY_HALVES(operation)                                                        \
     template <int N, class... Rest>                                                         \
@@ -23,6 +24,7 @@ namespace korvane::KORVANE_ISA {
     requires(!OneRegister<N>) KORVANE_INLINE Lanes<N> operation(Lanes<N> a) {  \
         return {operation<kConstant>(a.lower), operation<kConstant>(a.upper)}; \
     }
+// NOLINTEND(bugprone-macro-parentheses)
 KORVANE_BY_HALVES(add_wrap)
 KORVANE_BY_HALVES(sub_wrap)
 KORVANE_BY_HALVES(neg_wrap)

@@ -76,14 +76,14 @@ concept FullRegister = OneRegister<N> && N >= 4;
 /** The compilers' vectors of N lanes, spelled out: gcc forgets the size of one that depends on N. */
 template <int N>
 struct Vectors;
-#define KORVANE_VECTORS(lanes)                                             \
-    template <>                                                            \
-    struct Vectors<lanes> {                                                \
-        typedef int32_t Signed __attribute__((vector_size(4 * lanes)));    \
-        typedef uint32_t Unsigned __attribute__((vector_size(4 * lanes))); \
-        typedef float Floats __attribute__((vector_size(4 * lanes)));      \
-        typedef int64_t Pairs __attribute__((vector_size(4 * lanes)));     \
-        typedef int16_t Samples __attribute__((vector_size(2 * lanes)));   \
+#define KORVANE_VECTORS(lanes)                                               \
+    template <>                                                              \
+    struct Vectors<lanes> {                                                  \
+        typedef int32_t Signed __attribute__((vector_size(4 * (lanes))));    \
+        typedef uint32_t Unsigned __attribute__((vector_size(4 * (lanes)))); \
+        typedef float Floats __attribute__((vector_size(4 * (lanes))));      \
+        typedef int64_t Pairs __attribute__((vector_size(4 * (lanes))));     \
+        typedef int16_t Samples __attribute__((vector_size(2 * (lanes))));   \
     };
 KORVANE_VECTORS(2)
 KORVANE_VECTORS(4)
