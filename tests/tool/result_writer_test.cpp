@@ -112,9 +112,9 @@ TEST(ResultWriter, WithoutSpeechTheFileIsStillValid) {
 }
 
 TEST(ResultWriter, NoFileNameBreaksAForm) {
-    const std::string name = "tab\there \"q\",\nline\x1b[31m \xff\xc3(.wav";
+    const std::string name = "tab\there\x7f \"q\",\nline\x1b[31m \xff\xc3(.wav";
     const std::vector<ResultHeader> headers = {header_of(name)};
-    const std::string readable = "tab\there \"q\",\nline\x1b[31m \xef\xbf\xbd\xef\xbf\xbd(.wav";
+    const std::string readable = "tab\there\x7f \"q\",\nline\x1b[31m \xef\xbf\xbd\xef\xbf\xbd(.wav";
     EXPECT_EQ(json::parse(file_of(ResultFormat::kJson, false, headers, kList))["file"], readable);
     const auto jsonl = lines_of(file_of(ResultFormat::kJsonl, false, headers, kList));
     ASSERT_EQ(jsonl.size(), kList.size() + 1);
@@ -124,10 +124,10 @@ TEST(ResultWriter, NoFileNameBreaksAForm) {
     EXPECT_EQ(json::parse(live_end(ResultFormat::kJsonl, headers[0], kTotals, 0))["file"],
               readable);
     EXPECT_EQ(lines_of(file_of(ResultFormat::kText, true, headers, kList))[0],
-              "tab\\x09here \"q\",\\x0aline\\x1b[31m \xff\xc3(.wav:");
+              "tab\\x09here\\x7f \"q\",\\x0aline\\x1b[31m \xff\xc3(.wav:");
     EXPECT_EQ(
         lines_of(file_of(ResultFormat::kRttm, false, headers, kList))[0],
-        "SPEAKER tab_here_\"q\",_line_[31m_\xff\xc3(.wav 1 0.000063 0.000438 <NA> <NA> speech "
+        "SPEAKER tab_here__\"q\",_line_[31m_\xff\xc3(.wav 1 0.000063 0.000438 <NA> <NA> speech "
         "<NA> <NA>");
 }
 
