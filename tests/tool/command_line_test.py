@@ -550,6 +550,7 @@ class Usage(ToolTest):
                 done = self.run_tool(*shlex.split(words), cwd=self.folder)
                 self.assertEqual((done.returncode, done.stdout), (2, ""), done.stderr)
                 self.assertRegex(done.stderr, "^korvane-vad: [^\n]+\nusage: korvane-vad ")
+        self.assertIn("is none of text|jsonl|csv\n", self.run_tool("frames", "-f", "json", "a").stderr)
         self.assertEqual(os.listdir(self.folder), [])
 
     def test_help_begins_with_examples(self):
