@@ -36,7 +36,7 @@ class Texts(ToolTest):
         page = self.text("korvane-vad.1")
         for line in page.splitlines():
             self.assertRegex(line, r"^(\.(TH|SH|SS|B|TP|PP|nf|fi|RS|RE|br)\b.*|[^.'].*)$")
-            self.assertNotRegex(line, r"(?<!\\)-")
+            self.assertNotRegex(line, r"(?<!\\)-|\\&[^.]")
         page = page.replace(r"\-", "-").replace(r"\(aq", "'").replace(r"\&", "").replace(r"\e", "\\")
         for command in COMMANDS:
             section = re.search(rf'^\.SH "{command.upper()}"\n(.*?)(?=^\.SH )', page, flags=re.M | re.S)[1]
