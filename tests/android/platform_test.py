@@ -22,7 +22,7 @@ def run(variable):
     return done.stdout + done.stderr
 
 
-loaded = re.findall(r"=> (\S+) \(", run("LD_TRACE_LOADED_OBJECTS=1"))
+loaded = re.findall(r"=> (.+) \(", run("LD_TRACE_LOADED_OBJECTS=1"))
 expected = [os.path.join(folder, name) for name in ("libc.so", "libm.so", "liblog.so")] + [library]
 if sorted(map(os.path.realpath, loaded)) != sorted(map(os.path.realpath, expected)):
     failures.append(f"loaded are {loaded}, not each once of {expected}")
@@ -30,7 +30,7 @@ if sorted(map(os.path.realpath, loaded)) != sorted(map(os.path.realpath, expecte
 owners = {name: owner for owner, name in
           (line.split() for line in open(symbols, encoding="ascii") if not line.startswith("#"))}
 bound = [(name, target) for source, target, name in re.findall(
-    r"binding file (\S+) \[0\] to (\S+) \[0\]: normal symbol `(\w+)'", run("LD_DEBUG=bindings"))
+    r"binding file (.+) \[0\] to (.+) \[0\]: normal symbol `(\w+)'", run("LD_DEBUG=bindings"))
     if os.path.realpath(source) == os.path.realpath(library)]
 if not {"__android_log_print", "log10"} <= {name for name, _ in bound}:
     failures.append(f"bound are only {bound}")
