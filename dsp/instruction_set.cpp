@@ -16,6 +16,7 @@ namespace korvane {
 KORVANE_CODE(avx2)
 KORVANE_CODE(sse2)
 KORVANE_CODE(neon)
+KORVANE_CODE(wasm)
 KORVANE_CODE(plain)
 #undef KORVANE_CODE
 
@@ -31,6 +32,8 @@ constexpr InstructionSet kSets[] = {
     KORVANE_SET(sse2, always),
 #elif defined(KORVANE_SIMD) && defined(__aarch64__)
     KORVANE_SET(neon, always),
+#elif defined(KORVANE_SIMD) && defined(__wasm_simd128__)
+    KORVANE_SET(wasm, always),
 #else
     KORVANE_SET(plain, always),
 #endif

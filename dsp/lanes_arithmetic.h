@@ -8,6 +8,7 @@
 #include "dsp/lanes_moves.h"
 #include "dsp/lanes_neon.h"
 #include "dsp/lanes_types.h"
+#include "dsp/lanes_wasm.h"
 #include "dsp/lanes_x86.h"
 
 namespace korvane::KORVANE_ISA {
@@ -49,7 +50,7 @@ KORVANE_BY_HALVES_WITH(shl)
 KORVANE_BY_HALVES_WITH(asr)
 KORVANE_BY_HALVES_WITH(lsr)
 KORVANE_BY_HALVES_WITH(mul_half_by)
-#if KORVANE_LANES > 1 && defined(__SSE2__)
+#if KORVANE_LANES > 1 && !defined(__ARM_NEON)
 KORVANE_BY_HALVES(normalising_scale)
 KORVANE_BY_HALVES(scale_up)
 KORVANE_BY_HALVES(root_scale)

@@ -52,15 +52,15 @@ using korvane::sub_wrap;
 using korvane::sum_lanes;
 
 inline constexpr int kNativeLanes = KORVANE_LANES;
-/** Lanes for long chains of operations that wait for each other. Two registers side by side fill each
- * other's gaps on x86-64. */
-#if KORVANE_LANES > 1 && defined(__SSE2__)
-inline constexpr int kChainLanes = 2 * kNativeLanes;
+/** Whether there are operations for values that are not negative that save instructions. */
+#if KORVANE_LANES > 1 && (defined(__SSE2__) || defined(__wasm_simd128__))
 inline constexpr bool kSpecialPositiveForms = true;
 #else
-inline constexpr int kChainLanes = kNativeLanes;
 inline constexpr bool kSpecialPositiveForms = false;
 #endif
+/** Lanes for long chains of operations that wait for each other: two registers side by side fill each
+ * other's gaps, where an instruction set has them and the special forms are short. */
+inline constexpr int kChainLanes = kSpecialPositiveForms ? 2 * kNativeLanes : kNativeLanes;
 
 template <int N>
 struct Lanes;
@@ -88,7 +88,6 @@ struct Vectors;
 KORVANE_VECTORS(2)
 KORVANE_VECTORS(4)
 KORVANE_VECTORS(8)
-KORVANE_VECTORS(16)
 #undef KORVANE_VECTORS
 
 typedef int64_t PairInMemory __attribute__((aligned(4), may_alias));

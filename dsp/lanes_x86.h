@@ -1,8 +1,9 @@
 /**
- * Operations on lanes for which x86-64 has better instructions than the compilers find. SSE2, AVX2 and AVX-512 share them and differ in the width of their registers.
+ * Operations on lanes for which x86-64 has better instructions than the compilers find. SSE2 and AVX2
+ * share them and differ in the width of their registers.
  *
- * SSE2 multiplies no 32-bit lanes, and none of the three has the upper half of such a product. All have
- * 16-bit multipliers: with a = 65536*h + l (h signed, l unsigned) and c of 16 bits,
+ * SSE2 multiplies no 32-bit lanes, and AVX2 lacks the upper half of such a product. Both have 16-bit
+ * multipliers: with a = 65536*h + l (h signed, l unsigned) and c of 16 bits,
  *     floor(a*c / 65536) = h*c + floor(l*c / 65536),
  * pmaddwd for h*c and pmulhuw for the rest. That one reads c as unsigned, so a negative c leaves l too
  * much.
@@ -20,29 +21,28 @@ namespace korvane::KORVANE_ISA {
 
 // ---- Instructions -------------------------------------------------------------------------------
 
-/** a and b as the processor's own types, through the instruction of their width. */
-#define KORVANE_X86(name, on128, on256, on512)                                       \
+/** An instruction on a and b, by their width. */
+#define KORVANE_X86(name, on128, on256)                                              \
     template <int N>                                                                 \
     requires(FullRegister<N>) KORVANE_INLINE Lanes<N> name(Lanes<N> a, Lanes<N> b) { \
         if constexpr (N == 4) {                                                      \
             return {(Vectors<4>::Signed)on128((__m128i)a.v, (__m128i)b.v)};          \
-        } else if constexpr (N == 8) {                                               \
-            return {(Vectors<8>::Signed)on256((__m256i)a.v, (__m256i)b.v)};          \
         } else {                                                                     \
-            return {(Vectors<16>::Signed)on512((__m512i)a.v, (__m512i)b.v)};         \
+            return {(Vectors<8>::Signed)on256((__m256i)a.v, (__m256i)b.v)};          \
         }                                                                            \
     }
 // In each lane the product of the upper 16-bit halves plus that of the lower ones.
-KORVANE_X86(multiply_add_halves, _mm_madd_epi16, _mm256_madd_epi16, _mm512_madd_epi16)
+KORVANE_X86(multiply_add_halves, _mm_madd_epi16, _mm256_madd_epi16)
 // In each 16-bit half of a lane the upper half of the unsigned product.
-KORVANE_X86(multiply_high_halves, _mm_mulhi_epu16, _mm256_mulhi_epu16, _mm512_mulhi_epu16)
-// Of each 128 bits, the lanes of a, then those of b, saturated to 16 bits; the lower 16-bit halves in turns.
-KORVANE_X86(saturate_halves, _mm_packs_epi32, _mm256_packs_epi32, _mm512_packs_epi32)
-KORVANE_X86(zip_halves, _mm_unpacklo_epi16, _mm256_unpacklo_epi16, _mm512_unpacklo_epi16)
+KORVANE_X86(multiply_high_halves, _mm_mulhi_epu16, _mm256_mulhi_epu16)
+// In each 128 bits the lanes of a, then those of b, saturated to 16 bits.
+KORVANE_X86(saturate_halves, _mm_packs_epi32, _mm256_packs_epi32)
+// In each 128 bits the lower 64 of a and b, 16-bit halves in turns.
+KORVANE_X86(zip_halves, _mm_unpacklo_epi16, _mm256_unpacklo_epi16)
 #if defined(__AVX2__)
-// Shifts of a by the lanes of b; 32 and more leave nothing.
-KORVANE_X86(shift_left, _mm_sllv_epi32, _mm256_sllv_epi32, _mm512_sllv_epi32)
-KORVANE_X86(shift_right, _mm_srlv_epi32, _mm256_srlv_epi32, _mm512_srlv_epi32)
+// a shifted by the lanes of b; 32 and more leave nothing.
+KORVANE_X86(shift_left, _mm_sllv_epi32, _mm256_sllv_epi32)
+KORVANE_X86(shift_right, _mm_srlv_epi32, _mm256_srlv_epi32)
 #endif
 #undef KORVANE_X86
 

@@ -155,6 +155,7 @@ KORVANE_INLINE void smooth_gains(NrssState& s, int32_t bins) {
 template <class V>
 // Inlined into the hop schedule, SSE2 code ran 1.5 % slower.
 [[gnu::noinline]] void NRSS_SpectralGain(NrssState& s, const int32_t* power, int32_t extra_bins) {
+    static_assert(kBins % kLanesOf<V> == 0);
     const bool extra = extra_bins != 0;
     const int32_t bins = kBins + extra_bins;
 
