@@ -28,10 +28,10 @@ let page;
 let complaints; // of the console and of scripts
 let requests;
 
-/** 16-bit samples of a signal over time, in one channel or, half as loud in the second, in two. */
+/** 16-bit samples of a signal over time, in one channel or, half as loud in the first, in two. */
 function recording(name, rate, channels, seconds, signal, ...options) {
   const samples = Int16Array.from({ length: seconds * rate * channels },
-    (_, i) => Math.round(signal(Math.floor(i / channels) / rate) / (1 + i % channels)));
+    (_, i) => Math.round(signal(Math.floor(i / channels) / rate) / (channels - i % channels)));
   const file = join(folder, `${name}.raw`);
   writeFileSync(file, samples);
   return { name, rate, seconds, samples, input: ["--raw", "s16le", "-r", rate, "-c", channels, ...options, file] };
