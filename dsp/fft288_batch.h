@@ -134,9 +134,8 @@ void forward_batch(Lanes<2 * kFrames>* work, Lanes<2 * kFrames>* spectrum) {
         auto a = load_bins(result(work, k), result(work, k + kStep - 1));
         auto b = load_bins(result(work, mirrored), result(work, mirrored - kStep + 1));
         split(a, b, split_twiddles<decltype(a.re), kStep>(k));
-        for (auto* const part : {&a.re, &a.im, &b.re, &b.im}) {
-            *part = asr<kShift>(*part);
-        }
+        a = {asr<kShift>(a.re), asr<kShift>(a.im)};
+        b = {asr<kShift>(b.re), asr<kShift>(b.im)};
         store_bins(spectrum[k], spectrum[k + kStep - 1], a);
         store_bins(spectrum[mirrored], spectrum[mirrored - kStep + 1], b);
     }
