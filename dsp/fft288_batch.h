@@ -93,15 +93,7 @@ KORVANE_INLINE Complex<V> split_twiddles(int k) {
 template <Direction kDirection, class Z>
 void transform144(Z* work) {
     for (int row = 0; row < kRows; ++row) {
-        Z* const base = work + kColumns * row;
-        Z a[kColumns];
-        for (int i = 0; i < kColumns; ++i) {
-            a[i] = base[i];
-        }
-        dft16<kDirection>(a);
-        for (int i = 0; i < kColumns; ++i) {
-            base[i] = a[i];
-        }
+        dft16<kDirection>(work + kColumns * row);
     }
     for (int column = 0; column < kColumns; ++column) {
         Z* const base = work + column;
