@@ -78,6 +78,16 @@ KORVANE_INLINE void radix4(Z& a0, Z& a1, Z& a2, Z& a3) {
     a3 = sub_wrap(d02, turned);
 }
 
+/** Lets the values of a pass rest in memory before the next one begins. WebAssembly's engines move each
+ * operation to where its result is wanted, but not past a store: without this the values of both passes
+ * are alive at once, in many more registers than there are. */
+template <class Z>
+KORVANE_INLINE void end_pass([[maybe_unused]] Z* values) {
+#if defined(__wasm__)
+    asm volatile("" : : "r"(values) : "memory");
+#endif
+}
+
 /**
  * 16-point DFT as 4 x 4.
  *
@@ -98,6 +108,7 @@ KORVANE_INLINE void dft16(Z* a) {
     a[13] = twist<kDirection, kW16_3>(a[13]);
     a[14] = twist<kDirection, kW16_6>(a[14]);
     a[15] = twist<kDirection, kW16_9>(a[15]);
+    end_pass(a);
     for (int k = 0; k < 4; ++k) {
         radix4<kDirection>(a[4 * k], a[4 * k + 1], a[4 * k + 2], a[4 * k + 3]);
     }
@@ -120,6 +131,7 @@ KORVANE_INLINE void dft9(Z* e) {
     e[5] = twist<kDirection, kW9_2>(e[5]);
     e[7] = twist<kDirection, kW9_2>(e[7]);
     e[8] = twist<kDirection, kW9_4>(e[8]);
+    end_pass(e);
     for (int b = 0; b < 3; ++b) {
         radix3<kDirection>(e[3 * b], e[3 * b + 1], e[3 * b + 2]);
     }

@@ -32,7 +32,7 @@ constexpr InstructionSet kSets[] = {
     KORVANE_SET(sse2, always),
 #elif defined(KORVANE_SIMD) && defined(__aarch64__)
     KORVANE_SET(neon, always),
-#elif defined(KORVANE_SIMD) && defined(__wasm_simd128__)
+#elif defined(KORVANE_SIMD) && defined(__wasm__)
     KORVANE_SET(wasm, always),
 #else
     KORVANE_SET(plain, always),

@@ -25,11 +25,11 @@ KORVANE_INLINE void store(int16_t* p, Lanes<4> a) {
 }
 
 /** 2^n, modulo 2^32: byte i of it is 2^(n - 8i), or 0 where the exponent is not in 0..7. For n below 0 or
- * above 31 the result is 0, for n within -104..159. */
+ * above 31 the result is 0, for n within -103..159. */
 KORVANE_INLINE Lanes<4> power_of_two(Lanes<4> n) {
     const v128_t table = wasm_i8x16_const(1, 2, 4, 8, 16, 32, 64, -128, 0, 0, 0, 0, 0, 0, 0, 0);
-    const v128_t everywhere = wasm_i8x16_shuffle((v128_t)n.v, (v128_t)n.v, 0, 0, 0, 0, 4, 4, 4, 4,
-                                                 8, 8, 8, 8, 12, 12, 12, 12);
+    // A block takes 2 % longer with a shuffle. For n below 0 the upper bytes come out one too small.
+    const auto everywhere = (v128_t)(n.bits() * 0x01010101);
     const v128_t exponent = wasm_i8x16_sub(everywhere, wasm_i32x4_splat(0x18100800));
     return of_v128(wasm_i8x16_swizzle(table, exponent));
 }

@@ -3,7 +3,7 @@
 #include <cstdarg>
 #include <cstdio>
 
-#ifndef __ANDROID__
+#if !defined(__ANDROID__) && !defined(__wasm__)
 #include <unistd.h>
 #endif
 
@@ -34,6 +34,10 @@ namespace {
 char priority_letter(int priority) {
     return priority >= 2 && priority <= 7 ? "VDIWEF"[priority - 2] : '?';
 }
+
+#ifdef __wasm__
+int getpid() { return 0; }  // there are no processes
+#endif
 
 /** Takes the place of the platform's log: one write to stderr per message, so that lines of several
  * processes do not mix. A message that does not fit is cut. Returns the characters written. */
