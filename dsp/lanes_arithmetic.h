@@ -129,7 +129,11 @@ requires(OneRegister<N>) KORVANE_INLINE Lanes<N> mul_half_by(Lanes<N> a) {
 template <int kC, int N>
 KORVANE_INLINE Opposites<Lanes<N>> mul_half_both(Lanes<N> a) {
     if constexpr (OneRegister<N>) {
-        return {mul_half_by<kC>(a), mul_half_by<-kC>(a)};
+        // floor(-x) is -floor(x) - 1 unless x is a whole number: a times kC a multiple of 65536.
+        constexpr int kWholeFrom = 65536 / (kC & -kC);
+        const Lanes<N> product = mul_half_by<kC>(a);
+        const Lanes<N> rest = bit_and(a, Lanes<N>::broadcast(kWholeFrom - 1));
+        return {product, sub_wrap(greater(rest, Lanes<N>::broadcast(0)), product)};
     } else {
         const auto low = mul_half_both<kC>(a.lower);
         const auto high = mul_half_both<kC>(a.upper);

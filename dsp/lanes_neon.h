@@ -27,6 +27,10 @@ requires(FullRegister<N>) KORVANE_INLINE Lanes<N> mul_half_by(Lanes<N> a) {
     static_assert(kC >= -32768 && kC <= 32767);
     return {vqdmulhq_s32(a.v, vdupq_n_s32(kC * 32768))};
 }
+template <int kC, int N>
+requires(FullRegister<N>) KORVANE_INLINE Opposites<Lanes<N>> mul_half_both(Lanes<N> a) {
+    return {mul_half_by<kC>(a), mul_half_by<-kC>(a)};
+}
 KORVANE_INLINE Lanes<4> leading_zeros(Lanes<4> a) { return {vclzq_s32(a.v)}; }
 /** Shifts left by any lane, right where it is negative. */
 KORVANE_INLINE Lanes<4> shl_each(Lanes<4> a, Lanes<4> n) { return {vshlq_s32(a.v, n.v)}; }

@@ -126,14 +126,6 @@ requires(FullRegister<N>) KORVANE_INLINE Lanes<N> mul_half_by(Lanes<N> a) {
     const Lanes<N> product = mul_half_positive(a, Lanes<N>::broadcast(kC & 0xFFFF));
     return kC >= 0 ? product : sub_wrap(product, lower_bits(a));
 }
-template <int kC, int N>
-requires(FullRegister<N>) KORVANE_INLINE Opposites<Lanes<N>> mul_half_both(Lanes<N> a) {
-    // floor(-x) is -floor(x) - 1 unless x is a whole number: a times kC a multiple of 65536.
-    constexpr int kWholeFrom = 65536 / (kC & -kC);
-    const Lanes<N> product = mul_half_by<kC>(a);
-    const Lanes<N> rest = bit_and(a, Lanes<N>::broadcast(kWholeFrom - 1));
-    return {product, sub_wrap(greater(rest, Lanes<N>::broadcast(0)), product)};
-}
 template <int N>
 requires(FullRegister<N>) KORVANE_INLINE Lanes<N> mul_samples(Lanes<N> a, Lanes<N> b) {
     return multiply_add_halves(a, b);
@@ -192,8 +184,8 @@ KORVANE_INLINE V exponent_bits(uint32_t exponent) {
 }
 template <int N>
 requires(FullRegister<N>) KORVANE_INLINE Lanes<N> normalising_scale(Lanes<N> a) {
-    const auto exponent = bit_and(float_of_highest(a), exponent_bits<Lanes<N>>(255));
-    return power_of_two(sub_wrap(exponent_bits<Lanes<N>>(284), exponent));
+    const auto exponent = bit_and(float_of_highest(a), exponent_bits<Lanes<N> >(255));
+    return power_of_two(sub_wrap(exponent_bits<Lanes<N> >(284), exponent));
 }
 template <int N>
 requires(FullRegister<N>) KORVANE_INLINE Lanes<N> scale_up(Lanes<N> a, Lanes<N> scale) {
@@ -201,17 +193,17 @@ requires(FullRegister<N>) KORVANE_INLINE Lanes<N> scale_up(Lanes<N> a, Lanes<N> 
 }
 template <int N>
 requires(FullRegister<N>) KORVANE_INLINE Lanes<N> root_scale(Lanes<N> a) {
-    return bit_and(float_of_highest(a), exponent_bits<Lanes<N>>(254));
+    return bit_and(float_of_highest(a), exponent_bits<Lanes<N> >(254));
 }
 template <int N>
 requires(FullRegister<N>) KORVANE_INLINE Lanes<N> root_scale_up(Lanes<N> a, Lanes<N> scale) {
-    return mul_wrap(a, power_of_two(sub_wrap(exponent_bits<Lanes<N>>(283), scale)));
+    return mul_wrap(a, power_of_two(sub_wrap(exponent_bits<Lanes<N> >(283), scale)));
 }
 template <int N>
 requires(FullRegister<N>) KORVANE_INLINE Lanes<N> root_scale_down(Lanes<N> a, Lanes<N> scale) {
     // 2^(16-h) does not fit the multiplier where it is 2^16; there the value stays as it is.
     const Lanes<N> value = lsr<15>(a);
-    const Lanes<N> power = power_of_two(add_wrap(lsr<1>(scale), exponent_bits<Lanes<N>>(65)));
+    const Lanes<N> power = power_of_two(add_wrap(lsr<1>(scale), exponent_bits<Lanes<N> >(65)));
     const Lanes<N> unscaled = {power.v == 1 << 16};
     return bit_or(multiply_high_halves(value, power), bit_and(value, unscaled));
 }
