@@ -158,7 +158,7 @@ void check_moves() {
     std::array<int32_t, 2 * size_t{N}> values{};
     for (int i = 0; i < N; ++i) {
         values[static_cast<size_t>(i)] = 100 + i;
-        values[static_cast<size_t>(N + i)] = 200 + i;
+        values[size_t{N} + static_cast<size_t>(i)] = 200 + i;
     }
     const auto a = Lanes<N>::load(values.data());
     const auto b = Lanes<N>::load(values.data() + N);
