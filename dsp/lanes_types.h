@@ -99,6 +99,7 @@ KORVANE_INLINE To convert(From a) {
 
 /** More lanes than a register has. */
 template <int N>
+// NOLINTNEXTLINE(*-special-member-functions): nothing is owned
 struct Lanes {
     using Half = I32<N / 2>;
     static constexpr int kLanes = N;
@@ -110,6 +111,7 @@ struct Lanes {
     KORVANE_INLINE Lanes(Half a, Half b) : lower(a), upper(b) {}
     // Spelled out, since gcc copies two registers as a whole in smaller pieces, by way of memory.
     KORVANE_INLINE Lanes(const Lanes& a) : lower(a.lower), upper(a.upper) {}
+    // NOLINTNEXTLINE(cert-oop54-cpp): of itself it is the same
     KORVANE_INLINE Lanes& operator=(const Lanes& a) {
         lower = a.lower;
         upper = a.upper;

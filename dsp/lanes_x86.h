@@ -17,6 +17,8 @@
 
 #include <immintrin.h>
 
+// NOLINTBEGIN(google-readability-casting,cppcoreguidelines-pro-type-cstyle-cast): between the compilers' vectors and
+// the processor's own types the short form of a cast is the readable one
 namespace korvane::KORVANE_ISA {
 
 // ---- Instructions -------------------------------------------------------------------------------
@@ -52,7 +54,7 @@ KORVANE_X86(shift_right, _mm_srlv_epi32, _mm256_srlv_epi32)
 // gcc makes three instructions of each of these by itself.
 template <>
 KORVANE_INLINE Lanes<8> Lanes<8>::load(const int16_t* p) {
-    return {(Register)_mm256_cvtepi16_epi32(_mm_loadu_si128((const __m128i*)p))};
+    return {(Register)_mm256_cvtepi16_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p)))};
 }
 KORVANE_INLINE Lanes<8> join(Lanes<4> a, Lanes<4> b) {
     return {(Vectors<8>::Signed)_mm256_set_m128i((__m128i)b.v, (__m128i)a.v)};
@@ -71,7 +73,7 @@ KORVANE_INLINE Lanes<8> negate_upper(Lanes<8> a) {
 }
 #endif
 KORVANE_INLINE void store(int16_t* p, Lanes<4> a) {
-    _mm_storel_epi64((__m128i*)p, (__m128i)saturate_halves(a, a).v);
+    _mm_storel_epi64(reinterpret_cast<__m128i*>(p), (__m128i)saturate_halves(a, a).v);
 }
 template <int N>
 requires(FullRegister<N>) KORVANE_INLINE Lanes<N> saturated_pairs(Lanes<N> low, Lanes<N> high) {
@@ -210,6 +212,7 @@ requires(FullRegister<N>) KORVANE_INLINE Lanes<N> root_scale_down(Lanes<N> a, La
 #endif
 
 }  // namespace korvane::KORVANE_ISA
+// NOLINTEND(google-readability-casting,cppcoreguidelines-pro-type-cstyle-cast)
 
 #endif
 
