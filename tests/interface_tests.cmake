@@ -2,10 +2,15 @@
 find_package(Python3 REQUIRED COMPONENTS Interpreter)
 set(python ${Python3_EXECUTABLE} -B)
 
+# Debian 12's qemu-user (7.2) does not get past the start of a thread, not even in a program of three lines.
+set(filter "")
+if(CMAKE_CROSSCOMPILING)
+  set(filter TEST_FILTER "-ManyStreams.GiveWhatEachGivesAlone")
+endif()
 foreach(name stream detector hostile many_streams)
   add_executable(${name}_test ${name}_test.cpp)
   target_link_libraries(${name}_test PRIVATE korvane_test_core conformance_kit)
-  gtest_discover_tests(${name}_test TEST_PREFIX ${name}. DISCOVERY_MODE PRE_TEST PROPERTIES TIMEOUT 300)
+  gtest_discover_tests(${name}_test TEST_PREFIX ${name}. DISCOVERY_MODE PRE_TEST ${filter} PROPERTIES TIMEOUT 300)
 endforeach()
 
 # C99 programs on the shared library, without a log function of their own.
