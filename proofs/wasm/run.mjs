@@ -4,5 +4,6 @@ import { WASI } from "node:wasi";
 
 const wasi = new WASI({ version: "preview1", args: process.argv.slice(2) });
 const module = await WebAssembly.compile(readFileSync(process.argv[2]));
-const instance = await WebAssembly.instantiate(module, wasi.getImportObject());
+// Not getImportObject(), which Node.js 18 has not.
+const instance = await WebAssembly.instantiate(module, { wasi_snapshot_preview1: wasi.wasiImport });
 process.exitCode = wasi.start(instance);
