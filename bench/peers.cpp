@@ -34,7 +34,6 @@
 #include <vector>
 
 #include "detectors.h"
-#include "dsp/processor.h"
 #include "noisy_speech.h"
 #include "paired_timing.h"
 
@@ -374,7 +373,7 @@ std::string processor_name() {
 
 const char* instruction_set_name() {
 #if defined(KORVANE_SIMD) && defined(__x86_64__)
-    return has_avx2() ? "AVX2" : "SSE2";
+    return __builtin_cpu_supports("avx2") ? "AVX2" : "SSE2";
 #elif defined(KORVANE_SIMD) && defined(__aarch64__)
     return "NEON";
 #else

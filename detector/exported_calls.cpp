@@ -11,10 +11,10 @@ constinit Detector exported_stream = {};
 
 namespace {
 
-/** The suppressor, with the weights that the host sees as osf and may have replaced. */
-NrssState& suppressor() {
+/** The stream, with the weights that the host sees as osf and may have replaced. */
+Detector& stream_with_host_weights() {
     exported_stream.suppressor.osf = osf;
-    return exported_stream.suppressor;
+    return exported_stream;
 }
 
 /** What an initialisation settles outside the stream. */
@@ -76,8 +76,7 @@ int VoiceActivityDetectionConfigAll(VadHandle* handle, uint32_t rate, uint32_t l
 }
 
 int VoiceActivityDetectionExe(VadHandle* handle) {
-    korvane::suppressor();
-    return korvane::vad_execute(exported_stream, *handle);
+    return korvane::vad_execute(korvane::stream_with_host_weights(), *handle);
 }
 
 const char* VoiceActivityDetectionVersion(void) { return korvane::vad_version(); }
@@ -93,11 +92,13 @@ int OLM_VOR(const int16_t* ch0, const int16_t* ch1, int n) {
 void Tolu_NRSS_BufInit(void) { korvane::NRSS_BufInit(exported_stream.stream); }
 
 void Tolu_NRSS_Buffered(int16_t* ch0, int16_t* ch1, int n) {
-    korvane::NRSS_Buffered(exported_stream.stream, korvane::suppressor(), ch0, ch1, n);
+    korvane::Detector& d = korvane::stream_with_host_weights();
+    korvane::NRSS_Buffered(d.stream, d.suppressor, ch0, ch1, n);
 }
 
 void Tolu_NRSS_EXE(int16_t* samples, int n, int mode) {
-    korvane::NRSS_EXE(exported_stream.stream, korvane::suppressor(), samples, n, mode);
+    korvane::Detector& d = korvane::stream_with_host_weights();
+    korvane::NRSS_EXE(d.stream, d.suppressor, samples, n, mode);
 }
 
 void Tolu_NRSS(int16_t* samples, int n) { Tolu_NRSS_EXE(samples, n, 2); }
@@ -107,7 +108,7 @@ void Tolu_NRSS_Interleave(int16_t* dst, const int16_t* ch0, const int16_t* ch1, 
 }
 
 void Tolu_NRSS_Nonintlvd(int16_t* ch0, int16_t* ch1, int32_t n) {
-    korvane::NRSS_Nonintlvd(korvane::suppressor(), ch0, ch1, n);
+    korvane::NRSS_Nonintlvd(korvane::stream_with_host_weights().suppressor, ch0, ch1, n);
 }
 
 void Tolu_NRSS_Init(int32_t level, int32_t rate) {

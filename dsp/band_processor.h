@@ -17,7 +17,7 @@ KORVANE_INLINE int32_t high_band_energy(const int32_t* frame) {
     V energy = constant<V>(0);
     for (int k = 0; k < kFrameSize; k += kLanesOf<V>) {
         const V x = load_lanes<V>(frame + k);
-        energy = add_wrap(energy, asr<16>(mul_wrap(x, x)));
+        energy = add_wrap(energy, asr<16>(mul_narrow(x, x)));
     }
     return sum_lanes(energy);
 }
@@ -26,7 +26,7 @@ KORVANE_INLINE int32_t high_band_energy(const int32_t* frame) {
 template <class V>
 KORVANE_INLINE void weight_high_band(int32_t* frame, int16_t gain) {
     for (int k = 0; k < kFrameSize; k += kLanesOf<V>) {
-        store(frame + k, mul_q15(load_lanes<V>(frame + k), constant<V>(gain)));
+        store(frame + k, asr<15>(mul_narrow(load_lanes<V>(frame + k), constant<V>(gain))));
     }
 }
 

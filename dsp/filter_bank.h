@@ -9,8 +9,10 @@
  * inverted in sign; the merge inverts them back.
  *
  * The filter memory of a channel is four words, int32, up to about 1050 times the samples: u of the last
- * step and of the one before, of the even branch and then of the odd one. The branches of all channels go side by side: the even ones in the lower half of a vector, the odd
- * ones in the upper. A recursion waits for itself most of the time; everything else fills its gaps.
+ * step and of the one before, of the even branch and then of the odd one.
+ *
+ * The branches of all channels go side by side, the even ones in the lower half of a vector, the odd ones in
+ * the upper. A recursion waits for itself most of the time; everything else fills its gaps.
  */
 #ifndef KORVANE_DSP_FILTER_BANK_H
 #define KORVANE_DSP_FILTER_BANK_H

@@ -117,6 +117,8 @@ KORVANE_INLINE constexpr int32_t mul_wrap(int32_t a, int32_t b) {
 }
 /** a * b, exact, with a in -32768..32767 and b in 0..32767. */
 KORVANE_INLINE constexpr int32_t mul_samples(int32_t a, int32_t b) { return a * b; }
+/** The same with b in -32768..32767. */
+KORVANE_INLINE constexpr int32_t mul_narrow(int32_t a, int32_t b) { return a * b; }
 template <int kC>
 KORVANE_INLINE constexpr int32_t mul_half_by(int32_t a) {
     return mul_half_q15(a, kC);

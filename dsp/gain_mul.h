@@ -34,11 +34,11 @@ struct HopGains {
  * would leave a bias of one toward minus infinity.
  *
  * @param gain   Q15
- * @param value  spectral value; 2*value wraps where |value| >= 2^30
+ * @param value  spectral value, kNarrow within 16 bits; else 2*value wraps where |value| >= 2^30
  */
-template <class V>
+template <bool kNarrow = false, class V>
 KORVANE_INLINE constexpr V NRSS_GainMul(V gain, V value) {
-    const V product = mul_q15(value, gain);
+    const V product = kNarrow ? asr<15>(mul_narrow(value, gain)) : mul_q15(value, gain);
     return add_wrap(product, lsr<31>(product));
 }
 

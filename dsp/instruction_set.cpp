@@ -2,7 +2,9 @@
 
 #include <atomic>
 
-#include "dsp/processor.h"
+#if defined(KORVANE_SIMD) && defined(__x86_64__)
+#include <cpuid.h>
+#endif
 
 namespace korvane {
 
@@ -23,6 +25,23 @@ KORVANE_CODE(plain)
 namespace {
 
 bool always() { return true; }
+#if defined(KORVANE_SIMD) && defined(__x86_64__)
+/** Whether the processor has AVX2 and the operating system saves its registers. The compilers' own test
+ * would bring code that runs when the library is loaded. */
+bool has_avx2() {
+    unsigned a = 0;
+    unsigned b = 0;
+    unsigned c = 0;
+    unsigned d = 0;
+    if (__get_cpuid(1, &a, &b, &c, &d) == 0 || (c & bit_OSXSAVE) == 0) {
+        return false;
+    }
+    asm volatile("xgetbv" : "=a"(a), "=d"(d) : "c"(0));
+    constexpr unsigned kXmmAndYmm = 6;
+    return (a & kXmmAndYmm) == kXmmAndYmm && __get_cpuid_count(7, 0, &a, &b, &c, &d) != 0 &&
+           (b & bit_AVX2) != 0;
+}
+#endif
 
 #define KORVANE_SET(set, runs_here) \
     { #set, runs_here, set::real_fft288, set::real_ifft288, set::process_blocks }

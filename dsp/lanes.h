@@ -11,7 +11,7 @@
  *
  * Arithmetic has the names of dsp/fixed_point.h and gives its results lane by lane, bit by bit.
  * Operations for which the compilers find no good code by themselves have forms of their own in
- * dsp/lanes_x86.h and dsp/lanes_neon.h; what is here serves every processor.
+ * dsp/lanes_x86.h, dsp/lanes_neon.h and dsp/lanes_wasm.h; what is here serves every processor.
  */
 #ifndef KORVANE_DSP_LANES_H
 #define KORVANE_DSP_LANES_H

@@ -37,6 +37,7 @@ KORVANE_BY_HALVES(minimum)
 KORVANE_BY_HALVES(maximum)
 KORVANE_BY_HALVES(mul_wrap)
 KORVANE_BY_HALVES(mul_samples)
+KORVANE_BY_HALVES(mul_narrow)
 KORVANE_BY_HALVES(mul_half_q15)
 KORVANE_BY_HALVES(mul_half_positive)
 KORVANE_BY_HALVES(mul_half_negative)
@@ -117,6 +118,10 @@ requires(OneRegister<N>) KORVANE_INLINE Lanes<N> mul_samples(Lanes<N> a, Lanes<N
     return mul_wrap(a, b);
 }
 template <int N>
+requires(OneRegister<N>) KORVANE_INLINE Lanes<N> mul_narrow(Lanes<N> a, Lanes<N> b) {
+    return mul_wrap(a, b);
+}
+template <int N>
 requires(OneRegister<N>) KORVANE_INLINE Lanes<N> mul_half_q15(Lanes<N> a, Lanes<N> c) {
     // With a = 65536*h + l, l not negative, both products fit 32 bits.
     const Lanes<N> low = bit_and(a, Lanes<N>::broadcast(0xFFFF));
@@ -163,14 +168,8 @@ requires(OneRegister<N>) KORVANE_INLINE Lanes<N> add_half_negative(Lanes<N> sum,
 }
 template <int N>
 requires(OneRegister<N>) KORVANE_INLINE Lanes<N> leading_zeros(Lanes<N> a) {
-    // The exponent of a value as a float tells its highest bit; clearing the bit below that first keeps
-    // the conversion from rounding up to the next power. Negative values come out below 0, zero above
-    // 32.
-    const Lanes<N> highest = {a.v & ~lsr<1>(a).v};
-    const auto rounded = convert<typename Vectors<N>::Floats>(highest.v);
-    const Lanes<N> exponent =
-        lsr<23>(Lanes<N>{reinterpret_cast<typename Lanes<N>::Register>(rounded)});
-    const Lanes<N> zeros = sub_wrap(Lanes<N>::broadcast(158), exponent);
+    // Of negative values this comes out below 0, of zero above 32.
+    const Lanes<N> zeros = sub_wrap(Lanes<N>::broadcast(158), lsr<23>(float_of_highest(a)));
     return maximum(minimum(zeros, Lanes<N>::broadcast(32)), Lanes<N>::broadcast(0));
 }
 template <int N>

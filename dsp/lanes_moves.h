@@ -9,14 +9,12 @@
 namespace korvane::KORVANE_ISA {
 
 /** Lane i of the result is lane index(i) of a and, after it, b. */
-template <int kResult, class Index, int N, int... kI>
-KORVANE_INLINE Lanes<kResult> shuffle(Lanes<N> a, Lanes<N> b, Index /*index*/,
-                                      std::integer_sequence<int, kI...> /*lanes*/) {
-    return {__builtin_shufflevector(a.v, b.v, Index{}(kI)...)};
-}
 template <int kResult, class Index, int N>
-KORVANE_INLINE Lanes<kResult> shuffle(Lanes<N> a, Lanes<N> b, Index index) {
-    return shuffle<kResult>(a, b, index, std::make_integer_sequence<int, kResult>{});
+KORVANE_INLINE Lanes<kResult> shuffle(Lanes<N> a, Lanes<N> b, Index /*index*/) {
+    return [&]<int... kI>(std::integer_sequence<int, kI...>) __attribute__((always_inline)) {
+        return Lanes<kResult>{__builtin_shufflevector(a.v, b.v, Index{}(kI)...)};
+    }
+    (std::make_integer_sequence<int, kResult>{});
 }
 
 template <int N>
@@ -43,26 +41,22 @@ requires(OneRegister<N>) && (N == 4) KORVANE_INLINE
 /** The lower half of the lanes. */
 template <int N>
 KORVANE_INLINE I32<N / 2> lower(Lanes<N> a) {
-    if constexpr (OneRegister<N>) {
-        if constexpr (N == 2) {
-            return a.v[0];
-        } else {
-            return shuffle<N / 2>(a, a, [](int i) { return i; });
-        }
-    } else {
+    if constexpr (!OneRegister<N>) {
         return a.lower;
+    } else if constexpr (N == 2) {
+        return a.v[0];
+    } else {
+        return shuffle<N / 2>(a, a, [](int i) { return i; });
     }
 }
 template <int N>
 KORVANE_INLINE I32<N / 2> upper(Lanes<N> a) {
-    if constexpr (OneRegister<N>) {
-        if constexpr (N == 2) {
-            return a.v[1];
-        } else {
-            return shuffle<N / 2>(a, a, [](int i) { return N / 2 + i; });
-        }
-    } else {
+    if constexpr (!OneRegister<N>) {
         return a.upper;
+    } else if constexpr (N == 2) {
+        return a.v[1];
+    } else {
+        return shuffle<N / 2>(a, a, [](int i) { return N / 2 + i; });
     }
 }
 template <class Half>
@@ -76,33 +70,37 @@ KORVANE_INLINE auto join(Half a, Half b) {
         return Lanes<2 * kHalf>{a, b};
     }
 }
-/** The lower half of a, then that of b. */
-template <int N>
-KORVANE_INLINE Lanes<N> lower_halves(Lanes<N> a, Lanes<N> b) {
-    if constexpr (OneRegister<N>) {
-        return shuffle<N>(a, b, [](int i) { return i < N / 2 ? i : N / 2 + i; });
-    } else {
-        return {a.lower, b.lower};
+// Two vectors of one lane, where the operations below end.
+KORVANE_INLINE int32_t even_lanes(int32_t a, int32_t /*b*/) { return a; }
+KORVANE_INLINE int32_t odd_lanes(int32_t /*a*/, int32_t b) { return b; }
+KORVANE_INLINE int32_t zip_lower(int32_t a, int32_t /*b*/) { return a; }
+KORVANE_INLINE int32_t zip_upper(int32_t /*a*/, int32_t b) { return b; }
+
+// Lane i of the result is lane `index` of a and, after it, b; of more than one register the result is two
+// halves.
+#define KORVANE_SHUFFLE(name, index, lower_half, upper_half)      \
+    template <int N>                                              \
+    KORVANE_INLINE Lanes<N> name(Lanes<N> a, Lanes<N> b) {        \
+        if constexpr (OneRegister<N>) {                           \
+            return shuffle<N>(a, b, [](int i) { return index; }); \
+        } else {                                                  \
+            return {lower_half, upper_half};                      \
+        }                                                         \
     }
-}
-/** The upper half of a, then that of b. */
-template <int N>
-KORVANE_INLINE Lanes<N> upper_halves(Lanes<N> a, Lanes<N> b) {
-    if constexpr (OneRegister<N>) {
-        return shuffle<N>(a, b, [](int i) { return i < N / 2 ? N / 2 + i : N + i; });
-    } else {
-        return {a.upper, b.upper};
-    }
-}
-/** The lower half of a, the upper half of b. */
-template <int N>
-KORVANE_INLINE Lanes<N> blend_halves(Lanes<N> a, Lanes<N> b) {
-    if constexpr (OneRegister<N>) {
-        return shuffle<N>(a, b, [](int i) { return i < N / 2 ? i : N + i; });
-    } else {
-        return {a.lower, b.upper};
-    }
-}
+/** The lower half of a, then that of b; the upper halves; the lower half of a, the upper half of b. */
+KORVANE_SHUFFLE(lower_halves, i < N / 2 ? i : N / 2 + i, a.lower, b.lower)
+KORVANE_SHUFFLE(upper_halves, i < N / 2 ? N / 2 + i : N + i, a.upper, b.upper)
+KORVANE_SHUFFLE(blend_halves, i < N / 2 ? i : N + i, a.lower, b.upper)
+/** Lanes 0, 2, 4, ... of a and b; lanes 1, 3, 5, ... */
+KORVANE_SHUFFLE(even_lanes, 2 * i, even_lanes(a.lower, a.upper), even_lanes(b.lower, b.upper))
+KORVANE_SHUFFLE(odd_lanes, 2 * i + 1, odd_lanes(a.lower, a.upper), odd_lanes(b.lower, b.upper))
+/** The lower halves of a and b, lane by lane in turns: a[0], b[0], a[1], ...; the upper halves. */
+KORVANE_SHUFFLE(zip_lower, i / 2 + N * (i % 2), zip_lower(a.lower, b.lower),
+                zip_upper(a.lower, b.lower))
+KORVANE_SHUFFLE(zip_upper, N / 2 + i / 2 + N * (i % 2), zip_lower(a.upper, b.upper),
+                zip_upper(a.upper, b.upper))
+#undef KORVANE_SHUFFLE
+
 template <int N>
 KORVANE_INLINE Lanes<N> swap_halves(Lanes<N> a) {
     if constexpr (OneRegister<N>) {
@@ -111,52 +109,7 @@ KORVANE_INLINE Lanes<N> swap_halves(Lanes<N> a) {
         return {a.upper, a.lower};
     }
 }
-/** Lanes 0, 2, 4, ... of a and b. */
-template <int N>
-KORVANE_INLINE Lanes<N> even_lanes(Lanes<N> a, Lanes<N> b) {
-    if constexpr (OneRegister<N>) {
-        return shuffle<N>(a, b, [](int i) { return 2 * i; });
-    } else if constexpr (N == 2) {
-        return {a.lower, b.lower};
-    } else {
-        return {even_lanes(a.lower, a.upper), even_lanes(b.lower, b.upper)};
-    }
-}
-/** Lanes 1, 3, 5, ... of a and b. */
-template <int N>
-KORVANE_INLINE Lanes<N> odd_lanes(Lanes<N> a, Lanes<N> b) {
-    if constexpr (OneRegister<N>) {
-        return shuffle<N>(a, b, [](int i) { return 2 * i + 1; });
-    } else if constexpr (N == 2) {
-        return {a.upper, b.upper};
-    } else {
-        return {odd_lanes(a.lower, a.upper), odd_lanes(b.lower, b.upper)};
-    }
-}
-/** The lower halves of a and b, lane by lane in turns: a[0], b[0], a[1], ... */
-template <int N>
-KORVANE_INLINE Lanes<N> zip_lower(Lanes<N> a, Lanes<N> b) {
-    if constexpr (OneRegister<N>) {
-        return shuffle<N>(a, b, [](int i) { return i / 2 + N * (i % 2); });
-    } else if constexpr (N == 2) {
-        return {a.lower, b.lower};
-    } else {
-        return {zip_lower(a.lower, b.lower), zip_upper(a.lower, b.lower)};
-    }
-}
-/** The same of the upper halves. */
-template <int N>
-KORVANE_INLINE Lanes<N> zip_upper(Lanes<N> a, Lanes<N> b) {
-    if constexpr (OneRegister<N>) {
-        return shuffle<N>(a, b, [](int i) { return N / 2 + i / 2 + N * (i % 2); });
-    } else if constexpr (N == 2) {
-        return {a.upper, b.upper};
-    } else {
-        return {zip_lower(a.upper, b.upper), zip_upper(a.upper, b.upper)};
-    }
-}
-/** In each run of kRun lanes every lane moves to the next, and the first takes lane `first` of the run
- * in its stead: rotates where that is the last. */
+/** In each run of kRun lanes every lane moves to the next place, the last one to the first. */
 template <int kRun, int N>
 KORVANE_INLINE Lanes<N> rotate(Lanes<N> a) {
     if constexpr (kRun == 1) {
@@ -210,9 +163,7 @@ requires(OneRegister<N>) KORVANE_INLINE Lanes<N> reverse(Lanes<N> a) {
 template <int N>
 KORVANE_INLINE int32_t lane_in_memory(const Lanes<N>& a, int lane) {
     int32_t value = 0;
-    std::memcpy(&value,
-                reinterpret_cast<const char*>(&a) + sizeof value * static_cast<size_t>(lane),
-                sizeof value);
+    std::memcpy(&value, reinterpret_cast<const int32_t*>(&a) + lane, sizeof value);
     return value;
 }
 /** a[i] in the first lane of run i of kRun lanes, of kRuns runs; zero or anything in the others. */

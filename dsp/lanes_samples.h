@@ -10,14 +10,16 @@
 
 namespace korvane::KORVANE_ISA {
 
+template <int N>
+KORVANE_INLINE Lanes<N> saturated(Lanes<N> a) {
+    return minimum(maximum(a, constant<Lanes<N>>(-32768)), constant<Lanes<N>>(32767));
+}
 /** Saturates to 16 bits. */
 template <int N>
 KORVANE_INLINE void store(int16_t* p, Lanes<N> a) {
     if constexpr (OneRegister<N>) {
-        const Lanes<N> x =
-            minimum(maximum(a, Lanes<N>::broadcast(-32768)), Lanes<N>::broadcast(32767));
         *reinterpret_cast<typename Lanes<N>::SamplesInMemory*>(p) =
-            convert<typename Lanes<N>::Samples>(x.v);
+            convert<typename Lanes<N>::Samples>(saturated(a).v);
     } else {
         store(p, a.lower);
         store(p + N / 2, a.upper);
@@ -27,9 +29,6 @@ KORVANE_INLINE void store(int16_t* p, Lanes<N> a) {
 template <int N>
 KORVANE_INLINE Lanes<N> saturated_pairs(Lanes<N> low, Lanes<N> high) {
     if constexpr (OneRegister<N>) {
-        const auto saturated = [](Lanes<N> a) {
-            return minimum(maximum(a, Lanes<N>::broadcast(-32768)), Lanes<N>::broadcast(32767));
-        };
         return bit_or(shl<16>(saturated(high)),
                       bit_and(saturated(low), Lanes<N>::broadcast(0xFFFF)));
     } else {

@@ -39,6 +39,7 @@ using korvane::mul_half_positive;
 using korvane::mul_half_q15;
 using korvane::mul_half_upper;
 using korvane::mul_half_upper_positive;
+using korvane::mul_narrow;
 using korvane::mul_q15;
 using korvane::mul_samples;
 using korvane::mul_wrap;
@@ -163,6 +164,15 @@ requires(OneRegister<N>) struct Lanes<N> {
     }
     KORVANE_INLINE static Lanes broadcast(int32_t a) { return {a - Register{}}; }
 };
+
+/** The highest power of two in each value, as the bits of a float. The bit below the highest one is cleared
+ * first, which keeps the conversion from rounding up to the next power. */
+template <int N>
+KORVANE_INLINE Lanes<N> float_of_highest(Lanes<N> a) {
+    const auto highest =
+        convert<typename Vectors<N>::Floats>(a.v & ~Lanes<N>::of_bits(a.bits() >> 1).v);
+    return {reinterpret_cast<typename Lanes<N>::Register>(highest)};
+}
 
 }  // namespace korvane::KORVANE_ISA
 

@@ -37,17 +37,10 @@ template <int N>
 requires(FullRegister<N>) KORVANE_INLINE Lanes<N> shl_each(Lanes<N> a, Lanes<N> n) {
     return mul_wrap(a, power_of_two(n));
 }
-/** The exponent of each value, none negative, as a float: 127 for 1, 0 for 0. The bit below the highest one
- * is cleared first, which keeps the conversion from rounding up to the next power of two. */
-template <int N>
-requires(FullRegister<N>) KORVANE_INLINE Lanes<N> float_exponent(Lanes<N> a) {
-    const Lanes<N> highest = {a.v & ~lsr<1>(a).v};
-    const Lanes<N> rounded = of_v128(wasm_f32x4_convert_i32x4((v128_t)highest.v));
-    return lsr<23>(rounded);
-}
+// From the exponent that a value, not negative, has as a float: 127 for 1, 0 for 0.
 template <int N>
 requires(FullRegister<N>) KORVANE_INLINE Lanes<N> normalising_scale(Lanes<N> a) {
-    return power_of_two(sub_wrap(Lanes<N>::broadcast(157), float_exponent(a)));
+    return power_of_two(sub_wrap(Lanes<N>::broadcast(157), lsr<23>(float_of_highest(a))));
 }
 template <int N>
 requires(FullRegister<N>) KORVANE_INLINE Lanes<N> scale_up(Lanes<N> a, Lanes<N> scale) {
@@ -55,7 +48,7 @@ requires(FullRegister<N>) KORVANE_INLINE Lanes<N> scale_up(Lanes<N> a, Lanes<N> 
 }
 template <int N>
 requires(FullRegister<N>) KORVANE_INLINE Lanes<N> root_scale(Lanes<N> a) {
-    return sub_wrap(Lanes<N>::broadcast(78), lsr<1>(float_exponent(a)));
+    return sub_wrap(Lanes<N>::broadcast(78), lsr<24>(float_of_highest(a)));
 }
 template <int N>
 requires(FullRegister<N>) KORVANE_INLINE Lanes<N> root_scale_up(Lanes<N> a, Lanes<N> scale) {

@@ -133,19 +133,17 @@ requires(FullRegister<N>) KORVANE_INLINE Lanes<N> mul_samples(Lanes<N> a, Lanes<
     return multiply_add_halves(a, b);
 }
 
+template <int N>
+requires(FullRegister<N>) KORVANE_INLINE Lanes<N> mul_narrow(Lanes<N> a, Lanes<N> b) {
+    return multiply_add_halves(a, lower_bits(b));
+}
+
 // ---- Scaling ------------------------------------------------------------------------------------
 
-// Values that are not negative are normalised by way of the exponent that they have as a float. The bit
-// below the highest one is cleared first, which keeps the conversion from rounding up to the next power
-// of two. n is the number of bits that a value's highest one stands below the sign's neighbour, 30 for
-// 1, and h is floor(n / 2). A value of 0 stays 0 when scaled up.
+// Values that are not negative are normalised by way of the exponent that they have as a float. n is the
+// number of bits that a value's highest one stands below the sign's neighbour, 30 for 1, and h is
+// floor(n / 2). A value of 0 stays 0 when scaled up.
 
-/** The highest power of two in each value, as the bits of a float. */
-template <int N>
-KORVANE_INLINE Lanes<N> float_of_highest(Lanes<N> a) {
-    const Lanes<N> highest = {a.v & ~lsr<1>(a).v};
-    return {(typename Vectors<N>::Signed)convert<typename Vectors<N>::Floats>(highest.v)};
-}
 #if defined(__AVX2__)
 /** n, for scale_up. */
 template <int N>

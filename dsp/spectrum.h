@@ -13,15 +13,22 @@
 
 namespace korvane::KORVANE_ISA {
 
+/** Whether bins fit 16 bits: of a full band none exceeds 21530. */
+template <int kShift>
+inline constexpr bool kNarrow = kShift == kFullBandShift;
+
 /** The powers of channel 0's bins, hop by hop. spectrum [0..143] */
-template <int kHops, int kFrames>
+template <int kShift, int kHops, int kFrames>
 void channel0_powers(const Lanes<2 * kFrames>* spectrum, HopGains& hops) {
     using Z = Lanes<2 * kFrames>;
+    const auto square = [](const Z& z) {
+        return kNarrow<kShift> ? mul_narrow(z, z) : mul_wrap(z, z);
+    };
     for (int k = 0; k < kBins; k += 4) {
         Z power[2];  // of two bins each
         for (int i = 0; i < 2; ++i) {
-            const Z even = mul_wrap(spectrum[k + 2 * i], spectrum[k + 2 * i]);
-            const Z odd = mul_wrap(spectrum[k + 2 * i + 1], spectrum[k + 2 * i + 1]);
+            const Z even = square(spectrum[k + 2 * i]);
+            const Z odd = square(spectrum[k + 2 * i + 1]);
             const Z sum = add_wrap(lower_halves(even, odd), upper_halves(even, odd));
             power[i] = add_wrap(sum, constant<Z>(2));
         }
@@ -34,7 +41,7 @@ void channel0_powers(const Lanes<2 * kFrames>* spectrum, HopGains& hops) {
 }
 
 /** Weights every bin with the gain of its hop and clears DC and Nyquist. spectrum [0..143] */
-template <int kHops, int kFrames>
+template <int kShift, int kHops, int kFrames>
 void weight_bins(Lanes<2 * kFrames>* spectrum, const HopGains& hops) {
     using Z = Lanes<2 * kFrames>;
     const int16_t* gain[size_t{kFrames}];
@@ -46,8 +53,8 @@ void weight_bins(Lanes<2 * kFrames>* spectrum, const HopGains& hops) {
         load_pairs<kFrames>(gain, k, gains);
         for (int i = 0; i < 4; ++i) {
             Z* const bins = spectrum + k + 2 * i;
-            bins[0] = NRSS_GainMul(lower_halves(gains[i], gains[i]), bins[0]);
-            bins[1] = NRSS_GainMul(upper_halves(gains[i], gains[i]), bins[1]);
+            bins[0] = NRSS_GainMul<kNarrow<kShift>>(lower_halves(gains[i], gains[i]), bins[0]);
+            bins[1] = NRSS_GainMul<kNarrow<kShift>>(upper_halves(gains[i], gains[i]), bins[1]);
         }
     }
     spectrum[0] = constant<Z>(0);
@@ -66,10 +73,10 @@ KORVANE_INLINE void process_spectra(Lanes<2 * kFrames>* work, HopGains& hops, bo
     Lanes<2 * kFrames> spectrum[kComplexSize];
     forward_batch<kShift, kFrames>(work, spectrum);
     if (compute) {
-        channel0_powers<kHops, kFrames>(spectrum, hops);
+        channel0_powers<kShift, kHops, kFrames>(spectrum, hops);
         gain_step(hops);
     }
-    weight_bins<kHops, kFrames>(spectrum, hops);
+    weight_bins<kShift, kHops, kFrames>(spectrum, hops);
     inverse_batch<kFrames>(spectrum, work);
 }
 

@@ -82,6 +82,7 @@ void check_arithmetic() {
     KORVANE_SAME(bit_and, a, b);
     KORVANE_SAME(bit_or, a, b);
     KORVANE_SAME(mul_samples, sample, positive16);
+    KORVANE_SAME(mul_narrow, sample, any16);
     KORVANE_SAME(mul_q15, a, any16);
     KORVANE_SAME(mul_half_q15, a, any16);
     KORVANE_SAME(mul_half_positive, a, positive16);

@@ -155,14 +155,14 @@ KORVANE_INLINE void window_hop(const Signal& signal, int32_t* frame) {
     }
     std::copy_n(signal.x, kHopSize, signal.memory->last_hop);
 }
-/** Turns a processed frame into a hop of samples. */
+/** Turns a processed frame, its values within 16 bits, into a hop of samples. */
 template <class V>
 KORVANE_INLINE void overlap_hop(const int32_t* frame, const Signal& signal) {
     int32_t* const tail = signal.memory->tail;
     for (int k = 0; k < kHopSize; k += kLanesOf<V>) {
         store(signal.x + k,
-              overlapped(load_lanes<V>(frame + k), load_lanes<V>(kWideWindow.rising + k),
-                         load_lanes<V>(tail + k), load_lanes<V>(kWideWindow.falling + k)));
+              add_wrap(windowed(load_lanes<V>(frame + k), load_lanes<V>(kWideWindow.rising + k)),
+                       windowed(load_lanes<V>(tail + k), load_lanes<V>(kWideWindow.falling + k))));
     }
     std::copy_n(frame + kHopSize, kHopSize, tail);
 }
