@@ -14,15 +14,14 @@
 namespace korvane::KORVANE_ISA {
 
 /** Whether bins fit 16 bits: of a full band none exceeds 21530. */
-template <int kShift>
-inline constexpr bool kNarrow = kShift == kFullBandShift;
+constexpr bool is_narrow(int shift) { return shift == kFullBandShift; }
 
 /** The powers of channel 0's bins, hop by hop. spectrum [0..143] */
 template <int kShift, int kHops, int kFrames>
 void channel0_powers(const Lanes<2 * kFrames>* spectrum, HopGains& hops) {
     using Z = Lanes<2 * kFrames>;
     const auto square = [](const Z& z) {
-        return kNarrow<kShift> ? mul_narrow(z, z) : mul_wrap(z, z);
+        return is_narrow(kShift) ? mul_narrow(z, z) : mul_wrap(z, z);
     };
     for (int k = 0; k < kBins; k += 4) {
         Z power[2];  // of two bins each
@@ -53,8 +52,8 @@ void weight_bins(Lanes<2 * kFrames>* spectrum, const HopGains& hops) {
         load_pairs<kFrames>(gain, k, gains);
         for (int i = 0; i < 4; ++i) {
             Z* const bins = spectrum + k + 2 * i;
-            bins[0] = NRSS_GainMul<kNarrow<kShift>>(lower_halves(gains[i], gains[i]), bins[0]);
-            bins[1] = NRSS_GainMul<kNarrow<kShift>>(upper_halves(gains[i], gains[i]), bins[1]);
+            bins[0] = NRSS_GainMul<is_narrow(kShift)>(lower_halves(gains[i], gains[i]), bins[0]);
+            bins[1] = NRSS_GainMul<is_narrow(kShift)>(upper_halves(gains[i], gains[i]), bins[1]);
         }
     }
     spectrum[0] = constant<Z>(0);
