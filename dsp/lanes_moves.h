@@ -70,12 +70,6 @@ KORVANE_INLINE auto join(Half a, Half b) {
         return Lanes<2 * kHalf>{a, b};
     }
 }
-// Two vectors of one lane, where the operations below end.
-KORVANE_INLINE int32_t even_lanes(int32_t a, int32_t /*b*/) { return a; }
-KORVANE_INLINE int32_t odd_lanes(int32_t /*a*/, int32_t b) { return b; }
-KORVANE_INLINE int32_t zip_lower(int32_t a, int32_t /*b*/) { return a; }
-KORVANE_INLINE int32_t zip_upper(int32_t /*a*/, int32_t b) { return b; }
-
 // Lane i of the result is lane `index` of a and, after it, b; of more than one register the result is two
 // halves.
 #define KORVANE_SHUFFLE(name, index, lower_half, upper_half)      \

@@ -78,11 +78,12 @@ KORVANE_INLINE void transpose_back(const Lanes<2 * kRows>* columns, Lanes<4>* ro
 
 /** Exchanges rows and columns of a square of lanes, in place. */
 KORVANE_INLINE void transpose_square(int32_t* /*a*/) {}
-KORVANE_INLINE void transpose_square(Lanes<4>* a) {
-    const Lanes<4> low02 = zip_lower(a[0], a[2]);
-    const Lanes<4> high02 = zip_upper(a[0], a[2]);
-    const Lanes<4> low13 = zip_lower(a[1], a[3]);
-    const Lanes<4> high13 = zip_upper(a[1], a[3]);
+template <class V>
+KORVANE_INLINE void transpose_square(V* a) {
+    const V low02 = zip_lower(a[0], a[2]);
+    const V high02 = zip_upper(a[0], a[2]);
+    const V low13 = zip_lower(a[1], a[3]);
+    const V high13 = zip_upper(a[1], a[3]);
     a[0] = zip_lower(low02, low13);
     a[1] = zip_upper(low02, low13);
     a[2] = zip_lower(high02, high13);
