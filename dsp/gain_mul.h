@@ -43,7 +43,7 @@ KORVANE_INLINE constexpr V NRSS_GainMul(V gain, V value) {
 }
 
 static_assert(NRSS_GainMul(32767, 1000) == 999 && NRSS_GainMul(32767, -1000) == -999);
-static_assert(NRSS_GainMul(16384, -2) == 0 && NRSS_GainMul(0, INT32_MIN) == 0);
+static_assert(NRSS_GainMul(16384, -2) == 0 && NRSS_GainMul(int32_t{0}, INT32_MIN) == 0);
 
 }  // namespace korvane
 
