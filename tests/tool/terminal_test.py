@@ -70,6 +70,7 @@ class Terminal(ToolTest):
                 percents = [int(p) for p in re.findall(r"(\d+) %", output)]
                 self.assertEqual(percents, sorted(percents))
                 self.assertLessEqual(percents[-1], 100)
+                self.assertNotRegex(output, r"-\d|\d{7}x")  # a plausible speed
         output, _ = self.on_terminal(self.long, "--progress", "always", NO_COLOR="1")
         self.assertIn("real time", output)
         self.assertNotIn("\x1b[3", output)
@@ -80,7 +81,8 @@ class Terminal(ToolTest):
         before, message, after = output.partition("korvane-vad: /none.wav: No such file or directory\r\n")
         self.assertTrue(message, output)
         self.assertEqual((screen_line(before, 80), screen_line(after, 80)), ("", ""))
-        self.assertRegex(before, r"\d/3 files")
+        self.assertRegex(before, r"\d % .*\d/3 files")
+        self.assertNotRegex(before, r"-\d|\d{7}x")
 
     def test_only_where_it_is_wanted(self):
         self.assertEqual(self.on_terminal(self.long, "--progress", "never"), ("", 0))

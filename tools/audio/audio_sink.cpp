@@ -412,9 +412,6 @@ std::unique_ptr<AudioSink> open_sink(const std::string& path, int sf_format, int
     if (sf_format == 0) {
         return std::make_unique<RawSink>(path, channels);
     }
-    if (path == "-") {
-        throw Failure("standard output", "takes samples without a header only");
-    }
     return std::make_unique<SndfileSink>(path, sf_format, rate, channels);
 }
 

@@ -60,12 +60,11 @@ int64_t ResampledSource::read_source(int64_t n) {
 /** Appends what comes out to the piece. `in` null: the input is at its end. */
 void ResampledSource::convert(const int16_t* in, std::size_t count) {
     const auto channels = static_cast<std::size_t>(info_.channels);
-    std::size_t given = 0;
+    std::size_t done = 0;
     do {
         const std::size_t before = piece_.size();
         piece_.resize(before + kRoom * channels);
         std::size_t taken = 0;
-        std::size_t done = 0;
         const soxr_error_t error =
             soxr_process(resampler_.get(), in, count, &taken, piece_.data() + before, kRoom, &done);
         piece_.resize(before + done * channels);
@@ -74,8 +73,7 @@ void ResampledSource::convert(const int16_t* in, std::size_t count) {
         }
         in = in == nullptr ? nullptr : in + taken * channels;
         count -= taken;
-        given = taken + done;
-    } while (count > 0 || given > 0);
+    } while (count > 0 || done > 0);
 }
 
 }  // namespace korvane::tool

@@ -8,7 +8,7 @@ class Player {
     this.stopAt = null;
     this.changed = () => {};
     this.failed = () => {};
-    this.elements = before && after ? { before: this.element(before), after: this.element(after) } : null;
+    this.elements = before ? { before: this.element(before), after: this.element(after) } : null;
   }
 
   element(bytes) {
