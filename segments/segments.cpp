@@ -1,9 +1,6 @@
 #include "segments/segments.h"
 
 #include <algorithm>
-#include <initializer_list>
-#include <stdexcept>
-#include <utility>
 
 namespace korvane::segments {
 
@@ -17,187 +14,305 @@ constexpr int64_t kHangoverSamples = 19200;
 constexpr int64_t kHuge = int64_t{1} << 60;
 constexpr int64_t kNever = 2 * kHuge;
 
-int64_t round_up(int64_t samples, int64_t frame) { return (samples + frame - 1) / frame * frame; }
-
-void require(bool condition, const char* message) {
-    if (!condition) {
-        throw std::invalid_argument(message);
-    }
-}
-
 /** Joins a segment with one that begins no earlier. */
 void absorb(Segment& segment, const Segment& next) {
     segment.end = std::max(segment.end, next.end);
     segment.open = segment.open || next.open;
 }
 
-}  // namespace
-
-Timing timing_of(int rate, int frame) {
-    require(rate >= 1 && rate <= 49999, "sampling rate outside 1..49999 Hz");
-    require(frame >= 1 && frame <= kMaxFrame, "frame length outside 1..4096 samples");
-    // The stream's ring, one hop of the suppressor, and from 25000 Hz on the allpass filter that
-    // splits the bands, by its delay in the speech band.
-    const int64_t delay = rate < 25000 ? 576 + 144 : 576 + 288 + 3;
-    return {frame, delay, round_up(kOnsetSamples, frame), round_up(kHangoverSamples, frame)};
-}
-
-Segmenter::Segmenter(const Timing& timing, const Rules& rules) : timing_(timing), rules_(rules) {
-    require(timing.frame >= 1 && timing.frame <= kMaxFrame, "frame length outside 1..4096 samples");
-    require(timing.delay >= 0, "negative delay");
-    require(timing.onset >= timing.frame, "onset shorter than a frame");
-    require(timing.hangover >= timing.frame, "hang-over shorter than a frame");
-    for (int64_t* rule : {&rules_.min_gap, &rules_.min_speech, &rules_.pad_start, &rules_.pad_end,
-                          &rules_.max_speech}) {
-        require(*rule >= 0, "negative rule");
-        *rule = std::min(*rule, kHuge);
-    }
-}
+int64_t fed(const Segmenter& s) { return s.frames * s.timing.frame; }
 
 /** Of speech declared by the frame with which `fed` samples have gone in. */
-int64_t Segmenter::aligned_start(int64_t fed) const {
-    if (rules_.align == Align::kNone) {
-        return fed - timing_.frame;
+int64_t aligned_start(const Segmenter& s, int64_t fed) {
+    if (s.rules.align == Align::kNone) {
+        return fed - s.timing.frame;
     }
-    const int64_t run = std::max(fed - timing_.onset, quiet_from_);
-    return std::max<int64_t>(run - timing_.delay, 0);
+    return std::max<int64_t>(fed - s.timing.onset - s.timing.delay, 0);
 }
 
 /** Of speech ended by the frame with which `fed` samples have gone in. */
-int64_t Segmenter::aligned_end(int64_t fed) const {
-    switch (rules_.align) {
+int64_t aligned_end(const Segmenter& s, int64_t fed) {
+    switch (s.rules.align) {
         case Align::kNone:
-            return fed - timing_.frame;
+            return fed - s.timing.frame;
         case Align::kOnset:
-            return fed - timing_.frame - timing_.delay;
+            return fed - s.timing.frame - s.timing.delay;
         case Align::kBoth:
             break;
     }
-    return fed - timing_.hangover - timing_.delay;
+    return fed - s.timing.hangover - s.timing.delay;
 }
 
 /** The input is at least as long: with less, the last frame would not have been needed. */
-int64_t Segmenter::least_length() const {
-    return length_.value_or(
-        std::max<int64_t>((frames_ - 1) * timing_.frame - timing_.delay + 1, 0));
+int64_t least_length(const Segmenter& s) {
+    return s.length ? *s.length
+                    : std::max<int64_t>(fed(s) - s.timing.frame - s.timing.delay + 1, 0);
 }
 
 /** No segment that has not been merged yet begins earlier. */
-int64_t Segmenter::earliest_start() const {
-    if (!aligned_.empty()) {
-        return aligned_.front().start;
+int64_t earliest_start(const Segmenter& s) {
+    if (s.aligned_count > 0) {
+        return s.aligned[0].start;
     }
-    if (speech_) {
-        return speech_->start;
+    if (s.speech) {
+        return s.speech->start;
     }
-    return length_ ? kNever : aligned_start((frames_ + 1) * timing_.frame);
+    return s.length
+               ? kNever
+               : aligned_start(s, std::max(fed(s) + s.timing.frame, s.changed_at + s.timing.onset));
 }
 
-std::optional<Onset> Segmenter::add(bool speech) {
-    if (length_) {
-        throw std::logic_error("a frame after the input's end");
-    }
-    ++frames_;
-    const int64_t fed = frames_ * timing_.frame;
-    if (speech == speech_.has_value()) {
-        return std::nullopt;
-    }
-    if (speech) {
-        speech_ = {aligned_start(fed), fed};
-        return speech_;
-    }
-    // An end before the start comes from answers that no detector gives, or from before the input.
-    const int64_t end = aligned_end(fed);
-    if (end > speech_->start) {
-        aligned_.push_back({speech_->start, end, speech_->decided_at, false});
-    }
-    quiet_from_ = fed;
-    speech_.reset();
-    return std::nullopt;
+/** The speech that goes on ends no earlier, whether by an answer or with the input. */
+int64_t earliest_end(const Segmenter& s) {
+    const int64_t answered =
+        std::max(fed(s) + s.timing.frame, s.speech->decided_at + s.timing.hangover);
+    return std::min(aligned_end(s, answered), least_length(s));
 }
 
-void Segmenter::finish(int64_t length) {
-    if (length_) {
-        throw std::logic_error("the input's end given twice");
-    }
-    require(length >= least_length(), "more frames than an input of this length takes");
-    if (speech_) {
-        aligned_.push_back({speech_->start, length, speech_->decided_at, true});
-        speech_.reset();
-    }
-    for (Segment& segment : aligned_) {
-        segment.end = std::min(segment.end, length);
-    }
-    std::erase_if(aligned_, [](const Segment& s) { return s.start >= s.end; });
-    if (padded_) {
-        padded_->end = std::min(padded_->end, length);
-    }
-    length_ = length;
+void begin_parts(Segmenter& s, const Segment& segment) {
+    const int64_t samples = segment.end - segment.start;
+    const int64_t most = s.rules.max_speech == 0 ? samples : s.rules.max_speech;
+    s.split = segment;
+    s.parts = (samples + most - 1) / most;
+    s.parts_taken = 0;
 }
 
-std::vector<Segment> Segmenter::take() {
-    while (!aligned_.empty() && aligned_.front().end <= least_length()) {
-        merge_near(aligned_.front());
-        aligned_.pop_front();
-    }
-    if (merged_ && earliest_start() - merged_->end >= rules_.min_gap) {
-        drop_or_pad(*merged_);
-        merged_.reset();
-    }
-    if (padded_ && padded_->end <= least_length()) {
-        const int64_t next = merged_ ? merged_->start : earliest_start();
-        if (std::max<int64_t>(next - rules_.pad_start, 0) > padded_->end) {
-            split(*padded_);
-            padded_.reset();
-        }
-    }
-    return std::exchange(done_, {});
+Segment next_part(Segmenter& s) {
+    const int64_t samples = s.split.end - s.split.start;
+    const int64_t longer = samples % s.parts;  // so many parts have a sample more
+    const int64_t start =
+        s.split.start + s.parts_taken * (samples / s.parts) + std::min(s.parts_taken, longer);
+    const int64_t end = start + samples / s.parts + (s.parts_taken < longer ? 1 : 0);
+    ++s.parts_taken;
+    return {start, end, s.split.decided_at, s.split.open && s.parts_taken == s.parts};
 }
 
-void Segmenter::merge_near(const Segment& segment) {
-    if (merged_ && segment.start - merged_->end < rules_.min_gap) {
-        absorb(*merged_, segment);
+void merge_touching(Segmenter& s, const Segment& segment) {
+    if (s.padded && segment.start <= s.padded->end) {
+        absorb(*s.padded, segment);
         return;
     }
-    if (merged_) {
-        drop_or_pad(*merged_);
+    if (s.padded) {
+        begin_parts(s, *s.padded);
     }
-    merged_ = segment;
+    s.padded = segment;
 }
 
-void Segmenter::drop_or_pad(const Segment& segment) {
-    if (segment.end - segment.start < rules_.min_speech) {
+void drop_or_pad(Segmenter& s, const Segment& segment) {
+    if (segment.end - segment.start < s.rules.min_speech) {
         return;
     }
     Segment wider = segment;
-    wider.start = std::max<int64_t>(segment.start - rules_.pad_start, 0);
-    wider.end = std::min(segment.end + rules_.pad_end, length_.value_or(kNever));
-    merge_touching(wider);
+    wider.start = std::max<int64_t>(segment.start - s.rules.pad_start, 0);
+    wider.end = std::min(segment.end + s.rules.pad_end, s.length ? *s.length : kNever);
+    merge_touching(s, wider);
 }
 
-void Segmenter::merge_touching(const Segment& segment) {
-    if (padded_ && segment.start <= padded_->end) {
-        absorb(*padded_, segment);
+void merge_near(Segmenter& s, const Segment& segment) {
+    if (s.merged && segment.start - s.merged->end < s.rules.min_gap) {
+        absorb(*s.merged, segment);
         return;
     }
-    if (padded_) {
-        split(*padded_);
+    if (s.merged) {
+        drop_or_pad(s, *s.merged);
     }
-    padded_ = segment;
+    s.merged = segment;
 }
 
-void Segmenter::split(const Segment& segment) {
-    const int64_t samples = segment.end - segment.start;
-    const int64_t most = rules_.max_speech == 0 ? samples : rules_.max_speech;
-    const int64_t parts = (samples + most - 1) / most;
-    const int64_t longer = samples % parts;  // so many parts have a sample more
-    Segment part = segment;
-    for (int64_t i = 0; i < parts; ++i) {
-        part.end = part.start + samples / parts + (i < longer ? 1 : 0);
-        part.open = segment.open && i == parts - 1;
-        done_.push_back(part);
-        part.start = part.end;
+/** Moves one segment one stage on, where nothing to come can change it in its own. At most one leaves
+ * the last stage, to be taken in parts. Returns whether one could move. */
+bool advance(Segmenter& s) {
+    if (s.aligned_count > 0 && s.aligned[0].end <= least_length(s)) {
+        const Segment first = s.aligned[0];
+        std::copy(s.aligned + 1, s.aligned + s.aligned_count, s.aligned);
+        --s.aligned_count;
+        merge_near(s, first);
+        return true;
     }
+    if (s.merged && earliest_start(s) - s.merged->end >= s.rules.min_gap) {
+        const Segment merged = *s.merged;
+        s.merged.reset();
+        drop_or_pad(s, merged);
+        return true;
+    }
+    if (s.padded && s.padded->end <= least_length(s)) {
+        const int64_t next = s.merged ? s.merged->start : earliest_start(s);
+        if (std::max<int64_t>(next - s.rules.pad_start, 0) > s.padded->end) {
+            begin_parts(s, *s.padded);
+            s.padded.reset();
+            return true;
+        }
+    }
+    return false;
+}
+
+}  // namespace
+
+int64_t whole_frames(int64_t samples, int64_t frame) {
+    return (samples + frame - 1) / frame * frame;
+}
+
+int64_t delay_of(int rate) {
+    // The stream's ring, one hop of the suppressor, and from 25000 Hz on the allpass filter that
+    // splits the bands, by its delay in the speech band.
+    return rate < 25000 ? 576 + 144 : 576 + 288 + 3;
+}
+
+Timing timing_of(int rate, int frame) {
+    if (rate < 1 || rate > 49999 || frame < 1 || frame > kMaxFrame) {
+        return {};
+    }
+    return {frame, delay_of(rate), whole_frames(kOnsetSamples, frame),
+            whole_frames(kHangoverSamples, frame)};
+}
+
+const char* status_text(Status status) {
+    switch (status) {
+        case Status::kOk:
+            return "all is well";
+        case Status::kFrame:
+            return "frame length outside 1..4096 samples";
+        case Status::kDelay:
+            return "delay negative or longer than three onsets and hang-overs";
+        case Status::kOnset:
+            return "onset shorter than a frame";
+        case Status::kHangover:
+            return "hang-over shorter than a frame";
+        case Status::kRule:
+            return "negative rule";
+        case Status::kTooSoon:
+            return "the answer changed sooner than onset or hang-over allow";
+        case Status::kNotTaken:
+            return "no room before segments are taken";
+        case Status::kEnded:
+            return "the input has ended already";
+        case Status::kLength:
+            return "more frames than an input of this length takes";
+    }
+    return "no status";
+}
+
+Status segmenter_init(Segmenter& s, const Timing& timing, const Rules& rules) {
+    if (timing.frame < 1 || timing.frame > kMaxFrame) {
+        return Status::kFrame;
+    }
+    if (timing.onset < timing.frame || timing.onset > kHuge) {
+        return Status::kOnset;
+    }
+    if (timing.hangover < timing.frame || timing.hangover > kHuge) {
+        return Status::kHangover;
+    }
+    if (timing.delay < 0 || timing.delay / 3 > timing.onset + timing.hangover) {
+        return Status::kDelay;
+    }
+    Segmenter fresh;
+    fresh.timing = timing;
+    fresh.rules = rules;
+    for (int64_t Rules::*const rule : {&Rules::min_gap, &Rules::min_speech, &Rules::pad_start,
+                                       &Rules::pad_end, &Rules::max_speech}) {
+        if (rules.*rule < 0) {
+            return Status::kRule;
+        }
+        fresh.rules.*rule = std::min(rules.*rule, kHuge);
+    }
+    s = fresh;
+    return Status::kOk;
+}
+
+Status segmenter_add(Segmenter& s, bool speech, std::optional<Onset>& onset) {
+    onset.reset();
+    if (s.length) {
+        return Status::kEnded;
+    }
+    const int64_t now = fed(s) + s.timing.frame;
+    if (speech == s.speech.has_value()) {
+        ++s.frames;
+        return Status::kOk;
+    }
+    if (now - s.changed_at < (speech ? s.timing.onset : s.timing.hangover)) {
+        return Status::kTooSoon;
+    }
+    if (speech) {
+        s.speech = {aligned_start(s, now), now};
+        onset = s.speech;
+    } else {
+        if (s.aligned_count == kMaxAligned) {
+            return Status::kNotTaken;
+        }
+        const Segment segment = {s.speech->start, aligned_end(s, now), s.speech->decided_at, false};
+        if (segment.end > segment.start) {  // else it is over before the input begins
+            s.aligned[s.aligned_count++] = segment;
+        }
+        s.speech.reset();
+    }
+    s.changed_at = now;
+    ++s.frames;
+    return Status::kOk;
+}
+
+Status segmenter_finish(Segmenter& s, int64_t length) {
+    if (s.length) {
+        return Status::kEnded;
+    }
+    if (length < least_length(s)) {
+        return Status::kLength;
+    }
+    if (s.speech) {
+        if (s.aligned_count == kMaxAligned) {
+            return Status::kNotTaken;
+        }
+        s.aligned[s.aligned_count++] = {s.speech->start, length, s.speech->decided_at, true};
+        s.speech.reset();
+    }
+    int kept = 0;
+    for (int i = 0; i < s.aligned_count; ++i) {
+        Segment segment = s.aligned[i];
+        segment.end = std::min(segment.end, length);
+        if (segment.start < segment.end) {
+            s.aligned[kept++] = segment;
+        }
+    }
+    s.aligned_count = kept;
+    if (s.padded) {
+        s.padded->end = std::min(s.padded->end, length);
+    }
+    s.length = length;
+    return Status::kOk;
+}
+
+bool segmenter_take(Segmenter& s, Segment& segment) {
+    while (s.parts_taken == s.parts) {
+        if (!advance(s)) {
+            return false;
+        }
+    }
+    segment = next_part(s);
+    s.start_given = false;
+    return true;
+}
+
+std::optional<int64_t> segmenter_begun(Segmenter& s) {
+    if (s.start_given || s.rules.align == Align::kNone) {
+        return std::nullopt;
+    }
+    int64_t start = -1;
+    if (s.padded) {
+        start = s.padded->start;
+    } else if (s.merged || s.speech) {
+        const int64_t first = s.merged ? s.merged->start : s.speech->start;
+        int64_t end = s.merged ? s.merged->end : first;
+        if (s.speech && (!s.merged || s.speech->start - end < s.rules.min_gap)) {
+            end = std::max(end, earliest_end(s));
+        }
+        if (end - first < std::max<int64_t>(s.rules.min_speech, 1)) {
+            return std::nullopt;
+        }
+        start = std::max<int64_t>(first - s.rules.pad_start, 0);
+    } else {
+        return std::nullopt;
+    }
+    s.start_given = true;
+    return start;
 }
 
 }  // namespace korvane::segments

@@ -21,6 +21,7 @@
 #include "tools/files/text_output.h"
 #include "tools/report/report.h"
 #include "tools/results/detection.h"
+#include "tools/results/segmenting.h"
 #include "tools/selftest.h"
 
 namespace korvane::tool {
@@ -64,10 +65,10 @@ int detect_live(const std::string& name, const Options& options) {
     const ResultFormat format = options.format;
     const ResultHeader& header = work.header;
     TextOutput output(options.output);
-    segments::Segmenter segmenter(header.timing, header.rules);
+    segments::Segmenter segmenter = segmenter_of(header.timing, header.rules);
     int64_t count = 0;
     const auto write_settled = [&] {
-        for (const segments::Segment& segment : segmenter.take()) {
+        for (segments::Segment segment; segmenter_take(segmenter, segment);) {
             output.write(live_segment(format, header, count++, segment));
         }
     };
@@ -76,7 +77,7 @@ int detect_live(const std::string& name, const Options& options) {
     int64_t length = 0;
     const auto answer = [&](const Frame& frame) {
         length += frame.noisy_count;
-        if (const std::optional<segments::Onset> onset = segmenter.add(frame.speech)) {
+        if (const std::optional<segments::Onset> onset = add_answer(segmenter, frame.speech)) {
             output.write(live_onset(format, header, *onset));
         }
         write_settled();
@@ -88,12 +89,12 @@ int detect_live(const std::string& name, const Options& options) {
         totals = detect(*work.source, header.frame, {.digest = holds_digest(format)}, answer);
     } catch (const Failure&) {
         // What came before the fault counts; that no summary follows tells it from a sound end.
-        segmenter.finish(length);
+        require(segmenter_finish(segmenter, length));
         write_settled();
         output.flush();
         throw;
     }
-    segmenter.finish(totals.length);
+    require(segmenter_finish(segmenter, totals.length));
     write_settled();
     output.write(live_end(format, header, totals, count));
     output.commit();

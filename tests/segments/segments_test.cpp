@@ -4,8 +4,8 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <optional>
 #include <random>
-#include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
@@ -101,13 +101,43 @@ List batch(const Timing& t, const Rules& r, const Flags& flags, int64_t length) 
 
 // ---- What is tested ----
 
+/** A segmenter whose calls must go well. */
+class Segments {
+  public:
+    Segments(const Timing& timing, const Rules& rules) {
+        EXPECT_EQ(segmenter_init(segmenter_, timing, rules), Status::kOk);
+    }
+    std::optional<Onset> add(bool flag) {
+        std::optional<Onset> onset;
+        EXPECT_EQ(segmenter_add(segmenter_, flag, onset), Status::kOk);
+        return onset;
+    }
+    void finish(int64_t length) { EXPECT_EQ(segmenter_finish(segmenter_, length), Status::kOk); }
+    List take() {
+        List list;
+        for (Segment segment; segmenter_take(segmenter_, segment);) {
+            list.push_back(segment);
+        }
+        return list;
+    }
+    /** Whether segments end that nobody has taken is for the segmenter to know. */
+    bool has_room() const { return segmenter_.aligned_count < kMaxAligned - 1; }
+    Segmenter& record() { return segmenter_; }
+
+  private:
+    Segmenter segmenter_;
+};
+
 List segments_of(const Timing& t, const Rules& r, const Flags& flags, int64_t length) {
-    Segmenter segmenter(t, r);
+    Segments segmenter(t, r);
+    List list;
     for (const bool flag : flags) {
         segmenter.add(flag);
+        append(list, segmenter.take());
     }
     segmenter.finish(length);
-    return segmenter.take();
+    append(list, segmenter.take());
+    return list;
 }
 
 Flags flags_of(const std::string& text) {
@@ -130,11 +160,17 @@ class Random {
     /** 0 in every second case, else 1..most. */
     int64_t rule(int64_t most) { return upto(1) == 0 ? 0 : 1 + upto(most - 1); }
 
-    Flags flags(int64_t frames, int64_t change_one_in) {
+    /** Answers that a detector of this timing can give. */
+    Flags flags(const Timing& t, int64_t frames, int64_t change_one_in) {
         Flags result;
-        bool flag = upto(3) == 0;
-        for (int64_t i = 0; i < frames; ++i) {
-            flag = flag != (upto(change_one_in - 1) == 0);
+        bool flag = false;
+        int64_t changed_at = 0;
+        for (int64_t i = 1; i <= frames; ++i) {
+            if (i * t.frame - changed_at >= (flag ? t.hangover : t.onset) &&
+                upto(change_one_in - 1) == 0) {
+                flag = !flag;
+                changed_at = i * t.frame;
+            }
             result.push_back(flag);
         }
         return result;
@@ -163,7 +199,7 @@ Case random_case(Random& random, const Timing& timing, int64_t frames) {
                random.rule(scale),
                random.rule(scale),
                random.rule(scale)};
-    c.flags = random.flags(frames, 1 + random.upto(20));
+    c.flags = random.flags(timing, frames, 1 + random.upto(20));
     const int64_t least = std::max<int64_t>((frames - 1) * timing.frame - timing.delay + 1, 0);
     c.length = least + random.upto(frames * timing.frame - least);
     return c;
@@ -222,30 +258,32 @@ TEST(Segmenter, CasesWorkedOutByHand) {
 }
 
 TEST(Segmenter, AnswersAsSoonAsSpeechIsDeclared) {
-    Segmenter segmenter(kTen, {});
+    Segments segmenter(kTen, {});
     std::vector<Onset> onsets;
-    for (const bool flag : flags_of("001101")) {
+    for (const bool flag : flags_of("001111000111")) {
         if (const auto onset = segmenter.add(flag)) {
             onsets.push_back(*onset);
         }
     }
-    EXPECT_EQ(onsets, (std::vector<Onset>{{0, 30}, {25, 60}}));
+    EXPECT_EQ(onsets, (std::vector<Onset>{{0, 30}, {45, 100}}));
 }
 
-TEST(Segmenter, RandomTracesEqualThePlainBatchWheneverTheyAreTaken) {
+TEST(Segmenter, RandomTracesEqualThePlainBatchAsLongAsThereIsRoom) {
     Random random(1);
     int64_t total = 0;
     for (int i = 0; i < 8000; ++i) {
-        // Every frame length that a detector takes, and smaller delays and runs than it has.
+        // Every frame length that a detector takes; long traces of short frames, to hold a change.
         const Timing timing =
             i < 4096 ? timing_of(i % 2 == 0 ? 8000 : 48000, 1 + i) : random_timing(random);
-        const Case c = random_case(random, timing, 1 + random.upto(120));
+        const int64_t runs = (timing.onset + timing.hangover) / timing.frame;
+        const Case c =
+            random_case(random, timing, 1 + random.upto(120 + std::min<int64_t>(3 * runs, 6000)));
         const int64_t one_in = 1 + random.upto(9);
-        Segmenter segmenter(c.timing, c.rules);
+        Segments segmenter(c.timing, c.rules);
         List list;
         for (const bool flag : c.flags) {
             segmenter.add(flag);
-            if (random.upto(one_in - 1) == 0) {
+            if (!segmenter.has_room() || random.upto(one_in - 1) == 0) {
                 append(list, segmenter.take());
             }
         }
@@ -265,11 +303,26 @@ TEST(Segmenter, RandomTracesEqualThePlainBatchWheneverTheyAreTaken) {
     EXPECT_GT(total, 4000);  // the traces have something in them
 }
 
-/** The segments with which the results of all futures begin: up to `horizon` further frames, and
- * every length with which the frames are as many as it takes. Stops early at `enough`. */
-List common_to_all_futures(const Case& c, int horizon, std::size_t enough) {
-    List common;
-    bool first = true;
+bool possible(const Timing& t, const Flags& flags) {
+    bool before = false;
+    int64_t changed_at = 0;
+    for (std::size_t i = 0; i < flags.size(); ++i) {
+        const int64_t fed = (static_cast<int64_t>(i) + 1) * t.frame;
+        if (flags[i] != before) {
+            if (fed - changed_at < (flags[i] ? t.onset : t.hangover)) {
+                return false;
+            }
+            before = flags[i];
+            changed_at = fed;
+        }
+    }
+    return true;
+}
+
+/** The segments of all futures: up to `horizon` further frames, and every length with which the frames
+ * are as many as it takes. */
+std::vector<List> all_futures(const Case& c, int horizon) {
+    std::vector<List> futures;
     for (int more = 0; more <= horizon; ++more) {
         for (int bits = 0; bits < 1 << more; ++bits) {
             Flags flags = c.flags;
@@ -278,25 +331,39 @@ List common_to_all_futures(const Case& c, int horizon, std::size_t enough) {
             }
             const int64_t fed = std::ssize(flags) * c.timing.frame;
             const int64_t least = std::max<int64_t>(fed - c.timing.frame - c.timing.delay + 1, 0);
-            for (int64_t length = least; length <= fed; ++length) {
-                const List list = batch(c.timing, c.rules, flags, length);
-                const auto same =
-                    std::mismatch(common.begin(), common.end(), list.begin(), list.end());
-                common = first ? list : List(common.begin(), same.first);
-                first = false;
-                if (common.size() <= enough) {
-                    return common;
-                }
+            for (int64_t length = least; possible(c.timing, flags) && length <= fed; ++length) {
+                futures.push_back(batch(c.timing, c.rules, flags, length));
             }
         }
+    }
+    return futures;
+}
+
+/** The segments with which all of them begin. */
+List common_beginning(const std::vector<List>& lists) {
+    List common = lists.front();
+    for (const List& list : lists) {
+        const auto same = std::mismatch(common.begin(), common.end(), list.begin(), list.end());
+        common = List(common.begin(), same.first);
     }
     return common;
 }
 
-TEST(Segmenter, HandsOutASegmentOnceNoFutureCanChangeItAndNotLater) {
+/** Where the segment behind the first `taken` begins, if that is the same in all of them. */
+std::optional<int64_t> common_start(const std::vector<List>& lists, std::size_t taken) {
+    for (const List& list : lists) {
+        if (list.size() <= taken || list[taken].start != lists.front()[taken].start) {
+            return std::nullopt;
+        }
+    }
+    return lists.front()[taken].start;
+}
+
+TEST(Segmenter, SaysWhatNoFutureCanChangeAndNotLater) {
     Random random(4);
-    int64_t before_the_end = 0;
-    for (int i = 0; i < 3000; ++i) {
+    int64_t segments = 0;
+    int64_t starts = 0;
+    for (int i = 0; i < 600; ++i) {
         const int64_t frame = 1 + random.upto(2);
         Case c;
         c.timing = {frame, random.upto(5), frame * (1 + random.upto(2)),
@@ -306,72 +373,118 @@ TEST(Segmenter, HandsOutASegmentOnceNoFutureCanChangeItAndNotLater) {
         // Without alignment the input's end, which the zeros hide for as long as the delay, may still
         // make a segment of the frames in between too short to count.
         const int64_t late = c.rules.align == Align::kNone ? c.timing.delay + frame - 1 : 0;
-        Segmenter segmenter(c.timing, c.rules);
+        Segments segmenter(c.timing, c.rules);
         List taken;
+        std::optional<int64_t> start;      // of the segment to be taken next, once it is said
         std::vector<std::size_t> settled;  // by the number of frames
-        for (const bool flag : random.flags(20, 2)) {
+        for (const bool flag : random.flags(c.timing, 20, 2)) {
             c.flags.push_back(flag);
             segmenter.add(flag);
+            const std::size_t before = taken.size();
             append(taken, segmenter.take());
-            List common = common_to_all_futures(c, 9, taken.size());
+            const std::vector<List> futures = all_futures(c, 8);
+            List common = common_beginning(futures);
             settled.push_back(common.size());
             common.resize(std::min(common.size(), taken.size()));
             ASSERT_EQ(taken, common) << "case " << i;
             ASSERT_GE(taken.size(), settled[static_cast<std::size_t>(std::max<int64_t>(
                                         std::ssize(settled) - 1 - late / frame, 0))])
                 << "case " << i;
+            if (taken.size() > before) {
+                ASSERT_TRUE(!start || *start == taken[before].start) << "case " << i;
+                start.reset();
+            }
+            if (const auto begun = segmenter_begun(segmenter.record())) {
+                ASSERT_FALSE(start) << "case " << i;
+                start = begun;
+                ++starts;
+            }
+            if (c.rules.align != Align::kNone) {
+                ASSERT_EQ(start, common_start(futures, taken.size())) << "case " << i;
+            }
         }
-        before_the_end += std::ssize(taken);
+        segments += std::ssize(taken);
     }
-    EXPECT_GT(before_the_end, 3000);
+    EXPECT_GT(segments, 600);
+    EXPECT_GT(starts, 400);
 }
 
 TEST(Segmenter, CountsBeyond32Bits) {
     // 2^21 frames of 4096 samples, and rules that would overflow if they were added blindly.
     const Timing timing = timing_of(8000, 4096);
-    Segmenter segmenter(timing, {Align::kBoth, INT64_MAX, 1, INT64_MAX, INT64_MAX, INT64_MAX});
     constexpr int64_t kFrames = int64_t{1} << 21;
-    for (int64_t i = 0; i < kFrames; ++i) {
-        segmenter.add(i == 100 || i == kFrames - 5);
-    }
-    // The end of the first segment before its start, that of the second beyond: one frame of speech
-    // is less than any hang-over.
-    segmenter.finish(kFrames * 4096 - 720);
-    EXPECT_EQ(segmenter.take(), List{});
-
-    Segmenter long_speech(timing, {Align::kOnset, 0, 0, 0, 0, (int64_t{1} << 32) - 400});
-    for (int64_t i = 0; i < kFrames; ++i) {
-        long_speech.add(true);
-    }
     const int64_t length = kFrames * 4096 - 720;  // 2^33 - 720, three parts
-    long_speech.finish(length);
+    const auto speak = [&](const Rules& rules, int64_t first, int64_t last) {
+        Segments segmenter(timing, rules);
+        for (int64_t i = 0; i < kFrames; ++i) {
+            segmenter.add(first <= i && i <= last);
+        }
+        segmenter.finish(length);
+        return segmenter.take();
+    };
+    constexpr int64_t kMost = INT64_MAX;
+    EXPECT_EQ(speak({Align::kBoth, kMost, 1, kMost, kMost, kMost}, kFrames - 20, kFrames - 8),
+              (List{{0, length, (kFrames - 19) * 4096, false}}));
     const int64_t third = length / 3;  // and two samples over
-    EXPECT_EQ(long_speech.take(), (List{{0, third + 1, 4096, false},
-                                        {third + 1, 2 * third + 2, 4096, false},
-                                        {2 * third + 2, length, 4096, true}}));
+    EXPECT_EQ(speak({Align::kOnset, 0, 0, 0, 0, (int64_t{1} << 32) - 400}, 0, kFrames),
+              (List{{0, third + 1, 4096, false},
+                    {third + 1, 2 * third + 2, 4096, false},
+                    {2 * third + 2, length, 4096, true}}));
 }
 
 TEST(Segmenter, RefusesWhatMakesNoSense) {
-    for (const Timing& timing :
-         {Timing{0, 0, 1, 1}, Timing{4097, 0, 4097, 4097}, Timing{10, -1, 10, 10},
-          Timing{10, 0, 9, 10}, Timing{10, 0, 10, 9}}) {
-        EXPECT_THROW(Segmenter(timing, {}), std::invalid_argument);
+    const struct {
+        Timing timing;
+        Rules rules;
+        Status status;
+    } cases[] = {
+        {{0, 0, 1, 1}, {}, Status::kFrame},
+        {{4097, 0, 4097, 4097}, {}, Status::kFrame},
+        {{10, -1, 10, 10}, {}, Status::kDelay},
+        {{10, 63, 10, 10}, {}, Status::kDelay},
+        {{10, 0, 9, 10}, {}, Status::kOnset},
+        {{10, 0, 10, 9}, {}, Status::kHangover},
+        {{10, 0, 10, INT64_MAX}, {}, Status::kHangover},
+        {kTen, {Align::kBoth, 0, 0, 0, -1}, Status::kRule},
+        {timing_of(0, 160), {}, Status::kFrame},
+        {timing_of(50000, 160), {}, Status::kFrame},
+        {timing_of(8000, 0), {}, Status::kFrame},
+        {timing_of(8000, 4097), {}, Status::kFrame},
+    };
+    for (const auto& c : cases) {
+        Segmenter s;
+        EXPECT_EQ(segmenter_init(s, c.timing, c.rules), c.status) << "case " << &c - cases;
+        EXPECT_STRNE(status_text(c.status), status_text(Status::kOk));
     }
-    EXPECT_THROW(Segmenter(kTen, {Align::kBoth, 0, 0, 0, -1}), std::invalid_argument);
-    for (const auto& [rate, frame] :
-         std::vector<std::pair<int, int>>{{0, 160}, {50000, 160}, {8000, 0}, {8000, 4097}}) {
-        EXPECT_THROW(timing_of(rate, frame), std::invalid_argument);
+
+    Segments segments(kTen, {});
+    Segmenter& s = segments.record();
+    std::optional<Onset> onset;
+    EXPECT_EQ(segmenter_add(s, true, onset), Status::kTooSoon);
+    for (const bool flag : flags_of("001111")) {
+        segments.add(flag);
     }
-    Segmenter segmenter(kTen, {});
-    for (int i = 0; i < 6; ++i) {
-        segmenter.add(true);
+    EXPECT_EQ(segmenter_finish(s, 25), Status::kLength);  // five frames flush 25 samples
+    EXPECT_EQ(segmenter_finish(s, 26), Status::kOk);
+    EXPECT_EQ(segmenter_finish(s, 26), Status::kEnded);
+    EXPECT_EQ(segmenter_add(s, false, onset), Status::kEnded);
+    EXPECT_EQ(segments.take(), (List{{0, 26, 30, true}}));
+    EXPECT_EQ(segmenter_init(s, kTen, {}), Status::kOk);
+    EXPECT_EQ(segmenter_finish(s, -1), Status::kLength);
+
+    // Nobody takes what ends: the answer that there is no room for counts once there is.
+    EXPECT_EQ(segmenter_init(s, kPlain, {}), Status::kOk);
+    bool flag = false;
+    int64_t frames = 0;
+    while (segmenter_add(s, flag, onset) == Status::kOk) {
+        flag = !flag;
+        ++frames;
     }
-    EXPECT_THROW(segmenter.finish(25), std::invalid_argument);  // five frames flush 25 samples
-    segmenter.finish(26);
-    EXPECT_THROW(segmenter.finish(26), std::logic_error);
-    EXPECT_THROW(segmenter.add(false), std::logic_error);
-    EXPECT_EQ(segmenter.take(), (List{{0, 26, 10, true}}));
-    EXPECT_THROW(Segmenter(kTen, {}).finish(-1), std::invalid_argument);
+    EXPECT_EQ(segmenter_add(s, flag, onset), Status::kNotTaken);
+    EXPECT_EQ(segments.take().size(), std::size_t{kMaxAligned});
+    EXPECT_EQ(segmenter_add(s, flag, onset), Status::kOk);
+    segments.finish(10 * (frames + 1));
+    EXPECT_EQ(segments.take().size(), 1U);
 }
 
 }  // namespace

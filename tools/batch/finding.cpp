@@ -2,6 +2,8 @@
 
 #include <optional>
 
+#include "tools/results/segmenting.h"
+
 namespace korvane::tool {
 
 Work::Work(const std::string& name, const Options& options)
@@ -21,20 +23,21 @@ void Work::tick(const Frame& frame, const Tick& tick) const {
 
 std::pair<StreamTotals, std::vector<segments::Segment>> segments_of(
     const Work& work, Measures measures, const std::function<void(const Frame&)>& each) {
-    segments::Segmenter segmenter(work.header.timing, work.header.rules);
+    segments::Segmenter segmenter = segmenter_of(work.header.timing, work.header.rules);
     std::vector<segments::Segment> list;
     const auto collect = [&] {
-        const std::vector<segments::Segment> more = segmenter.take();
-        list.insert(list.end(), more.begin(), more.end());
+        for (segments::Segment segment; segmenter_take(segmenter, segment);) {
+            list.push_back(segment);
+        }
     };
     const StreamTotals totals =
         detect(*work.source, work.header.frame, measures, [&](const Frame& frame) {
-            segmenter.add(frame.speech);
+            add_answer(segmenter, frame.speech);
             collect();
             each(frame);
             return true;
         });
-    segmenter.finish(totals.length);
+    require(segmenter_finish(segmenter, totals.length));
     collect();
     return {totals, list};
 }

@@ -106,7 +106,7 @@ class Detection {
           frame_(frame),
           measures_(measures),
           channels_(source.info().channels),
-          delay_(segments::timing_of(source.info().rate, frame).delay),
+          delay_(segments::delay_of(source.info().rate)),
           detector_(source.info().rate, channels_, frame),
           noisy_(static_cast<std::size_t>(frame * channels_)),
           cleaned_(noisy_.size()) {}
