@@ -25,6 +25,9 @@ struct Detector {
     uint8_t nrss_reinit_pending;
 };
 
+/** A stream's beginning at a rate in Hz: decision, ring and suppressor, without a word to the log. */
+void vad_start(Detector& d, int32_t rate);
+
 void vad_init(Detector& d);
 void vad_configure_rate(Detector& d, VadHandle& handle, uint32_t rate);
 void vad_configure_frame_length(VadHandle& handle, uint32_t length);

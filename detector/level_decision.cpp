@@ -38,25 +38,31 @@ uint64_t sum_of_squares(const int16_t* x, int n) {
     return sum;
 }
 
-double mean_square(const int16_t* x, int n) {
-    const auto sum = static_cast<double>(sum_of_squares(x, n));
-    return sum / (static_cast<double>(n) * kFullScaleSquare);
+double mean_square(uint64_t sum, int n) {
+    return static_cast<double>(sum) / (static_cast<double>(n) * kFullScaleSquare);
 }
 
 double decibels(double mean_square) { return 20.0 * std::log10(std::sqrt(mean_square) + kSilence); }
 
-/** Whether the level of a frame lies above a threshold; n is not 0. */
-bool is_above(const int16_t* x, int n, const Threshold& t) {
-    const double square = mean_square(x, n);
+/** Whether the level of a frame of n samples lies above a threshold; n is not 0. */
+bool is_above(uint64_t sum, int n, const Threshold& t) {
+    const double square = mean_square(sum, n);
     if (square < t.surely_below || square > t.surely_above) {
         return square > t.surely_above;
     }
     return decibels(square) > t.decibels;
 }
 
+/** That decides the next frame. */
+const Threshold& threshold_now(const VorState& s) {
+    const bool speech = s.speech != 0;
+    const bool enabled = (speech ? s.stay_enabled : s.enter_enabled) != 0;
+    return !enabled ? kFullScale : speech ? kStay : kEnter;
+}
+
 }  // namespace
 
-double level_db(const int16_t* x, int n) { return decibels(mean_square(x, n)); }
+double level_db(const int16_t* x, int n) { return decibels(mean_square(sum_of_squares(x, n), n)); }
 
 void VOR_Init(VorState& s) { s = {1, 1, 1, 480, 19200, 0, 0}; }
 
@@ -67,18 +73,10 @@ void VOR_SetFs(VorState& s) {
     s.hangover_samples = static_cast<int32_t>(std::floor(base * 0.4));
 }
 
-int VOR_Decide(VorState& s, const int16_t* ch0, const int16_t* ch1, int n) {
+int VOR_Count(VorState& s, bool above, int n) {
+    // A countdown runs while frames ask for the other decision; one that does not ends it.
     const bool speech = s.speech != 0;
-    const bool enabled = (speech ? s.stay_enabled : s.enter_enabled) != 0;
-    const Threshold& t = !enabled ? kFullScale : speech ? kStay : kEnter;
-
-    // A countdown runs while frames ask for the other decision; one that does not ends it. Of two
-    // channels the louder counts. A frame of no samples has no level and asks for nothing.
-    const auto above = [&] {
-        return is_above(ch0, n, t) || (ch1 != nullptr && is_above(ch1, n, t));
-    };
-    const bool leaving = n != 0 && above() != speech;
-    if (!leaving) {
+    if (above == speech) {
         s.countdown = 0;
         return static_cast<int>(s.speech);
     }
@@ -91,6 +89,24 @@ int VOR_Decide(VorState& s, const int16_t* ch0, const int16_t* ch1, int n) {
         s.countdown = 0;
     }
     return static_cast<int>(s.speech);
+}
+
+int VOR_DecideSquares(VorState& s, const uint64_t* squares, int channels, int n) {
+    const Threshold& t = threshold_now(s);
+    // Of two channels the louder counts.
+    return VOR_Count(s, is_above(squares[0], n, t) || (channels == 2 && is_above(squares[1], n, t)),
+                     n);
+}
+
+int VOR_Decide(VorState& s, const int16_t* ch0, const int16_t* ch1, int n) {
+    if (n == 0) {  // such a frame has no level and asks for nothing
+        return VOR_Count(s, s.speech != 0, n);
+    }
+    const Threshold& t = threshold_now(s);
+    return VOR_Count(s,
+                     is_above(sum_of_squares(ch0, n), n, t) ||
+                         (ch1 != nullptr && is_above(sum_of_squares(ch1, n), n, t)),
+                     n);
 }
 
 }  // namespace korvane

@@ -26,6 +26,25 @@ void VOR_SetFs(VorState& s);
 int VOR_Decide(VorState& s, const int16_t* ch0, const int16_t* ch1, int n);
 
 /**
+ * VOR_Decide on a frame of which only the sums of its squares are left.
+ *
+ * @param squares   [0..channels-1] sum of the squares of a channel's n samples
+ * @param channels  1 or 2
+ * @param n         samples per channel, 1 or more
+ */
+int VOR_DecideSquares(VorState& s, const uint64_t* squares, int channels, int n);
+
+/**
+ * The counting alone: the next decision where somebody else compares a frame with the threshold.
+ *
+ * @param above  whether the frame lies above the threshold to enter speech or, while the decision is
+ *               speech, above the one to stay
+ * @param n      samples in the frame
+ * @return       1 speech, 0 no speech
+ */
+int VOR_Count(VorState& s, bool above, int n);
+
+/**
  * Level of one frame in dB, full scale 32768: 20*log10(rms + 1e-7). Silence is -140 dB.
  *
  * @param x  [0..n-1] int16 samples

@@ -39,12 +39,16 @@ int process_planar(Detector& d, VadHandle& handle, int n) {
 
 }  // namespace
 
-void vad_init(Detector& d) {
-    log_sink()(kLogInfo, kLogTag, "VoiceActivityDetectionInit() Version %s", version_text);
+void vad_start(Detector& d, int32_t rate) {
     VOR_Init(d.level);
     VOR_SetFs(d.level);
     NRSS_BufInit(d.stream);
-    NRSS_Init(d.suppressor, kSuppressionLevel, kStartRate);
+    NRSS_Init(d.suppressor, kSuppressionLevel, rate);
+}
+
+void vad_init(Detector& d) {
+    log_sink()(kLogInfo, kLogTag, "VoiceActivityDetectionInit() Version %s", version_text);
+    vad_start(d, kStartRate);
     d.nrss_reinit_pending = 1;
 }
 
