@@ -1,0 +1,123 @@
+#include "streams/settings.h"
+
+#include <algorithm>
+
+namespace korvane {
+
+namespace {
+
+/** What the suppressor does to a sound whose bins are all let through, by the number of bands. */
+struct BandGain {
+    Level loss;
+    int32_t restoring;  // Q14
+};
+constexpr BandGain kOneBand = {1279, 29127};   // amplitude 9/16
+constexpr BandGain kTwoBands = {-262, 14564};  // amplitude 9/8, below a quarter of the rate
+
+constexpr int32_t kMaxRate = 49999;
+constexpr int32_t kTwoBandRate = 25000;
+
+/** Of the two counts of the decision `detector`, which are samples at every rate. */
+constexpr int32_t kDetectorOnset = 480;
+constexpr int32_t kDetectorHangover = 19200;
+
+/** The nearest number of samples. */
+int32_t samples_of(int32_t milliseconds, int32_t rate) {
+    return static_cast<int32_t>((int64_t{milliseconds} * rate + 500) / 1000);
+}
+
+bool is_level(float decibels) { return decibels >= -140 && decibels <= 0; }
+
+Level nearest_level(float decibels) {
+    return static_cast<Level>(decibels * kDecibel - 0.5F);  // neither is positive
+}
+
+int32_t error_in(const KorvaneStreamConfig& c) {
+    if (c.size != sizeof c) {
+        return KORVANE_ERROR_CONFIG;
+    }
+    if (c.sampling_rate < 1 || c.sampling_rate > kMaxRate) {
+        return KORVANE_ERROR_RATE;
+    }
+    if (c.channels != 1 && c.channels != 2) {
+        return KORVANE_ERROR_CHANNELS;
+    }
+    if (c.frame_length < 1 || c.frame_length > KORVANE_STREAM_MAX_FRAME) {
+        return KORVANE_ERROR_FRAME_LENGTH;
+    }
+    if (c.decision < KORVANE_DECISION_ADAPTIVE || c.decision > KORVANE_DECISION_DETECTOR) {
+        return KORVANE_ERROR_DECISION;
+    }
+    if (!is_level(c.enter_db) || !is_level(c.stay_db) || c.stay_db > c.enter_db) {
+        return KORVANE_ERROR_THRESHOLD;
+    }
+    for (const int32_t time : {c.onset_ms, c.hangover_ms, c.min_gap_ms, c.min_speech_ms,
+                               c.max_speech_ms, c.pad_start_ms, c.pad_end_ms}) {
+        if (time < 0 || time > KORVANE_STREAM_MAX_MS) {
+            return KORVANE_ERROR_TIME;
+        }
+    }
+    return KORVANE_OK;
+}
+
+/** When frames are decided, and when the input says so. */
+segments::Timing timing_of(const StreamSettings& s) {
+    if (s.decision == KORVANE_DECISION_DETECTOR) {
+        return segments::timing_of(s.rate, s.frame);
+    }
+    const auto run = [&](int32_t samples) {
+        return segments::whole_frames(std::max(samples, 1), s.frame);
+    };
+    return {s.frame, 0, run(s.onset), run(s.hangover)};  // whose frames are the input's
+}
+
+}  // namespace
+
+KorvaneStreamConfig default_config(int32_t rate, int32_t channels) {
+    KorvaneStreamConfig c = {};
+    c.size = sizeof c;
+    c.sampling_rate = rate;
+    c.channels = channels;
+    c.frame_length = std::max(rate / 100, 1);
+    c.decision = KORVANE_DECISION_ADAPTIVE;
+    c.restore_level = 1;
+    c.enter_db = -45;
+    c.stay_db = -50;
+    c.onset_ms = 50;
+    c.hangover_ms = 200;
+    return c;
+}
+
+int32_t settings_of(const KorvaneStreamConfig& c, StreamSettings& settings) {
+    const int32_t error = error_in(c);
+    if (error != KORVANE_OK) {
+        return error;
+    }
+    const auto samples = [&](int32_t milliseconds) {
+        return samples_of(milliseconds, c.sampling_rate);
+    };
+    const BandGain& gain = c.sampling_rate < kTwoBandRate ? kOneBand : kTwoBands;
+    StreamSettings s = {};
+    s.rate = c.sampling_rate;
+    s.channels = c.channels;
+    s.frame = c.frame_length;
+    s.decision = c.decision;
+    s.delay = static_cast<int32_t>(segments::delay_of(c.sampling_rate));
+    s.enter = nearest_level(c.enter_db);
+    s.stay = nearest_level(c.stay_db);
+    const bool counts = c.decision == KORVANE_DECISION_DETECTOR;
+    s.onset = counts ? kDetectorOnset : samples(c.onset_ms);
+    s.hangover = counts ? kDetectorHangover : samples(c.hangover_ms);
+    s.loss = gain.loss;
+    s.restoring = c.restore_level != 0 ? gain.restoring : 0;
+    s.timing = timing_of(s);
+    s.rules.min_gap = samples(c.min_gap_ms);
+    s.rules.min_speech = samples(c.min_speech_ms);
+    s.rules.max_speech = samples(c.max_speech_ms);
+    s.rules.pad_start = samples(c.pad_start_ms);
+    s.rules.pad_end = samples(c.pad_end_ms);
+    settings = s;
+    return KORVANE_OK;
+}
+
+}  // namespace korvane

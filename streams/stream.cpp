@@ -1,0 +1,180 @@
+#include "streams/stream.h"
+
+#include <algorithm>
+
+#include "dsp/fixed_point.h"
+#include "dsp/gain_mul.h"
+
+namespace korvane {
+
+namespace {
+
+constexpr int32_t kEnterScore = 16384;         // 0.5 in Q15
+constexpr int32_t kStayScore = 13107;          // 0.4
+constexpr Level kLeastEnter = -60 * kDecibel;  // of the suppressor's output, for the score
+
+void add_squares(uint64_t& sum, const int16_t* x, int32_t n) {
+    for (int32_t i = 0; i < n; ++i) {
+        sum += static_cast<uint32_t>(x[i] * x[i]);
+    }
+}
+
+/**
+ * The suppressor's noise estimate as a level. By Parseval the mean square of a frame under its window,
+ * whose squares sum to 144, is the sum of 144 bins' power / 144^2; the spectrum was shifted right
+ * before it was squared. Each power has 2 added, which the estimate's factor of 1.15 has enlarged.
+ */
+Level noise_level(const NrssState& s) {
+    if (s.frame_count < s.startup_frames) {
+        return kSilence;  // there is no estimate yet
+    }
+    constexpr int32_t kAdded = 2;
+    // A minimum lies below the mean by more than that factor makes good: by so much for white noise of
+    // -12 to -32 dB, at 8000 to 24000 Hz and at 32000 and 48000 Hz.
+    constexpr Level kBelowMean[] = {794, 538};  // 3.1 and 2.1 dB
+    uint64_t sum = 0;
+    for (const int32_t* noise = s.noise; noise != s.noise + kBins; ++noise) {
+        sum += static_cast<uint64_t>(std::max(*noise - kAdded, 0));
+    }
+    const bool two_bands = s.rate_class == kTwoBandClass;
+    const int shift = two_bands ? kLowBandShift : kFullBandShift;
+    const Level minimum = level_of(sum << (2 * shift), kBins * kBins);
+    return minimum == kSilence ? kSilence : minimum + kBelowMean[two_bands ? 1 : 0];
+}
+
+void tell(const Stream& s, int32_t kind, bool open, int64_t position, int64_t start) {
+    const KorvaneStreamEvent event = {kind, open ? 1 : 0, position, start};
+    s.config.on_event(s.config.user, &event);
+}
+
+/** The events that nothing to come can change. */
+void tell_segments(Stream& s) {
+    for (;;) {
+        const bool begun = s.segmenter.start_given;
+        segments::Segment segment;
+        if (!segmenter_take(s.segmenter, segment)) {
+            break;
+        }
+        if (!begun) {
+            tell(s, KORVANE_SPEECH_START, false, segment.start, segment.start);
+        }
+        tell(s, KORVANE_SPEECH_END, segment.open, segment.end, segment.start);
+    }
+    if (const std::optional<int64_t> start = segmenter_begun(s.segmenter)) {
+        tell(s, KORVANE_SPEECH_START, false, *start, *start);
+    }
+}
+
+/** Speech or not, of a frame that has this level on the input's scale; score gets 0..1. */
+int decide(Stream& s, Level level, int32_t n, float& score) {
+    const StreamSettings& t = s.settings;
+    VorState& count = s.detector.level;
+    int speech = 0;
+    switch (t.decision) {
+        case KORVANE_DECISION_DETECTOR:
+            speech = VOR_DecideSquares(count, s.squares, t.channels, n);
+            break;
+        case KORVANE_DECISION_FIXED:
+            speech = VOR_Count(count, level > (count.speech != 0 ? t.stay : t.enter), t.frame);
+            break;
+        default: {
+            const int32_t evidence = level_score(s.level_score, level, kLeastEnter + t.loss);
+            score = static_cast<float>(evidence) / 32768;
+            const bool above = count.speech != 0 ? evidence > kStayScore : evidence >= kEnterScore;
+            return VOR_Count(count, above, t.frame);
+        }
+    }
+    score = static_cast<float>(speech);
+    return speech;
+}
+
+void end_frame(Stream& s) {
+    const int32_t n = s.filled;
+    const uint64_t loudest = std::max(s.squares[0], s.squares[1]);
+    Level level = level_of(loudest, static_cast<uint32_t>(n));
+    level += level == kSilence ? 0 : s.settings.loss;
+    KorvaneStreamResult& result = s.last;
+    result.position = s.next_position;
+    result.length = n;
+    result.speech = decide(s, level, n, result.score);
+    result.level_db = in_decibels(level);
+    result.noise_db = in_decibels(s.noise);
+    s.has_result = true;
+    s.next_position += n;
+    s.filled = 0;
+    s.squares[0] = 0;
+    s.squares[1] = 0;
+    if (s.config.on_result != nullptr) {
+        s.config.on_result(s.config.user, &result);
+    }
+    if (s.config.on_event != nullptr) {
+        std::optional<segments::Onset> onset;
+        segmenter_add(s.segmenter, result.speech != 0, onset);
+        tell_segments(s);
+    }
+}
+
+}  // namespace
+
+void stream_start(Stream& s, const KorvaneStreamConfig& config, const StreamSettings& settings) {
+    s = {};
+    s.mark = kStreamMark;
+    s.config = config;
+    s.settings = settings;
+    vad_start(s.detector, settings.rate);
+    s.detector.level.onset_samples = settings.onset;
+    s.detector.level.hangover_samples = settings.hangover;
+    segmenter_init(s.segmenter, settings.timing, settings.rules);
+    level_score_start(s.level_score, settings.rate, settings.frame);
+    const bool of_the_detector = settings.decision == KORVANE_DECISION_DETECTOR;
+    s.to_skip = of_the_detector ? 0 : settings.delay;
+    s.next_position = of_the_detector ? -settings.delay : 0;
+    s.noise = kSilence;
+}
+
+int32_t stream_room(const Stream& s) {
+    const int32_t of_frame = s.to_skip > 0 ? s.to_skip : s.settings.frame - s.filled;
+    return std::min(kBlockSize - s.detector.stream.fill, of_frame);
+}
+
+void stream_step(Stream& s, int16_t* ch0, int16_t* ch1, int32_t n) {
+    NrssStreamState& ring = s.detector.stream;
+    NRSS_Buffered(ring, s.detector.suppressor, ch0, ch1, n);
+    if (s.to_skip > 0) {
+        s.to_skip -= n;
+    } else {
+        add_squares(s.squares[0], ch0, n);
+        if (ch1 != ch0) {
+            add_squares(s.squares[1], ch1, n);
+        }
+        s.filled += n;
+        if (s.filled == s.settings.frame) {
+            end_frame(s);
+        }
+    }
+    if (ring.fill == 0) {
+        s.noise = noise_level(s.detector.suppressor);
+    }
+}
+
+bool stream_flushing(const Stream& s) {
+    const int64_t cleaned = s.next_position + s.filled;
+    if (s.heard == 0) {
+        return false;
+    }
+    // The detector answers whole frames.
+    const bool whole = s.filled == 0 || s.settings.decision != KORVANE_DECISION_DETECTOR;
+    return s.to_skip > 0 || cleaned < s.heard || !whole;
+}
+
+void stream_finish(Stream& s) {
+    if (s.filled > 0) {
+        end_frame(s);
+    }
+    if (s.config.on_event != nullptr) {
+        segmenter_finish(s.segmenter, s.heard);
+        tell_segments(s);
+    }
+}
+
+}  // namespace korvane
