@@ -71,7 +71,7 @@ void hear(Stream& s, const Channels<const T>& in, const Channels<T>& out, int64_
             }
         }
         stream_step(s, piece[0], piece[channels - 1], count);
-        for (int32_t c = 0; c < channels && out.base[c] != nullptr; ++c) {
+        for (int32_t c = 0; c < (out.base[0] != nullptr ? channels : 0); ++c) {
             T* const y = out.base[c] + at * out.step;
             for (int32_t i = 0; i < count; ++i) {
                 from_int16(restored(piece[c][i], s.settings.restoring), y[i * out.step]);
@@ -141,7 +141,7 @@ int32_t end(Stream& s, const Channels<T>& out) {
             hear(s, silence, Channels<T>{{nullptr, nullptr}, 1}, 1);
         }
     } else {
-        for (int32_t c = 0; c < s.settings.channels && out.base[c] != nullptr; ++c) {
+        for (int32_t c = 0; c < (out.base[0] != nullptr ? s.settings.channels : 0); ++c) {
             for (int32_t i = 0; i < s.settings.delay; ++i) {
                 out.base[c][i * out.step] = T{0};
             }
