@@ -51,3 +51,13 @@ if(KORVANE_BUILD_TOOLS AND NOT CMAKE_CROSSCOMPILING)
     KorvaneVAD::korvane-vad korvane_warnings gtest_main PkgConfig::SNDFILE)
   gtest_discover_tests(speech_test TEST_PREFIX speech. DISCOVERY_MODE PRE_TEST PROPERTIES TIMEOUT 300)
 endif()
+
+# The examples. Caller 7 is loud in the third second; the gate lets half a minute of silence through as silence.
+if(NOT CMAKE_CROSSCOMPILING AND TARGET example_many_streams)
+  add_test(NAME examples.many_streams COMMAND example_many_streams)
+  set_tests_properties(examples.many_streams PROPERTIES
+    PASS_REGULAR_EXPRESSION "caller 7 spoke (1\\.9[89]|2\\.0[0-2])\\.\\.3\\.0[0-3] s")
+  add_test(NAME examples.microphone_gate
+    COMMAND sh -c "head -c 960000 /dev/zero | $<TARGET_FILE:example_microphone_gate> | tr -d '\\0' | wc -c")
+  set_tests_properties(examples.microphone_gate PROPERTIES PASS_REGULAR_EXPRESSION "^0\n$")
+endif()
