@@ -16,9 +16,10 @@ namespace korvane::KORVANE_ISA {
 /** Whether bins fit 16 bits: of a full band none exceeds 21530. */
 constexpr bool is_narrow(int shift) { return shift == kFullBandShift; }
 
-/** The powers of channel 0's bins, hop by hop. spectrum [0..143] */
-template <int kShift, int kHops, int kFrames>
-void channel0_powers(const Lanes<2 * kFrames>* spectrum, HopGains& hops) {
+/** The powers of the bins of a channel of the batch, the first or the second in it, hop by hop.
+ * spectrum [0..143] */
+template <int kShift, int kHops, int kFrames, int kChannel>
+void channel_powers(const Lanes<2 * kFrames>* spectrum, int32_t (*powers)[kRowSize]) {
     using Z = Lanes<2 * kFrames>;
     const auto square = [](const Z& z) {
         return is_narrow(kShift) ? mul_narrow(z, z) : mul_wrap(z, z);
@@ -34,7 +35,7 @@ void channel0_powers(const Lanes<2 * kFrames>* spectrum, HopGains& hops) {
         Lanes<4> rows[size_t{kFrames}];
         transpose_back<kFrames>(power, rows);
         for (int hop = 0; hop < kHops; ++hop) {
-            store(hops.power[hop] + k, rows[hop]);
+            store(powers[hop] + k, rows[kChannel * kHops + hop]);
         }
     }
 }
@@ -72,8 +73,11 @@ KORVANE_INLINE void process_spectra(Lanes<2 * kFrames>* work, HopGains& hops, bo
     Lanes<2 * kFrames> spectrum[kComplexSize];
     forward_batch<kShift, kFrames>(work, spectrum);
     if (compute) {
-        channel0_powers<kShift, kHops, kFrames>(spectrum, hops);
+        channel_powers<kShift, kHops, kFrames, 0>(spectrum, hops.power);
         gain_step(hops);
+    }
+    if (hops.both_channels && (kFrames > kHops || !compute)) {
+        channel_powers<kShift, kHops, kFrames, kFrames / kHops - 1>(spectrum, hops.other_power);
     }
     weight_bins<kShift, kHops, kFrames>(spectrum, hops);
     inverse_batch<kFrames>(spectrum, work);

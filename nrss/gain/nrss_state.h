@@ -13,6 +13,8 @@
 
 namespace korvane {
 
+struct SpeechScore;
+
 inline constexpr int kBranchState = 4;             ///< words of filter memory (dsp/filter_bank.h)
 inline constexpr int kSubWindows = 4;              ///< sub-windows of the minimum search
 inline constexpr int16_t kUnityGain = 32767;       ///< Q15
@@ -25,7 +27,7 @@ struct FrameMemory {
     int32_t tail[kHopSize];      ///< the second half of the last processed frame
 };
 
-/** Initialised by NRSS_Init, but for the frames of the high band. */
+/** Initialised by NRSS_Init, but for the frames of the high band and the pointer to the score. */
 struct NrssState {
     int16_t frame_len;           ///< samples per sub-block: 288, or 576 on the two-band path
     FrameMemory frames[2];       ///< of the full band or the low one, [channel]
@@ -56,6 +58,7 @@ struct NrssState {
     alignas(32) int32_t osub[kGains];      ///< smoothed over-subtraction factor, Q14
     alignas(32) int32_t noise[kGains];     ///< noise power estimate, on the scale of psd_slow
     alignas(32) int32_t gain_scratch[kGains];
+    SpeechScore* speech;  ///< gets a score for each hop (speech/speech_score.h); null for none
 };
 
 /**

@@ -5,7 +5,8 @@
 // another order, with the same results: the frames of several hops are windowed and transformed side by
 // side, one frame to a lane; the gain engine then runs hop after hop on channel 0's powers, its lanes
 // bins; and all frames are weighted, each with the gains of its own hop, transformed back and overlapped
-// side by side. With one lane that is hop by hop, channel 0 before channel 1.
+// side by side. With one lane that is hop by hop, channel 0 before channel 1. The speech score, where one
+// is wanted, listens to the powers and comes last, when it has heard both channels.
 
 #include "dsp/band_processor.h"
 #include "dsp/filter_bank.h"
@@ -13,6 +14,7 @@
 #include "nrss/pipeline/block_pipeline.h"
 #include "nrss/pipeline/framing.h"
 #include "nrss/pipeline/full_band.h"
+#include "speech/network.h"
 
 namespace korvane::KORVANE_ISA {
 
@@ -23,6 +25,9 @@ template <int kHops>
 void compute_gains(NrssState& s, HopGains& hops, int32_t extra_bins) {
     for (int hop = 0; hop < kHops; ++hop) {
         NRSS_SpectralGain<I32<kChainLanes>>(s, hops.power[hop], extra_bins);
+        if (s.speech != nullptr) {
+            hear_hop(*s.speech, hop, hops.power[hop], s.noise);
+        }
         std::copy_n(s.gain, kGains, hops.gain[hop]);
     }
 }
@@ -76,13 +81,27 @@ void for_channels(int channels, const F& f) {
     }
 }
 
+/** Scores for the hops of a batch, all of whose channels are done. */
+template <int kHops>
+void score_batch(NrssState& s, const HopGains& hops) {
+    if (s.speech == nullptr) {
+        return;
+    }
+    for (int hop = 0; hops.both_channels && hop < kHops; ++hop) {
+        hear_other_channel(*s.speech, hop, hops.other_power[hop]);
+    }
+    score_hops<kHops>(*s.speech);
+}
+
 template <int kHops>
 void full_band_hops(NrssState& s, int16_t* const* x, int32_t start, int channels) {
     HopGains hops;
+    hops.both_channels = s.speech != nullptr && channels == 2;
     const Signal signals[2] = {{x[0] + start, &s.frames[0]}, {x[1] + start, &s.frames[1]}};
     for_channels<kHops>(channels, [&]<int kFrames>(int channel) {
         full_band_batch<kHops, kFrames>(s, signals + channel, hops, channel == 0);
     });
+    score_batch<kHops>(s, hops);
 }
 
 void full_band(NrssState& s, int16_t* const* x, int32_t n, int channels) {
@@ -113,6 +132,7 @@ void two_band_block(NrssState& s, int16_t* const* x, int32_t start, int channels
     }
     for (int hop = 0; hop < 2; hop += kHops) {
         HopGains hops;
+        hops.both_channels = s.speech != nullptr && channels == 2;
         Signal low_signals[2];
         Signal high_signals[2];
         for (int channel = 0; channel < channels; ++channel) {
@@ -123,6 +143,7 @@ void two_band_block(NrssState& s, int16_t* const* x, int32_t start, int channels
             two_band_batch<kHops, kFrames>(s, low_signals + channel, high_signals + channel, hops,
                                            channel == 0);
         });
+        score_batch<kHops>(s, hops);
     }
     for (int channel = 0; channel < channels; channel += kBankChannels) {
         NRSS_MergeBands(bank + channel, 4 * kHopSize);

@@ -1,0 +1,53 @@
+#include "speech/speech_score.h"
+
+#include <algorithm>
+
+namespace korvane {
+
+namespace {
+
+constexpr int32_t kTwoBandRate = 25000;  // Hz, from which hops are of a band of half the rate
+
+// Hz. Below, the bins of 48 kHz are too wide for more; above, 8 kHz has no sound.
+constexpr int32_t kBandEdges[kSpeechBands + 1] = {80,   170,  270,  380,  500,  640, 820,
+                                                  1050, 1350, 1750, 2250, 2900, 3900};
+
+constexpr int32_t kFloorSpeed = 8166;  // of the floors in a second, Q10: 24 dB
+constexpr int32_t kPeakSpeed = 1021;   // of the peak: 3 dB
+constexpr int64_t kMinimumMs = 570;    // of each stretch, as the suppressor's
+constexpr int32_t kFirstHurry = 8 << 10;
+
+}  // namespace
+
+void speech_init(SpeechScore& s, int32_t rate) {
+    s = {};
+    const int32_t clock = std::max(rate >= kTwoBandRate ? rate / 2 : rate, 1);  // hops are of 144
+    // An average over t goes hop / (t + hop / 2) of the way in a hop.
+    const auto step = [clock](int64_t ms) {
+        return static_cast<int32_t>(std::min<int64_t>(
+            65536 * 1000 * int64_t{kBins} / (2 * clock * ms + 1000 * int64_t{kBins}), 32767));
+    };
+    const auto per_hop = [clock](int64_t speed) {
+        return static_cast<int32_t>(std::min<int64_t>((speed << 10) * kBins / clock, 1 << 24));
+    };
+    // clock / 2 is the end of bin 143.
+    for (int band = 0; band <= kSpeechBands; ++band) {
+        const int64_t bin = (int64_t{kBandEdges[band]} * 2 * kBins + clock / 2) / clock;
+        s.edges[band] = static_cast<int16_t>(std::min<int64_t>(bin, kBins - (band < kSpeechBands)));
+    }
+    for (int band = 0; band < kSpeechBands; ++band) {  // at least one bin in each
+        s.edges[band + 1] =
+            std::max<int16_t>(s.edges[band + 1], static_cast<int16_t>(s.edges[band] + 1));
+    }
+    s.power_shift = rate >= kTwoBandRate ? 2 * (kFullBandShift - kLowBandShift) : 0;
+    s.steps = {step(20),  step(40),  step(45),  step(60),  step(100),
+               step(300), step(400), step(500), step(2000)};
+    s.minimum_hops =
+        std::max(static_cast<int32_t>(int64_t{clock} * kMinimumMs / (1000 * kBins)), 1);
+    s.floor_step = per_hop(kFloorSpeed);
+    s.peak_step = per_hop(kPeakSpeed);
+    s.hurry_decay = 32767 - step(1000);
+    s.hurry = kFirstHurry;
+}
+
+}  // namespace korvane

@@ -1,0 +1,79 @@
+// The speech score: the same numbers however many lanes and hops go at a time, corners of the input, both
+// channels.
+#include "speech/speech_score.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <vector>
+
+#include "instruction_sets.h"
+#include "nrss/gain/nrss_state.h"
+#include "numeric_models.h"
+
+namespace korvane::test {
+namespace {
+
+constexpr int kBlock = 576;
+
+/** All scores of a sound of one channel or two. */
+std::vector<int16_t> scores(const InstructionSet& set, int rate, Samples ch0, Samples ch1 = {}) {
+    NrssState suppressor{};
+    SpeechScore speech;
+    NRSS_Init(suppressor, 9, rate);
+    speech_init(speech, rate);
+    suppressor.speech = &speech;
+    std::vector<int16_t> all;
+    for (size_t at = 0; at + kBlock <= ch0.size(); at += kBlock) {
+        int16_t* const first = ch0.data() + at;
+        set.process_blocks(suppressor, first, ch1.empty() ? first : ch1.data() + at, kBlock);
+        all.insert(all.end(), speech.hops.score, speech.hops.score + speech.hops.count);
+        speech.hops.count = 0;
+    }
+    return all;
+}
+
+TEST(SpeechScore, IsTheSameWithAnyNumberOfLanes) {
+    for (const int rate : {8000, 16000, 24000, 48000}) {
+        const Samples a = bursts(kBlock * 200, 1);
+        const Samples b = bursts(kBlock * 200, 2);
+        for (const InstructionSet& set : sets_here()) {
+            EXPECT_EQ(scores(set, rate, a), scores(kPlain, rate, a)) << set.name << ' ' << rate;
+            EXPECT_EQ(scores(set, rate, a, b), scores(kPlain, rate, a, b))
+                << set.name << ' ' << rate;
+        }
+    }
+}
+
+TEST(SpeechScore, StandsAnySoundAndRate) {  // overflows are the sanitizers' to see
+    Samples square(kBlock * 100);
+    for (size_t i = 0; i < square.size(); ++i) {
+        square[i] = i / 40 % 2 == 0 ? 32767 : -32768;
+    }
+    const Samples silence(kBlock * 100, 0);
+    const Samples constant(kBlock * 100, -32768);
+    for (const int rate : {1, 100, 8000, 24999, 25000, 49999}) {
+        for (const Samples& x : {square, silence, constant}) {
+            const auto all = scores(instruction_set(), rate, x, square);
+            EXPECT_GE(*std::ranges::min_element(all), 0);
+        }
+    }
+}
+
+TEST(SpeechScore, HearsChannelOneWhereChannelZeroIsQuiet) {
+    const Samples quiet = [] {
+        Samples x(kBlock * 300);
+        Random random(3);
+        std::ranges::generate(x, [&] { return static_cast<int16_t>(random.between(-10, 10)); });
+        return x;
+    }();
+    const Samples loud = bursts(kBlock * 300, 4);
+    const auto highest = [&](const Samples& x) {
+        const auto all = scores(instruction_set(), 16000, quiet, x);
+        return *std::ranges::max_element(all);
+    };
+    EXPECT_GT(highest(loud), highest(quiet) + 2000);
+}
+
+}  // namespace
+}  // namespace korvane::test
