@@ -1,5 +1,5 @@
-/* A server with many callers: each has a stream, in memory of the server's own. Noise stands in for the
- * callers' sound, a second of it loud for every one of them; what is printed is where each spoke. */
+/* A server with many callers: each has a stream, in memory of the server's own. A vowel in syllables stands in
+ * for their voices, a second of it for each of them over faint noise; what is printed is where each spoke. */
 #include <korvane_stream.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -13,15 +13,27 @@ static void on_event(void* user, const KorvaneStreamEvent* event) {
     }
 }
 
+/** The next sample of a resonance, which remembers two. */
+static float resonate(float* memory, float x, float a, float b) {
+    const float y = x + a * memory[0] - b * memory[1];
+    memory[1] = memory[0];
+    memory[0] = y;
+    return y;
+}
+
 /** 20 ms of a caller's sound, `at` samples from its beginning. */
 static void receive(int caller, int at, int16_t* packet) {
+    static float memory[CALLERS][4];
     static uint32_t seed = 1;
-    const int loud = at / RATE == 1 + caller % 3;
+    const int speaks = at / RATE == 1 + caller % 3;
     int i;
     for (i = 0; i < PACKET; ++i) {
+        const int now = at + i;
+        const float pulse = speaks && now % 2000 < 1400 && now % 65 == 0 ? 1200 : 0;
+        const float throat = resonate(memory[caller], pulse, 1.727F, 0.939F);     /* 600 Hz */
+        const float mouth = resonate(memory[caller] + 2, throat, 1.005F, 0.925F); /* 1300 Hz */
         seed = seed * 1664525U + 1013904223U;
-        packet[i] = (int16_t)((int)(seed >> 16) % 1000 - 500);
-        packet[i] = (int16_t)(loud ? packet[i] * 20 : packet[i] / 20);
+        packet[i] = (int16_t)((int)mouth + (int)(seed >> 16) % 50 - 25);
     }
 }
 

@@ -58,8 +58,10 @@
  *   restore_level) is added, whether or not it is restored in the samples.
  *
  * DECISIONS
- *   KORVANE_DECISION_ADAPTIVE  the default. A score between 0 and 1 that follows noise and speech:
- *                              speech begins at 0.5 and goes on above 0.4. No threshold to set.
+ *   KORVANE_DECISION_ADAPTIVE  the default. A score between 0 and 1 from how the spectrum moves above
+ *                              the noise: speech begins at enter_score and goes on above stay_score.
+ *                              It follows the noise and needs no setting. Voices and music that one
+ *                              does not want to hear look like speech to it.
  *   KORVANE_DECISION_FIXED     the level of the cleaned frame: speech begins above enter_db and goes
  *                              on above stay_db.
  *   KORVANE_DECISION_DETECTOR  the answers of VoiceActivityDetectionExe in korvane_vad.h, bit for
@@ -135,7 +137,8 @@ enum {
     KORVANE_ERROR_NO_STREAM = -13,   /**< the memory holds no stream, or one of another version */
     KORVANE_ERROR_ENDED = -14,       /**< the input has ended; only a reset begins anew */
     KORVANE_ERROR_BUSY = -15,        /**< called from a callback of the same stream */
-    KORVANE_ERROR_NO_RESULT = -16    /**< no frame is whole yet */
+    KORVANE_ERROR_NO_RESULT = -16,   /**< no frame is whole yet */
+    KORVANE_ERROR_SCORE = -17        /**< a score outside 0..1, or stay above enter */
 };
 
 /** How a frame is decided, see DECISIONS above. */
@@ -149,8 +152,8 @@ typedef struct KorvaneStreamResult {
     int64_t position; /**< of the frame's first sample */
     int32_t length;   /**< samples per channel: the frame length, in the last frame perhaps fewer */
     int32_t speech;   /**< 1 speech, 0 none */
-    float score;      /**< 0..1, grows with the evidence for speech; with the decisions `fixed` and
-                           `detector` 1 for speech, 0 for none */
+    float score;      /**< 0..1, grows with the evidence for speech, mean over the frame; with the
+                           decisions `fixed` and `detector` 1 for speech, 0 for none */
     float level_db;   /**< of the cleaned frame, -140 for silence */
     float noise_db;   /**< of the noise in the input, as the suppressor estimates it in channel 0,
                            from 25000 Hz on below a quarter of the rate. -140 until it has an
@@ -175,10 +178,12 @@ typedef struct KorvaneStreamConfig {
     int32_t restore_level; /**< nonzero: cleaned samples come back as loud as they went in,
                                 saturated; else as the suppressor leaves them, which below 25000 Hz
                                 is 5.0 dB lower and from there on 1.0 dB higher [1] */
+    float enter_score;     /**< decision `adaptive` only: speech begins here [0.5] */
+    float stay_score;      /**< and goes on above; at most enter_score [0.4] */
     float enter_db;        /**< decision `fixed` only: speech begins above [-45] */
     float stay_db;         /**< and goes on above; at most enter_db [-50] */
-    int32_t onset_ms;      /**< not with the decision `detector` [50] */
-    int32_t hangover_ms;   /**< not with the decision `detector` [200] */
+    int32_t onset_ms;      /**< not with the decision `detector` [0] */
+    int32_t hangover_ms;   /**< not with the decision `detector` [60] */
     int32_t min_gap_ms;    /**< events: shorter gaps are filled [0] */
     int32_t min_speech_ms; /**< shorter segments are dropped [0] */
     int32_t max_speech_ms; /**< longer ones are split; 0 never [0] */

@@ -357,6 +357,8 @@ const char* korvane_stream_error_text(int32_t error) {
             return "the stream is in use, by its own callback";
         case KORVANE_ERROR_NO_RESULT:
             return "no frame is whole yet";
+        case KORVANE_ERROR_SCORE:
+            return "a score is outside 0..1, or stay_score above enter_score";
         default:
             return "not an error of this library";
     }

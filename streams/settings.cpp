@@ -26,6 +26,10 @@ int32_t samples_of(int32_t milliseconds, int32_t rate) {
     return static_cast<int32_t>((int64_t{milliseconds} * rate + 500) / 1000);
 }
 
+int32_t nearest_q15(float score) { return static_cast<int32_t>(score * 32768 + 0.5F); }
+
+bool is_score(float score) { return score >= 0 && score <= 1; }
+
 bool is_level(float decibels) { return decibels >= -140 && decibels <= 0; }
 
 Level nearest_level(float decibels) {
@@ -50,6 +54,9 @@ int32_t error_in(const KorvaneStreamConfig& c) {
     }
     if (!is_level(c.enter_db) || !is_level(c.stay_db) || c.stay_db > c.enter_db) {
         return KORVANE_ERROR_THRESHOLD;
+    }
+    if (!is_score(c.enter_score) || !is_score(c.stay_score) || c.stay_score > c.enter_score) {
+        return KORVANE_ERROR_SCORE;
     }
     for (const int32_t time : {c.onset_ms, c.hangover_ms, c.min_gap_ms, c.min_speech_ms,
                                c.max_speech_ms, c.pad_start_ms, c.pad_end_ms}) {
@@ -81,10 +88,11 @@ KorvaneStreamConfig default_config(int32_t rate, int32_t channels) {
     c.frame_length = std::max(rate / 100, 1);
     c.decision = KORVANE_DECISION_ADAPTIVE;
     c.restore_level = 1;
+    c.enter_score = 0.5F;
+    c.stay_score = 0.4F;
     c.enter_db = -45;
     c.stay_db = -50;
-    c.onset_ms = 50;
-    c.hangover_ms = 200;
+    c.hangover_ms = 60;
     return c;
 }
 
@@ -103,6 +111,8 @@ int32_t settings_of(const KorvaneStreamConfig& c, StreamSettings& settings) {
     s.frame = c.frame_length;
     s.decision = c.decision;
     s.delay = static_cast<int32_t>(segments::delay_of(c.sampling_rate));
+    s.enter_score = nearest_q15(c.enter_score);
+    s.stay_score = nearest_q15(c.stay_score);
     s.enter = nearest_level(c.enter_db);
     s.stay = nearest_level(c.stay_db);
     const bool counts = c.decision == KORVANE_DECISION_DETECTOR;

@@ -20,6 +20,8 @@ struct StreamSettings {
     int32_t delay;     ///< of the cleaned samples
     Level enter;       ///< of the decision `fixed`
     Level stay;
+    int32_t enter_score;  ///< of the decision `adaptive`, Q15
+    int32_t stay_score;
     int32_t onset;  ///< samples, as the level decision counts them
     int32_t hangover;
     Level loss;         ///< by which the suppressor lowers every sound; negative: raises it

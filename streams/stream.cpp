@@ -9,10 +9,6 @@ namespace korvane {
 
 namespace {
 
-constexpr int32_t kEnterScore = 16384;         // 0.5 in Q15
-constexpr int32_t kStayScore = 13107;          // 0.4
-constexpr Level kLeastEnter = -60 * kDecibel;  // of the suppressor's output, for the score
-
 void add_squares(uint64_t& sum, const int16_t* x, int32_t n) {
     for (int32_t i = 0; i < n; ++i) {
         sum += static_cast<uint32_t>(x[i] * x[i]);
@@ -40,6 +36,19 @@ Level noise_level(const NrssState& s) {
     const int shift = two_bands ? kLowBandShift : kFullBandShift;
     const Level minimum = level_of(sum << (2 * shift), kBins * kBins);
     return minimum == kSilence ? kSilence : minimum + kBelowMean[two_bands ? 1 : 0];
+}
+
+/**
+ * Adds the scores of n samples that have come back, from sample `at` of their block on. They are one hop
+ * late (framing.h), so the score of the same hop of the block has heard one hop more than they hold.
+ */
+void add_scores(Stream& s, int32_t at, int32_t n) {
+    const int32_t hop = s.detector.suppressor.rate_class == kTwoBandClass ? 2 * kHopSize : kHopSize;
+    for (const int32_t end = at + n; at < end;) {
+        const int32_t next = std::min(end, (at / hop + 1) * hop);
+        s.evidence += s.hop_scores[at / hop] * (next - at);
+        at = next;
+    }
 }
 
 void tell(const Stream& s, int32_t kind, bool open, int64_t position, int64_t start) {
@@ -78,9 +87,9 @@ int decide(Stream& s, Level level, int32_t n, float& score) {
             speech = VOR_Count(count, level > (count.speech != 0 ? t.stay : t.enter), t.frame);
             break;
         default: {
-            const int32_t evidence = level_score(s.level_score, level, kLeastEnter + t.loss);
-            score = static_cast<float>(evidence) / 32768;
-            const bool above = count.speech != 0 ? evidence > kStayScore : evidence >= kEnterScore;
+            const int32_t mean = s.evidence / n;
+            score = static_cast<float>(mean) / 32768;
+            const bool above = count.speech != 0 ? mean > t.stay_score : mean >= t.enter_score;
             return VOR_Count(count, above, t.frame);
         }
     }
@@ -104,6 +113,7 @@ void end_frame(Stream& s) {
     s.filled = 0;
     s.squares[0] = 0;
     s.squares[1] = 0;
+    s.evidence = 0;
     if (s.config.on_result != nullptr) {
         s.config.on_result(s.config.user, &result);
     }
@@ -125,7 +135,7 @@ void stream_start(Stream& s, const KorvaneStreamConfig& config, const StreamSett
     s.detector.level.onset_samples = settings.onset;
     s.detector.level.hangover_samples = settings.hangover;
     segmenter_init(s.segmenter, settings.timing, settings.rules);
-    level_score_start(s.level_score, settings.rate, settings.frame);
+    speech_init(s.score, settings.rate);
     const bool of_the_detector = settings.decision == KORVANE_DECISION_DETECTOR;
     s.to_skip = of_the_detector ? 0 : settings.delay;
     s.next_position = of_the_detector ? -settings.delay : 0;
@@ -139,7 +149,11 @@ int32_t stream_room(const Stream& s) {
 
 void stream_step(Stream& s, int16_t* ch0, int16_t* ch1, int32_t n) {
     NrssStreamState& ring = s.detector.stream;
-    NRSS_Buffered(ring, s.detector.suppressor, ch0, ch1, n);
+    NrssState& suppressor = s.detector.suppressor;
+    const int32_t at = ring.fill;
+    // Set anew each time, since the record may have been moved.
+    suppressor.speech = s.settings.decision == KORVANE_DECISION_ADAPTIVE ? &s.score : nullptr;
+    NRSS_Buffered(ring, suppressor, ch0, ch1, n);
     if (s.to_skip > 0) {
         s.to_skip -= n;
     } else {
@@ -147,13 +161,16 @@ void stream_step(Stream& s, int16_t* ch0, int16_t* ch1, int32_t n) {
         if (ch1 != ch0) {
             add_squares(s.squares[1], ch1, n);
         }
+        add_scores(s, at, n);
         s.filled += n;
         if (s.filled == s.settings.frame) {
             end_frame(s);
         }
     }
     if (ring.fill == 0) {
-        s.noise = noise_level(s.detector.suppressor);
+        s.noise = noise_level(suppressor);
+        std::copy_n(s.score.hops.score, s.score.hops.count, s.hop_scores);
+        s.score.hops.count = 0;
     }
 }
 

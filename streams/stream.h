@@ -9,7 +9,7 @@
 #include "detector/detector.h"
 #include "korvane_stream.h"
 #include "segments/segments.h"
-#include "streams/level_score.h"
+#include "speech/speech_score.h"
 #include "streams/settings.h"
 
 namespace korvane {
@@ -24,13 +24,15 @@ struct Stream {
     StreamSettings settings;
     Detector detector;
     segments::Segmenter segmenter;
-    LevelScore level_score;
     int64_t heard;          ///< samples of the input
     int64_t next_position;  ///< of the frame being filled
     int32_t to_skip;        ///< cleaned samples before the first frame
     int32_t filled;         ///< cleaned samples in the frame
     uint64_t squares[2];    ///< of each channel of the frame
+    int32_t evidence;       ///< sum of the scores of the frame's samples
     Level noise;
+    SpeechScore score;             ///< of the decision `adaptive`
+    int16_t hop_scores[kMaxHops];  ///< of the block that comes back, Q15
     KorvaneStreamResult last;
 };
 

@@ -24,7 +24,7 @@ ALLOWED = {
     "nrss/stream": ["dsp", "nrss/gain", "nrss/pipeline", "include"],
     "detector": ["dsp", "nrss", "platform", "include"],
     "segments": [],
-    "streams": ["dsp", "nrss", "detector", "segments", "include"],
+    "streams": ["dsp", "nrss", "speech", "detector", "segments", "include"],
     "tools/files": [],
     "tools/audio": ["tools/files"],
     "tools/results": ["tools/files", "tools/audio", "segments", "include"],

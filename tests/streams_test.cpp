@@ -17,26 +17,49 @@
 #include "korvane_stream.h"
 #include "korvane_vad.h"
 #include "library_state.h"
+#include "nrss/pipeline/block_pipeline.h"
 #include "numeric_models.h"
 #include "segments/segments.h"
+#include "speech/speech_score.h"
 
 namespace korvane::test {
 namespace {
 
 using Config = KorvaneStreamConfig;
 
-/** Speech-like: seconds of sound and of faint noise in turns, n samples per channel, interleaved. */
+/** A resonance, the next sample of which is x + a y[-1] - b y[-2], factors in Q14. */
+struct Resonance {
+    int a, b, last = 0, before_last = 0;
+    int pass(int x) {
+        const int y = x + ((a * last - b * before_last) >> 14);
+        before_last = last;
+        last = y;
+        return y;
+    }
+};
+
+/** Seconds of faint noise, of loud noise and of vowels in turns, n samples per channel, interleaved. In whole
+ * numbers, so that it is the same on every machine. */
 Samples talk(int n, int channels, uint32_t seed) {
     Random random(seed);
     Samples x(static_cast<size_t>(n * channels));
+    Resonance throat{31366, 15878};  // 600 Hz at 16 kHz, 80 Hz wide
+    Resonance mouth{28028, 15753};   // 1300 Hz, 100 Hz wide
     int left = 0;
     int amplitude = 0;
-    for (size_t i = 0; i < x.size(); ++i) {
+    bool voice = false;
+    for (int i = 0; i < n; ++i) {
         if (left-- == 0) {
             left = random.between(2000, 30000);
-            amplitude = random.between(0, 1) == 0 ? 12 : random.between(500, 32767);
+            voice = random.between(0, 2) == 0;
+            amplitude = voice || random.between(0, 1) == 0 ? 12 : random.between(500, 32767);
         }
-        x[i] = static_cast<int16_t>(random.between(-amplitude, amplitude));
+        const bool pulse = voice && i % 100 == 0 && i % 4000 < 2800;
+        const int vowel = mouth.pass(throat.pass(pulse ? 1000 : 0));
+        for (int c = 0; c < channels; ++c) {
+            x[static_cast<size_t>(i * channels + c)] = static_cast<int16_t>(
+                std::clamp(vowel + random.between(-amplitude, amplitude), -32768, 32767));
+        }
     }
     return x;
 }
@@ -295,6 +318,56 @@ TEST(Streams, DecisionDetectorGivesTheAnswersOfTheExportedCalls) {
     }
 }
 
+/** The scores of one channel's hops, from the suppressor alone. */
+std::vector<int> hop_scores(int rate, Samples x) {
+    auto suppressor = std::make_unique<NrssState>();
+    SpeechScore speech;
+    NRSS_Init(*suppressor, 9, rate);
+    speech_init(speech, rate);
+    suppressor->speech = &speech;
+    std::vector<int> scores;
+    for (size_t at = 0; at + 576 <= x.size(); at += 576) {
+        NRSS_Nonintlvd(*suppressor, x.data() + at, x.data() + at, 576);
+        scores.insert(scores.end(), speech.hops.score, speech.hops.score + speech.hops.count);
+        speech.hops.count = 0;
+    }
+    return scores;
+}
+
+TEST(Streams, DecisionAdaptiveFollowsTheScoresOfTheSoundsOwnHops) {
+    for (const auto& [rate, hop, frame] :
+         {std::tuple{16000, 144, 160}, {16000, 144, 1000}, {48000, 288, 480}, {25000, 288, 1}}) {
+        Config config = config_of(rate, 1);
+        config.frame_length = frame;
+        config.enter_score = 0.6F;
+        config.stay_score = 0.25F;
+        const int n = 8 * rate;
+        Samples x = talk(n, 1, 5);
+        const Told told = whole(config, x);
+        x.resize(static_cast<size_t>(n + 1440));
+        const std::vector<int> scores = hop_scores(rate, x);
+        const int silent_frames = (60 * rate / 1000 + frame - 1) / frame;
+        bool speech = false;
+        int below = 0;
+        int changes = 0;
+        for (const auto& [position, length, is_speech, score, level, noise] : told.results) {
+            int64_t sum = 0;
+            for (int64_t at = position; at < position + length; ++at) {
+                // The hop after the one that holds the sample, which from 25000 Hz on is 3 samples late.
+                sum += scores[static_cast<size_t>((at + (hop == 288 ? 3 : 0)) / hop + 1)];
+            }
+            const auto mean = static_cast<int>(sum / length);
+            ASSERT_EQ(score * 32768, static_cast<float>(mean)) << rate << ' ' << position;
+            below = mean > 8192 ? 0 : below + 1;
+            const bool before = speech;
+            speech = speech ? below < silent_frames : mean >= 19661;
+            changes += speech != before ? 1 : 0;
+            ASSERT_EQ(is_speech != 0, speech) << rate << ' ' << position;
+        }
+        EXPECT_GE(changes, 3) << rate;
+    }
+}
+
 Samples tone_after_silence(int rate, int silence, int length, double amplitude) {
     Samples x(static_cast<size_t>(silence));
     for (int i = 0; i < length; ++i) {
@@ -396,6 +469,9 @@ TEST(Streams, SayWhatIsWrongAndTouchNothing) {
         {with([](Config& c) { c.enter_db = 1; }), KORVANE_ERROR_THRESHOLD},
         {with([](Config& c) { c.stay_db = -141; }), KORVANE_ERROR_THRESHOLD},
         {with([](Config& c) { c.stay_db = -44; }), KORVANE_ERROR_THRESHOLD},
+        {with([](Config& c) { c.enter_score = 1.1F; }), KORVANE_ERROR_SCORE},
+        {with([](Config& c) { c.stay_score = -0.1F; }), KORVANE_ERROR_SCORE},
+        {with([](Config& c) { c.stay_score = 0.6F; }), KORVANE_ERROR_SCORE},
         {with([](Config& c) { c.onset_ms = -1; }), KORVANE_ERROR_TIME},
         {with([](Config& c) { c.pad_end_ms = KORVANE_STREAM_MAX_MS + 1; }), KORVANE_ERROR_TIME},
     };
@@ -459,7 +535,7 @@ TEST(Streams, SayWhatIsWrongAndTouchNothing) {
     EXPECT_EQ(korvane_stream_process(stream, x, x, 2), KORVANE_ERROR_ENDED);
     EXPECT_EQ(korvane_stream_reset(stream), KORVANE_OK);
     EXPECT_EQ(korvane_stream_last(stream, &result), KORVANE_ERROR_NO_RESULT);
-    for (int error = KORVANE_ERROR_NO_RESULT; error < 0; ++error) {
+    for (int error = KORVANE_ERROR_SCORE; error < 0; ++error) {
         EXPECT_STRNE(korvane_stream_error_text(error), korvane_stream_error_text(1)) << error;
     }
 }
