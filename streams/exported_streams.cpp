@@ -137,7 +137,7 @@ int32_t end(Stream& s, const Channels<T>& out) {
     s.ended = true;
     if (s.heard > 0) {
         hear(s, silence, out, s.settings.delay);
-        while (stream_flushing(s)) {
+        while (stream_lacks_samples(s)) {
             hear(s, silence, Channels<T>{{nullptr, nullptr}, 1}, 1);
         }
     } else {

@@ -74,27 +74,20 @@ void tell_segments(Stream& s) {
     }
 }
 
-/** Speech or not, of a frame that has this level on the input's scale; score gets 0..1. */
-int decide(Stream& s, Level level, int32_t n, float& score) {
+/** Speech or not, of a frame with this mean score (Q15) and this level on the input's scale. */
+int32_t decide(Stream& s, int32_t score, Level level, int32_t n) {
     const StreamSettings& t = s.settings;
     VorState& count = s.detector.level;
-    int speech = 0;
+    const bool speech = count.speech != 0;
     switch (t.decision) {
         case KORVANE_DECISION_DETECTOR:
-            speech = VOR_DecideSquares(count, s.squares, t.channels, n);
-            break;
+            return VOR_DecideSquares(count, s.squares, t.channels, n);
         case KORVANE_DECISION_FIXED:
-            speech = VOR_Count(count, level > (count.speech != 0 ? t.stay : t.enter), t.frame);
-            break;
-        default: {
-            const int32_t mean = s.evidence / n;
-            score = static_cast<float>(mean) / 32768;
-            const bool above = count.speech != 0 ? mean > t.stay_score : mean >= t.enter_score;
-            return VOR_Count(count, above, t.frame);
-        }
+            return VOR_Count(count, level > (speech ? t.stay : t.enter), t.frame);
+        default:
+            return VOR_Count(count, speech ? score > t.stay_score : score >= t.enter_score,
+                             t.frame);
     }
-    score = static_cast<float>(speech);
-    return speech;
 }
 
 void end_frame(Stream& s) {
@@ -105,7 +98,11 @@ void end_frame(Stream& s) {
     KorvaneStreamResult& result = s.last;
     result.position = s.next_position;
     result.length = n;
-    result.speech = decide(s, level, n, result.score);
+    const int32_t score = s.evidence / n;
+    result.speech = decide(s, score, level, n);
+    result.score = s.settings.decision == KORVANE_DECISION_ADAPTIVE
+                       ? static_cast<float>(score) / 32768
+                       : static_cast<float>(result.speech);
     result.level_db = in_decibels(level);
     result.noise_db = in_decibels(s.noise);
     s.has_result = true;
@@ -174,14 +171,8 @@ void stream_step(Stream& s, int16_t* ch0, int16_t* ch1, int32_t n) {
     }
 }
 
-bool stream_flushing(const Stream& s) {
-    const int64_t cleaned = s.next_position + s.filled;
-    if (s.heard == 0) {
-        return false;
-    }
-    // The detector answers whole frames.
-    const bool whole = s.filled == 0 || s.settings.decision != KORVANE_DECISION_DETECTOR;
-    return s.to_skip > 0 || cleaned < s.heard || !whole;
+bool stream_lacks_samples(const Stream& s) {
+    return s.settings.decision == KORVANE_DECISION_DETECTOR && s.filled > 0;
 }
 
 void stream_finish(Stream& s) {

@@ -54,11 +54,11 @@ int32_t stream_room(const Stream& s);
  */
 void stream_step(Stream& s, int16_t* ch0, int16_t* ch1, int32_t n);
 
-/** Decides the frame that is left and ends the segments, once the delay has been flushed. */
-void stream_finish(Stream& s);
+/** Whether zeros must follow those that have flushed the delay: the detector decides whole frames. */
+bool stream_lacks_samples(const Stream& s);
 
-/** Whether zeros must still follow an input that has ended. */
-bool stream_flushing(const Stream& s);
+/** Decides the frame that is left and ends the segments, once the input has ended. */
+void stream_finish(Stream& s);
 
 }  // namespace korvane
 

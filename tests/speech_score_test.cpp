@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <memory>
 #include <vector>
 
 #include "instruction_sets.h"
@@ -58,6 +59,21 @@ TEST(SpeechScore, StandsAnySoundAndRate) {  // overflows are the sanitizers' to 
             EXPECT_GE(*std::ranges::min_element(all), 0);
         }
     }
+}
+
+TEST(SpeechScore, KeepsTheFirstOfMoreThanItHasRoomFor) {
+    const Samples x = bursts(kBlock * 10, 5);
+    std::vector<int16_t> expected = scores(instruction_set(), 16000, x);
+    expected.resize(kMaxHopScores);
+    auto suppressor = std::make_unique<NrssState>();
+    SpeechScore speech;
+    NRSS_Init(*suppressor, 9, 16000);
+    speech_init(speech, 16000);
+    suppressor->speech = &speech;
+    Samples all = x;
+    instruction_set().process_blocks(*suppressor, all.data(), all.data(), kBlock * 10);
+    ASSERT_EQ(speech.hops.count, kMaxHopScores);
+    EXPECT_TRUE(std::ranges::equal(speech.hops.score, expected));
 }
 
 TEST(SpeechScore, HearsChannelOneWhereChannelZeroIsQuiet) {

@@ -122,7 +122,7 @@ void call(const int16_t* x, int n, int channels, bool in_place, bool planar, Sam
           const Interleaved& interleaved_call, const Planar& planar_call) {
     const auto count = static_cast<size_t>(n * channels);
     std::vector<T> in(count);
-    std::vector<T> other(count);
+    std::vector<T> other(count, sample_as<T>(99));
     const auto place = [&](int i, int c) {
         return static_cast<size_t>(planar ? c * n + i : i * channels + c);
     };
@@ -521,6 +521,10 @@ TEST(Streams, SayWhatIsWrongAndTouchNothing) {
     EXPECT_EQ(korvane_stream_process_float(stream, f, f, INT32_MIN), KORVANE_ERROR_COUNT);
     EXPECT_EQ(korvane_stream_process_planar(stream, arrays, nullptr, 2), KORVANE_ERROR_NULL);
     EXPECT_EQ(korvane_stream_process_planar(stream, nullptr, nullptr, 2), KORVANE_ERROR_NULL);
+    const int16_t* const ins[2] = {x, x};
+    EXPECT_EQ(korvane_stream_process_planar(stream, ins, arrays, 2), KORVANE_ERROR_NULL);
+    arrays[0] = nullptr;
+    EXPECT_EQ(korvane_stream_process_planar(stream, arrays, nullptr, 2), KORVANE_ERROR_NULL);
     EXPECT_EQ(korvane_stream_end_planar(stream, arrays), KORVANE_ERROR_NULL);
     EXPECT_EQ(korvane_stream_last(stream, &result), KORVANE_ERROR_NO_RESULT);
     EXPECT_EQ(korvane_stream_last(stream, nullptr), KORVANE_ERROR_NULL);
@@ -528,8 +532,10 @@ TEST(Streams, SayWhatIsWrongAndTouchNothing) {
     EXPECT_TRUE(x[0] == 1 && x[3] == 4);
 
     EXPECT_EQ(korvane_stream_process(stream, nullptr, nullptr, 0), 0);
-    EXPECT_EQ(korvane_stream_process(stream, x, nullptr, 2), 0);
-    EXPECT_EQ(korvane_stream_end(stream, nullptr), 0);
+    EXPECT_EQ(korvane_stream_process_planar(stream, nullptr, nullptr, 0), 0);
+    EXPECT_EQ(korvane_stream_process_planar(stream, ins, nullptr, 2), 0);
+    EXPECT_EQ(korvane_stream_end_planar(stream, nullptr), 0);
+    EXPECT_EQ(korvane_stream_end_planar(stream, nullptr), KORVANE_ERROR_ENDED);
     EXPECT_EQ(korvane_stream_last(stream, &result), KORVANE_OK);
     EXPECT_EQ(korvane_stream_end(stream, nullptr), KORVANE_ERROR_ENDED);
     EXPECT_EQ(korvane_stream_process(stream, x, x, 2), KORVANE_ERROR_ENDED);
@@ -537,6 +543,21 @@ TEST(Streams, SayWhatIsWrongAndTouchNothing) {
     EXPECT_EQ(korvane_stream_last(stream, &result), KORVANE_ERROR_NO_RESULT);
     for (int error = KORVANE_ERROR_SCORE; error < 0; ++error) {
         EXPECT_STRNE(korvane_stream_error_text(error), korvane_stream_error_text(1)) << error;
+    }
+    EXPECT_STREQ(korvane_stream_error_text(KORVANE_OK), "all is well");
+    EXPECT_EQ(std::string(korvane_stream_version()).substr(0, 2), "1.");
+}
+
+TEST(Streams, AnInputOfNoSamplesHasNoResultsAndComesBackAsSilence) {
+    for (const int decision : {KORVANE_DECISION_ADAPTIVE, KORVANE_DECISION_DETECTOR}) {
+        Config config = config_of(16000, 2, decision);
+        Told told;
+        const Owned stream = made(config, told);
+        process(stream.get(), Form::kFloat, nullptr, 720, 2, false, told.cleaned);
+        EXPECT_EQ(korvane_stream_reset(stream.get()), KORVANE_OK);
+        EXPECT_EQ(korvane_stream_end(stream.get(), nullptr), 0);
+        EXPECT_TRUE(told.results.empty() && told.events.empty());
+        EXPECT_EQ(told.cleaned, Samples(size_t{2 * 720}));
     }
 }
 
