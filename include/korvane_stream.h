@@ -110,6 +110,9 @@
 extern "C" {
 #endif
 
+/** Of this header; korvane_stream_version says the library's. The first number changes where hosts must. */
+#define KORVANE_STREAM_VERSION "1.0.0"
+
 /** Of memory for korvane_stream_init, in bytes. */
 #define KORVANE_STREAM_ALIGNMENT 32
 

@@ -17,8 +17,8 @@ KORVANE_INLINE int16_t logistic_q15(int32_t x) {
     const int32_t y = mul_shr(std::min(std::abs(x), 16 * 1024), 47274, 15);
     const int32_t f = (y & 1023) << 5;
     const int32_t power = (32768 - mul_shr(f, 21508 - mul_shr(f, 5124, 15), 15)) >> (y >> 10);
-    const int32_t upper = (32768 * 32768) / (32768 + power);  // 16384..32768
-    return static_cast<int16_t>(std::min(x >= 0 ? upper : 32768 - upper, 32767));
+    const int32_t high = (32768 * 32768) / (32768 + power);  // 16384..32768
+    return static_cast<int16_t>(std::min(x >= 0 ? high : 32768 - high, 32767));
 }
 
 /** @param input  [0..kSpeechInputs-1] Q10 */

@@ -33,7 +33,8 @@ void speech_init(SpeechScore& s, int32_t rate) {
     // clock / 2 is the end of bin 143.
     for (int band = 0; band <= kSpeechBands; ++band) {
         const int64_t bin = (int64_t{kBandEdges[band]} * 2 * kBins + clock / 2) / clock;
-        s.edges[band] = static_cast<int16_t>(std::min<int64_t>(bin, kBins - (band < kSpeechBands)));
+        const int64_t last = band < kSpeechBands ? kBins - 1 : kBins;
+        s.edges[band] = static_cast<int16_t>(std::min(bin, last));
     }
     for (int band = 0; band < kSpeechBands; ++band) {  // at least one bin in each
         s.edges[band + 1] =

@@ -45,8 +45,7 @@ int16_t to_int16(float x) {
     if (!(scaled > -32768)) {
         return scaled <= -32768 ? INT16_MIN : int16_t{0};  // not a number
     }
-    return scaled >= 32767 ? INT16_MAX
-                           : static_cast<int16_t>(static_cast<int32_t>(scaled + 32768.5) - 32768);
+    return saturate16(static_cast<int32_t>(std::min(scaled, 32767.0) + 32768.5) - 32768);
 }
 void from_int16(int16_t x, int16_t& y) { y = x; }
 void from_int16(int16_t x, float& y) { y = static_cast<float>(x) / 32768; }
@@ -195,6 +194,22 @@ int32_t end_planar(KorvaneStream* stream, T* const* out) {
     return end(stream->record, planar(out, stream->record.settings.channels));
 }
 
+KorvaneStream* create(const KorvaneStreamConfig* config, int32_t& error) {
+    StreamSettings settings;
+    error = config == nullptr ? KORVANE_ERROR_NULL : settings_of(*config, settings);
+    if (error != KORVANE_OK) {
+        return nullptr;
+    }
+    void* memory = nullptr;
+    if (posix_memalign(&memory, KORVANE_STREAM_ALIGNMENT, sizeof(KorvaneStream)) != 0) {
+        error = KORVANE_ERROR_NO_MEMORY;
+        return nullptr;
+    }
+    auto* const stream = static_cast<KorvaneStream*>(memory);
+    stream_start(stream->record, *config, settings);
+    return stream;
+}
+
 }  // namespace
 
 }  // namespace korvane
@@ -238,22 +253,10 @@ int32_t korvane_stream_init(KorvaneStream* memory, size_t size, const KorvaneStr
 
 KorvaneStream* korvane_stream_create(const KorvaneStreamConfig* config, int32_t* error) {
     int32_t unwanted = KORVANE_OK;
-    int32_t& found = error == nullptr ? unwanted : *error;
-    StreamSettings settings;
-    found = config == nullptr ? KORVANE_ERROR_NULL : settings_of(*config, settings);
-    if (found != KORVANE_OK) {
-        return nullptr;
-    }
-    void* memory = nullptr;
-    if (posix_memalign(&memory, KORVANE_STREAM_ALIGNMENT, sizeof(KorvaneStream)) != 0) {
-        found = KORVANE_ERROR_NO_MEMORY;
-        return nullptr;
-    }
-    auto* const stream = static_cast<KorvaneStream*>(memory);
-    stream_start(stream->record, *config, settings);
-    return stream;
+    return create(config, error == nullptr ? unwanted : *error);
 }
 
+// NOLINTNEXTLINE(*-owning-memory,*-no-malloc): the header says whose it is; operator new needs the C++ runtime
 void korvane_stream_destroy(KorvaneStream* stream) { std::free(stream); }
 
 int32_t korvane_stream_process(KorvaneStream* stream, const int16_t* in, int16_t* out, int32_t n) {
@@ -364,6 +367,6 @@ const char* korvane_stream_error_text(int32_t error) {
     }
 }
 
-const char* korvane_stream_version(void) { return KORVANE_STREAMS_VERSION; }
+const char* korvane_stream_version(void) { return KORVANE_STREAM_VERSION; }
 
 }  // extern "C"

@@ -1,6 +1,7 @@
 #include "streams/settings.h"
 
 #include <algorithm>
+#include <cmath>
 
 namespace korvane {
 
@@ -26,15 +27,13 @@ int32_t samples_of(int32_t milliseconds, int32_t rate) {
     return static_cast<int32_t>((int64_t{milliseconds} * rate + 500) / 1000);
 }
 
-int32_t nearest_q15(float score) { return static_cast<int32_t>(score * 32768 + 0.5F); }
+int32_t nearest_q15(float score) { return static_cast<int32_t>(std::lround(score * 32768)); }
 
 bool is_score(float score) { return score >= 0 && score <= 1; }
 
 bool is_level(float decibels) { return decibels >= -140 && decibels <= 0; }
 
-Level nearest_level(float decibels) {
-    return static_cast<Level>(decibels * kDecibel - 0.5F);  // neither is positive
-}
+Level nearest_level(float decibels) { return static_cast<Level>(std::lround(decibels * kDecibel)); }
 
 int32_t error_in(const KorvaneStreamConfig& c) {
     if (c.size != sizeof c) {

@@ -34,8 +34,8 @@ Level noise_level(const NrssState& s) {
     }
     const bool two_bands = s.rate_class == kTwoBandClass;
     const int shift = two_bands ? kLowBandShift : kFullBandShift;
-    const Level minimum = level_of(sum << (2 * shift), kBins * kBins);
-    return minimum == kSilence ? kSilence : minimum + kBelowMean[two_bands ? 1 : 0];
+    const Level least = level_of(sum << (2 * shift), kBins * kBins);
+    return least == kSilence ? kSilence : least + kBelowMean[two_bands ? 1 : 0];
 }
 
 /**
