@@ -25,10 +25,10 @@ inline constexpr int kLowBandShift = 7;
 struct HopGains {
     alignas(32)
         int32_t power[kMaxHops][kRowSize];  ///< re*re + im*im + 2 of every bin, modulo 2^32; [144]
-                                            ///< the energy of the high band
+                                            ///< the energy of the high band. Of channel 0 until the
+                                            ///< gains are there, then of channel 1 where wanted
     alignas(32) int16_t gain[kMaxHops][kRowSize];  ///< Q15; [144] of the high band
     bool both_channels;                            ///< whether channel 1's powers are wanted too
-    alignas(32) int32_t other_power[kMaxHops][kRowSize];  ///< they, without the high band
 };
 
 /**

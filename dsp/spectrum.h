@@ -77,7 +77,7 @@ KORVANE_INLINE void process_spectra(Lanes<2 * kFrames>* work, HopGains& hops, bo
         gain_step(hops);
     }
     if (hops.both_channels && (kFrames > kHops || !compute)) {
-        channel_powers<kShift, kHops, kFrames, kFrames / kHops - 1>(spectrum, hops.other_power);
+        channel_powers<kShift, kHops, kFrames, kFrames / kHops - 1>(spectrum, hops.power);
     }
     weight_bins<kShift, kHops, kFrames>(spectrum, hops);
     inverse_batch<kFrames>(spectrum, work);

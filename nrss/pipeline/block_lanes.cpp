@@ -88,7 +88,7 @@ void score_batch(NrssState& s, const HopGains& hops) {
         return;
     }
     for (int hop = 0; hops.both_channels && hop < kHops; ++hop) {
-        hear_other_channel(*s.speech, hop, hops.other_power[hop]);
+        hear_other_channel(*s.speech, hop, hops.power[hop]);
     }
     score_hops<kHops>(*s.speech);
 }
