@@ -27,6 +27,8 @@ namespace {
 
 using Config = KorvaneStreamConfig;
 
+size_t index(int i) { return static_cast<size_t>(i); }
+
 /** A resonance, the next sample of which is x + a y[-1] - b y[-2], factors in Q14. */
 struct Resonance {
     int a, b, last = 0, before_last = 0;
@@ -42,7 +44,7 @@ struct Resonance {
  * numbers, so that it is the same on every machine. */
 Samples talk(int n, int channels, uint32_t seed) {
     Random random(seed);
-    Samples x(static_cast<size_t>(n * channels));
+    Samples x(index(n * channels));
     Resonance throat{31366, 15878};  // 600 Hz at 16 kHz, 80 Hz wide
     Resonance mouth{28028, 15753};   // 1300 Hz, 100 Hz wide
     int left = 0;
@@ -57,7 +59,7 @@ Samples talk(int n, int channels, uint32_t seed) {
         const bool pulse = voice && i % 100 == 0 && i % 4000 < 2800;
         const int vowel = mouth.pass(throat.pass(pulse ? 1000 : 0));
         for (int c = 0; c < channels; ++c) {
-            x[static_cast<size_t>(i * channels + c)] = static_cast<int16_t>(
+            x[index(i * channels + c)] = static_cast<int16_t>(
                 std::clamp(vowel + random.between(-amplitude, amplitude), -32768, 32767));
         }
     }
@@ -120,7 +122,7 @@ int16_t sample_of(T x) {
 template <class T, class Interleaved, class Planar>
 void call(const int16_t* x, int n, int channels, bool in_place, bool planar, Samples& cleaned,
           const Interleaved& interleaved_call, const Planar& planar_call) {
-    const auto count = static_cast<size_t>(n * channels);
+    const auto count = index(n * channels);
     std::vector<T> in(count);
     std::vector<T> other(count, sample_as<T>(99));
     const auto place = [&](int i, int c) {
@@ -344,7 +346,7 @@ TEST(Streams, DecisionAdaptiveFollowsTheScoresOfTheSoundsOwnHops) {
         const int n = 8 * rate;
         Samples x = talk(n, 1, 5);
         const Told told = whole(config, x);
-        x.resize(static_cast<size_t>(n + 1440));
+        x.resize(index(n + 1440));
         const std::vector<int> scores = hop_scores(rate, x);
         const int silent_frames = (60 * rate / 1000 + frame - 1) / frame;
         bool speech = false;
@@ -386,10 +388,10 @@ TEST(Streams, TheInputsLevelComesBackAtEveryRate) {
             double sum = 0;
             const int delay = rate < 25000 ? 720 : 867;
             for (int i = 1000; i < rate / 2 - 1000; ++i) {
-                const double y = told.cleaned[static_cast<size_t>(i + delay)];
+                const double y = told.cleaned[index(i + delay)];
                 sum += y * y;
             }
-            return 10 * std::log10(sum / (rate / 2 - 2000) / 32e6);
+            return 10 * std::log10(sum / (rate / 2.0 - 2000) / 32e6);
         };
         const Told restored = whole(config, x);
         EXPECT_NEAR(level(restored), 0, 0.1) << rate;
@@ -423,9 +425,9 @@ TEST(Streams, FixedThresholdsAndTimesMeanTheSameAtEveryRate) {
             ASSERT_EQ(told.events.size(), 2U) << rate;
             const int ten_ms = rate / 100;
             const int delay = rate / 40;  // the frames' windows reach around the sound
-            EXPECT_NEAR(static_cast<double>(std::get<2>(told.events[0])), rate / 10, ten_ms)
+            EXPECT_NEAR(static_cast<double>(std::get<2>(told.events[0])), rate * 0.1, ten_ms)
                 << rate;
-            EXPECT_NEAR(static_cast<double>(std::get<2>(told.events[1])), rate * 4 / 10, delay)
+            EXPECT_NEAR(static_cast<double>(std::get<2>(told.events[1])), rate * 0.4, delay)
                 << rate;
             EXPECT_EQ(told.known_at[0] - std::get<2>(told.events[0]), 3 * ten_ms);
             EXPECT_EQ(told.known_at[1] - std::get<2>(told.events[1]), 10 * ten_ms);
@@ -436,7 +438,7 @@ TEST(Streams, FixedThresholdsAndTimesMeanTheSameAtEveryRate) {
 TEST(Streams, TheNoiseIsMeasured) {
     for (const int rate : {8000, 16000, 48000}) {
         for (const int amplitude : {8000, 800}) {
-            const Samples x = Random(3).noise(static_cast<size_t>(8 * rate), amplitude);
+            const Samples x = Random(3).noise(index(8 * rate), amplitude);
             const Told told = whole(config_of(rate, 1), x);
             // Even over the amplitudes; of two bands the lower half.
             const double level = 20 * std::log10(amplitude / 32768.0 / std::sqrt(3)) -
@@ -626,6 +628,7 @@ TEST(Streams, AThousandOnSeveralThreadsEqualEachAlone) {
         told = whole(config, talk(3000, config.channels, static_cast<uint32_t>(i)));
     };
     std::vector<std::thread> threads;
+    threads.reserve(kThreads);
     for (int t = 0; t < kThreads; ++t) {
         threads.emplace_back([&, t] {
             for (int i = t; i < kStreams; i += kThreads) {
