@@ -33,7 +33,7 @@ void speech_init(SpeechScore& s, int32_t rate) {
     // clock / 2 is the end of bin 143.
     for (int band = 0; band <= kSpeechBands; ++band) {
         const int64_t bin = (int64_t{kBandEdges[band]} * 2 * kBins + clock / 2) / clock;
-        const int64_t last = band < kSpeechBands ? kBins - 1 : kBins;
+        const int64_t last = kBins - kSpeechBands + band;  // leaves a bin for each band above
         s.edges[band] = static_cast<int16_t>(std::min(bin, last));
     }
     for (int band = 0; band < kSpeechBands; ++band) {  // at least one bin in each
