@@ -57,7 +57,7 @@ KORVANE_INLINE void hear_hop(SpeechScore& s, int hop, const int32_t* power, cons
     // As long as all frames were silent, the suppressor's estimate is below zero: there is none.
     s.noise[hop] = 0;
     for (int k = s.edges[s.next_band]; k < s.edges[s.next_band + 1]; ++k) {
-        s.noise[hop] += std::max(noise[k], 0);
+        s.noise[hop] += std::max<int32_t>(noise[k], 0);
     }
     s.noise[hop] >>= s.power_shift;
     s.next_band = s.next_band + 1 < kSpeechBands ? s.next_band + 1 : 0;
@@ -94,7 +94,7 @@ KORVANE_INLINE void hear_other_channel(SpeechScore& s, int hop, const int32_t* p
     int64_t noise = 0;
     for (int k = s.edges[band]; k < s.edges[band + 1]; ++k) {
         const auto& m = s.other_minimum;
-        noise += std::max(std::min({m[0][k], m[1][k], m[2][k], m[3][k]}), 0);
+        noise += std::max<int32_t>(std::min({m[0][k], m[1][k], m[2][k], m[3][k]}), 0);
     }
     s.noise[hop] += noise * 18841 >> (14 + s.power_shift);  // times 1.15, as the suppressor's
 }
@@ -103,7 +103,7 @@ KORVANE_INLINE void hear_other_channel(SpeechScore& s, int hop, const int32_t* p
 KORVANE_INLINE void take_inputs(SpeechScore& s, int hop) {
     int16_t* input = s.inputs[hop];
     const auto put = [&input](int32_t x, int32_t low, int32_t high) {
-        *input++ = static_cast<int16_t>(std::clamp(x, low * 1024, high * 1024));
+        *input++ = static_cast<int16_t>(std::clamp<int32_t>(x, low * 1024, high * 1024));
     };
     const bool first = s.started == 0;
     s.started = 1;
@@ -140,7 +140,8 @@ KORVANE_INLINE void take_inputs(SpeechScore& s, int hop) {
     int32_t flux = 0;
     for (int band = 0; band < kSpeechBands; ++band) {
         follow_floor(s.floor[band], level[band], quarter_step);
-        above[band] = std::clamp(level[band] - (s.floor[band] >> 10), -3 * 1024, 10 * 1024);
+        above[band] =
+            std::clamp<int32_t>(level[band] - (s.floor[band] >> 10), -3 * 1024, 10 * 1024);
         above_sum += above[band];
         level_sum += level[band];
         flux += std::abs(level[band] - follow(s.level_40[band], level[band], s.steps.ms40));
@@ -178,7 +179,7 @@ KORVANE_INLINE void take_inputs(SpeechScore& s, int hop) {
 
     // Against the loudest of the last seconds: what is far below it is in the background.
     const int32_t lasting = follow(s.loudness_100, loudness, s.steps.ms100);
-    s.loudness_peak = std::max(s.loudness_peak - s.peak_step, lasting * 1024);
+    s.loudness_peak = std::max<int32_t>(s.loudness_peak - s.peak_step, lasting * 1024);
     follow_floor(s.loudness_floor, loudness, quarter_step);
     put(loudness - (s.loudness_peak >> 10), -10, 5);
     put((s.loudness_peak - s.loudness_floor) >> 10, 0, 15);

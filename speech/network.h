@@ -14,11 +14,11 @@ namespace korvane::KORVANE_ISA {
 KORVANE_INLINE int16_t logistic_q15(int32_t x) {
     // 2^-y with y = |x| log2(e): between powers of two the parabola 1 - 0.656 f + 0.156 f^2, which
     // meets them at both ends.
-    const int32_t y = mul_shr(std::min(std::abs(x), 16 * 1024), 47274, 15);
+    const int32_t y = mul_shr(std::min<int32_t>(std::abs(x), 16 * 1024), 47274, 15);
     const int32_t f = (y & 1023) << 5;
     const int32_t power = (32768 - mul_shr(f, 21508 - mul_shr(f, 5124, 15), 15)) >> (y >> 10);
     const int32_t high = (32768 * 32768) / (32768 + power);  // 16384..32768
-    return static_cast<int16_t>(std::min(x >= 0 ? high : 32768 - high, 32767));
+    return static_cast<int16_t>(std::min<int32_t>(x >= 0 ? high : 32768 - high, 32767));
 }
 
 /** @param input  [0..kSpeechInputs-1] Q10 */
@@ -31,7 +31,7 @@ KORVANE_INLINE int16_t network_score(const int16_t* input) {
             x += input[i] * weight[i];
         }
         x = (x + kSpeechWeights.unit_bias[unit]) >> 12;
-        sum += std::clamp(x, 0, 32767) * kSpeechWeights.score[unit];
+        sum += std::clamp<int32_t>(x, 0, 32767) * kSpeechWeights.score[unit];
     }
     return logistic_q15(sum >> 12);
 }

@@ -21,7 +21,8 @@ constexpr int32_t kFirstHurry = 8 << 10;
 
 void speech_init(SpeechScore& s, int32_t rate) {
     s = {};
-    const int32_t clock = std::max(rate >= kTwoBandRate ? rate / 2 : rate, 1);  // hops are of 144
+    const int32_t clock =
+        std::max<int32_t>(rate >= kTwoBandRate ? rate / 2 : rate, 1);  // hops are of 144
     // An average over t goes hop / (t + hop / 2) of the way in a hop.
     const auto step = [clock](int64_t ms) {
         return static_cast<int32_t>(std::min<int64_t>(
@@ -44,7 +45,7 @@ void speech_init(SpeechScore& s, int32_t rate) {
     s.steps = {step(20),  step(40),  step(45),  step(60),  step(100),
                step(300), step(400), step(500), step(2000)};
     s.minimum_hops =
-        std::max(static_cast<int32_t>(int64_t{clock} * kMinimumMs / (1000 * kBins)), 1);
+        std::max<int32_t>(static_cast<int32_t>(int64_t{clock} * kMinimumMs / (1000 * kBins)), 1);
     s.floor_step = per_hop(kFloorSpeed);
     s.peak_step = per_hop(kPeakSpeed);
     s.hurry_decay = 32767 - step(1000);

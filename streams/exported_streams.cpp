@@ -92,7 +92,10 @@ int32_t error_of(const KorvaneStream* stream) {
 /** What forbids a call that changes the stream. */
 int32_t error_of_change(const KorvaneStream* stream) {
     const int32_t error = error_of(stream);
-    return error != KORVANE_OK || !stream->record.busy ? error : KORVANE_ERROR_BUSY;
+    if (error == KORVANE_OK && stream->record.busy) {
+        return KORVANE_ERROR_BUSY;
+    }
+    return error;
 }
 
 int32_t error_of_input(const KorvaneStream* stream, const void* in, int32_t n) {
@@ -111,7 +114,10 @@ int32_t error_of_input(const KorvaneStream* stream, const void* in, int32_t n) {
 
 int32_t error_of_end(const KorvaneStream* stream) {
     const int32_t error = error_of_change(stream);
-    return error == KORVANE_OK && stream->record.ended ? KORVANE_ERROR_ENDED : error;
+    if (error == KORVANE_OK && stream->record.ended) {
+        return KORVANE_ERROR_ENDED;
+    }
+    return error;
 }
 
 /** Whether all arrays are there. */
@@ -196,7 +202,7 @@ int32_t end_planar(KorvaneStream* stream, T* const* out) {
 
 KorvaneStream* create(const KorvaneStreamConfig* config, int32_t& error) {
     StreamSettings settings;
-    error = config == nullptr ? KORVANE_ERROR_NULL : settings_of(*config, settings);
+    error = config == nullptr ? int32_t{KORVANE_ERROR_NULL} : settings_of(*config, settings);
     if (error != KORVANE_OK) {
         return nullptr;
     }

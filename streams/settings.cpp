@@ -72,7 +72,7 @@ segments::Timing timing_of(const StreamSettings& s) {
         return segments::timing_of(s.rate, s.frame);
     }
     const auto run = [&](int32_t samples) {
-        return segments::whole_frames(std::max(samples, 1), s.frame);
+        return segments::whole_frames(std::max<int32_t>(samples, 1), s.frame);
     };
     return {s.frame, 0, run(s.onset), run(s.hangover)};  // whose frames are the input's
 }
@@ -84,7 +84,7 @@ KorvaneStreamConfig default_config(int32_t rate, int32_t channels) {
     c.size = sizeof c;
     c.sampling_rate = rate;
     c.channels = channels;
-    c.frame_length = std::max(rate / 100, 1);
+    c.frame_length = std::max<int32_t>(rate / 100, 1);
     c.decision = KORVANE_DECISION_ADAPTIVE;
     c.restore_level = 1;
     c.enter_score = 0.5F;

@@ -30,7 +30,7 @@ Level noise_level(const NrssState& s) {
     constexpr Level kBelowMean[] = {794, 538};  // 3.1 and 2.1 dB
     uint64_t sum = 0;
     for (const int32_t* noise = s.noise; noise != s.noise + kBins; ++noise) {
-        sum += static_cast<uint64_t>(std::max(*noise - kAdded, 0));
+        sum += static_cast<uint64_t>(std::max<int32_t>(*noise - kAdded, 0));
     }
     const bool two_bands = s.rate_class == kTwoBandClass;
     const int shift = two_bands ? kLowBandShift : kFullBandShift;
