@@ -202,6 +202,8 @@ TEST_F(AudioSourceTest, ReadsRawSamplesInEveryLayout) {
         options.raw->planar = true;
         const auto source = open_source(folder_.write("p", raw_bytes(planar, big)), options);
         EXPECT_EQ(source->info().length, int64_t{kFrames});
+        EXPECT_TRUE(source->info().bit_exact);
+        EXPECT_EQ(source->info().sf_format, 0);
         EXPECT_EQ(read_all(*source), expected);
         EXPECT_EQ(source->read(expected.data(), 1), 0);
     }
