@@ -1,4 +1,4 @@
-# What `cmake --install` puts where. Components: library, development, tool.
+# What `cmake --install` puts where. Components: library, streams, development, tool.
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
@@ -8,6 +8,15 @@ set(KORVANE_ZSH_COMPLETIONS ${CMAKE_INSTALL_DATADIR}/zsh/site-functions CACHE ST
 install(TARGETS korvane_vad EXPORT KorvaneVAD
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT library
   FILE_SET HEADERS DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development)
+set(pkg_config_files korvane-vad)
+if(TARGET korvane_streams)
+  list(APPEND pkg_config_files korvane-streams)
+  get_target_property(KORVANE_STREAMS_VERSION korvane_streams VERSION)
+  install(TARGETS korvane_streams korvane_streams_static EXPORT KorvaneVAD
+    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT streams NAMELINK_COMPONENT development
+    ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT development
+    FILE_SET HEADERS DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development)
+endif()
 
 # The library's name holds its version, so another minor version is another library.
 set(KORVANE_CMAKE_FOLDER ${CMAKE_INSTALL_LIBDIR}/cmake/KorvaneVAD)
@@ -32,9 +41,11 @@ if(NOT in_system)
 endif()
 file(RELATIVE_PATH KORVANE_PC_LIBDIR ${CMAKE_INSTALL_PREFIX} ${CMAKE_INSTALL_FULL_LIBDIR})
 file(RELATIVE_PATH KORVANE_PC_INCLUDEDIR ${CMAKE_INSTALL_PREFIX} ${CMAKE_INSTALL_FULL_INCLUDEDIR})
-configure_file(${CMAKE_CURRENT_LIST_DIR}/korvane-vad.pc.in ${CMAKE_CURRENT_BINARY_DIR}/korvane-vad.pc @ONLY)
-install(FILES ${CMAKE_CURRENT_BINARY_DIR}/korvane-vad.pc
-  DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
+foreach(name IN LISTS pkg_config_files)
+  configure_file(${CMAKE_CURRENT_LIST_DIR}/${name}.pc.in ${CMAKE_CURRENT_BINARY_DIR}/${name}.pc @ONLY)
+  install(FILES ${CMAKE_CURRENT_BINARY_DIR}/${name}.pc
+    DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
+endforeach()
 
 if(KORVANE_BUILD_TOOLS)
   if(NOT in_system)

@@ -1,6 +1,7 @@
 # Debian packages, one for each component; scripts/make-packages sets what differs between architectures.
 set(data ${PROJECT_SOURCE_DIR}/packaging/debian)
 set(KORVANE_library_PACKAGE libkorvanevad-v3.0)
+set(KORVANE_streams_PACKAGE libkorvane-streams1)
 set(KORVANE_development_PACKAGE libkorvanevad-dev)
 set(KORVANE_tool_PACKAGE korvane-vad)
 
@@ -15,7 +16,7 @@ set(CPACK_PRE_BUILD_SCRIPTS ${data}/finish.cmake)
 set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
   OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
-set(CPACK_COMPONENTS_ALL library development tool)
+set(CPACK_COMPONENTS_ALL library streams development tool)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
@@ -31,13 +32,22 @@ ${about}
 .
 This package holds the shared library.")
 
+set(CPACK_DEBIAN_STREAMS_PACKAGE_SECTION "libs\nMulti-Arch: same")
+set(CPACK_DEBIAN_STREAMS_PACKAGE_SHLIBDEPS ON)
+set(CPACK_COMPONENT_STREAMS_DESCRIPTION "voice-activity detectors for 16-bit PCM, many in a process (shared library)
+${about}
+.
+This package holds the shared library for any number of streams.")
+
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION "libdevel\nMulti-Arch: same")
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS
-  "${KORVANE_library_PACKAGE} (= ${PROJECT_VERSION}-${KORVANE_PACKAGE_REVISION})")
+  "${KORVANE_library_PACKAGE} (= ${PROJECT_VERSION}-${KORVANE_PACKAGE_REVISION}), \
+${KORVANE_streams_PACKAGE} (= ${PROJECT_VERSION}-${KORVANE_PACKAGE_REVISION})")
 set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION "voice-activity detector for 16-bit PCM (development files)
 ${about}
 .
-This package holds the headers and the files for CMake and pkg-config.")
+This package holds the headers of both libraries, their files for CMake and
+pkg-config, and the one for many streams as a static library.")
 
 # What the tool takes from our own library is found in the build; the package it is in is named here.
 set(CPACK_DEBIAN_TOOL_PACKAGE_SECTION sound)
@@ -50,17 +60,23 @@ cuts them out, suppresses the noise, or shows it all on a page. Reads what
 libsndfile reads.")
 
 # dpkg-shlibdeps cannot tell name and version of a library apart whose SONAME ends in .so, so there is a
-# list of its symbols instead of a shlibs file. They are the same in all of 3.0.
-list(TRANSFORM KORVANE_EXPORTS REPLACE "(.+)" " \\1@Base 3.0" OUTPUT_VARIABLE symbols)
-list(JOIN symbols "\n" symbols)
-file(WRITE ${PROJECT_BINARY_DIR}/debian/symbols
-  "libKorvaneVAD_v3.0.so ${KORVANE_library_PACKAGE} #MINVER#
+# list of its symbols instead of a shlibs file. They are the same in all of 3.0. The other library has one too.
+function(korvane_symbols component soname since names)
+  file(STRINGS ${names} symbols)
+  list(TRANSFORM symbols REPLACE "(.+)" " \\1@Base ${since}")
+  list(JOIN symbols "\n" symbols)
+  file(WRITE ${PROJECT_BINARY_DIR}/debian/${component}/symbols
+    "${soname} ${KORVANE_${component}_PACKAGE} #MINVER#
 * Build-Depends-Package: ${KORVANE_development_PACKAGE}
 ${symbols}
 ")
+  string(TOUPPER ${component} upper)
+  set(CPACK_DEBIAN_${upper}_PACKAGE_CONTROL_EXTRA
+    ${PROJECT_BINARY_DIR}/debian/${component}/symbols ${PROJECT_BINARY_DIR}/debian/triggers PARENT_SCOPE)
+endfunction()
+korvane_symbols(library libKorvaneVAD_v3.0.so 3.0 exports.txt)
+korvane_symbols(streams libkorvane-streams.so.1 3.0.1 streams/exports.txt)
 file(WRITE ${PROJECT_BINARY_DIR}/debian/triggers "activate-noawait ldconfig\n")
-set(CPACK_DEBIAN_LIBRARY_PACKAGE_CONTROL_EXTRA
-  ${PROJECT_BINARY_DIR}/debian/symbols ${PROJECT_BINARY_DIR}/debian/triggers)
 
 foreach(component IN LISTS CPACK_COMPONENTS_ALL)
   set(package ${KORVANE_${component}_PACKAGE})

@@ -1,4 +1,4 @@
-"""Installs the build, moves what was installed, and builds two small programs with it through CMake and through
+"""Installs the build, moves what was installed, and builds small programs with it through CMake and through
 pkg-config; then the same from the sources, through add_subdirectory and FetchContent. Each must print what it
 prints when built beside the library.
 
@@ -46,7 +46,7 @@ expect("the two halves of the detector", run(suppressor), expected)
 
 # Each component on its own, and all together: nothing is in two of them, nothing in none.
 shutil.rmtree(work, ignore_errors=True)
-parts = {name: work / name for name in ("library", "development", "tool")}
+parts = {name: work / name for name in ("library", "streams", "development", "tool")}
 for name, prefix in parts.items():
     run("cmake", "--install", build, "--prefix", prefix, "--component", name)
 run("cmake", "--install", build, "--prefix", work / "prefix")
@@ -56,7 +56,9 @@ prefix.parent.mkdir()
 expect("all components", sorted(file for part in parts.values() for file in files(part)), sorted(files(prefix)))
 library, = prefix.rglob("libKorvaneVAD_v3.0.so")
 expect("component library", files(parts["library"]), {library.relative_to(prefix).as_posix()})
-expect("headers", {path.name for path in prefix.rglob("*.h")}, {"korvane_vad.h", "korvane_nrss.h"})
+expect("component streams", {re.sub(r"\.so\.1.*", "", path.rsplit("/", 1)[1]) for path in files(parts["streams"])},
+       {"libkorvane-streams"})
+expect("headers", {path.name for path in prefix.rglob("*.h")}, {"korvane_vad.h", "korvane_nrss.h", "korvane_stream.h"})
 # The binaries may name the folder they were built in, for the tool to be run there; what is installed may not.
 for file in files(prefix):
     for place in (root, build, work):
@@ -75,7 +77,7 @@ def with_cmake(name, *options):
     folder = work / name
     run("cmake", "-S", consumer, "-B", folder, "-G", "Ninja", *options, CC=cc, CXX=cxx)
     run("cmake", "--build", folder)
-    for program in ("detector", "suppressor"):
+    for program in ("detector", "suppressor", "streams", "streams-static"):
         expect(f"{name}: {program}", run(folder / program), expected)
     return folder
 
@@ -84,7 +86,7 @@ with_cmake("find_package", f"-DCMAKE_PREFIX_PATH={prefix}")
 # Unoptimised: what is tested is how it is found, not how fast it is. Only the library comes along, and it is
 # installed only where that is asked for.
 ours = {re.sub("-release.cmake$", "-debug.cmake", file)
-        for name in ("library", "development") for file in files(parts[name])}
+        for name in ("library", "streams", "development") for file in files(parts[name])}
 for name, asked, installed in (("subdirectory", "-DKORVANE_INSTALL=ON", ours), ("fetch", "-UKORVANE_INSTALL", set())):
     folder = with_cmake(name, f"-DFROM={name}", f"-DSOURCE={root}", "-DCMAKE_BUILD_TYPE=Debug", asked)
     run("cmake", "--install", folder, "--prefix", work / name / "installed")
@@ -93,8 +95,9 @@ for name, asked, installed in (("subdirectory", "-DKORVANE_INSTALL=ON", ours), (
            if re.search(r"^korvane-vad-parts|gtest|^conformance$", path.name)], [])
 
 # -Werror: a header that warns is a nuisance to its user.
-flags = shlex.split(run("pkg-config", "--cflags", "--libs", "korvane-vad", PKG_CONFIG_PATH=library.parent / "pkgconfig"))
-for compiler, source in ((cc, "detector.c"), (cxx, "suppressor.cpp")):
+for compiler, source, module in ((cc, "detector.c", "korvane-vad"), (cxx, "suppressor.cpp", "korvane-vad"),
+                                 (cc, "streams.c", "korvane-streams")):
+    flags = shlex.split(run("pkg-config", "--cflags", "--libs", module, PKG_CONFIG_PATH=library.parent / "pkgconfig"))
     program = work / ("with-pkg-config-" + source.split(".")[0])
     run(compiler, "-Wall", "-Wextra", "-Werror", consumer / source, "-o", program, *flags)
     expect(f"pkg-config: {source}", run(program, LD_LIBRARY_PATH=library.parent), expected)

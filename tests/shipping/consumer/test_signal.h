@@ -1,4 +1,4 @@
-/** The signal that both programs hand to the library, and the digest of what comes back. */
+/** The signal that all programs hand to the library, and the digest of what comes back. */
 #ifndef KORVANE_TESTS_SHIPPING_TEST_SIGNAL_H
 #define KORVANE_TESTS_SHIPPING_TEST_SIGNAL_H
 
