@@ -60,23 +60,21 @@ cuts them out, suppresses the noise, or shows it all on a page. Reads what
 libsndfile reads.")
 
 # dpkg-shlibdeps cannot tell name and version of a library apart whose SONAME ends in .so, so there is a
-# list of its symbols instead of a shlibs file. They are the same in all of 3.0. The other library has one too.
-function(korvane_symbols component soname since names)
-  file(STRINGS ${names} symbols)
-  list(TRANSFORM symbols REPLACE "(.+)" " \\1@Base ${since}")
-  list(JOIN symbols "\n" symbols)
-  file(WRITE ${PROJECT_BINARY_DIR}/debian/${component}/symbols
-    "${soname} ${KORVANE_${component}_PACKAGE} #MINVER#
+# list of its symbols instead of a shlibs file. They are the same in all of 3.0.
+list(TRANSFORM KORVANE_EXPORTS REPLACE "(.+)" " \\1@Base 3.0" OUTPUT_VARIABLE symbols)
+list(JOIN symbols "\n" symbols)
+file(WRITE ${PROJECT_BINARY_DIR}/debian/symbols
+  "libKorvaneVAD_v3.0.so ${KORVANE_library_PACKAGE} #MINVER#
 * Build-Depends-Package: ${KORVANE_development_PACKAGE}
 ${symbols}
 ")
-  string(TOUPPER ${component} upper)
-  set(CPACK_DEBIAN_${upper}_PACKAGE_CONTROL_EXTRA
-    ${PROJECT_BINARY_DIR}/debian/${component}/symbols ${PROJECT_BINARY_DIR}/debian/triggers PARENT_SCOPE)
-endfunction()
-korvane_symbols(library libKorvaneVAD_v3.0.so 3.0 exports.txt)
-korvane_symbols(streams libkorvane-streams.so.1 3.0.1 streams/exports.txt)
+file(WRITE ${PROJECT_BINARY_DIR}/debian/shlibs
+  "libkorvane-streams 1 ${KORVANE_streams_PACKAGE} (>= ${PROJECT_VERSION})\n")
 file(WRITE ${PROJECT_BINARY_DIR}/debian/triggers "activate-noawait ldconfig\n")
+set(CPACK_DEBIAN_LIBRARY_PACKAGE_CONTROL_EXTRA
+  ${PROJECT_BINARY_DIR}/debian/symbols ${PROJECT_BINARY_DIR}/debian/triggers)
+set(CPACK_DEBIAN_STREAMS_PACKAGE_CONTROL_EXTRA
+  ${PROJECT_BINARY_DIR}/debian/shlibs ${PROJECT_BINARY_DIR}/debian/triggers)
 
 foreach(component IN LISTS CPACK_COMPONENTS_ALL)
   set(package ${KORVANE_${component}_PACKAGE})

@@ -41,7 +41,10 @@ if(NOT KORVANE_INSTRUMENTED AND NOT "${CMAKE_C_FLAGS} ${CMAKE_CXX_FLAGS}" MATCHE
   add_test(NAME built_file COMMAND ${python} ${CMAKE_CURRENT_SOURCE_DIR}/built_file_test.py
     $<TARGET_FILE:korvane_vad> ${PROJECT_SOURCE_DIR}/exports.txt ${CMAKE_READELF} ${CMAKE_NM}
     ${core_objects} COMMAND_EXPAND_LISTS)
-  set_tests_properties(built_file PROPERTIES ENVIRONMENT LC_ALL=C)
+  add_test(NAME built_file.streams COMMAND ${python} ${CMAKE_CURRENT_SOURCE_DIR}/built_file_test.py --streams
+    $<TARGET_FILE:korvane_streams> ${PROJECT_SOURCE_DIR}/streams/exports.txt ${CMAKE_READELF} ${CMAKE_NM}
+    $<TARGET_OBJECTS:korvane_streams_parts> COMMAND_EXPAND_LISTS)
+  set_tests_properties(built_file built_file.streams PROPERTIES ENVIRONMENT LC_ALL=C)
 endif()
 
 # Real speech from Debian's alsa-utils and asterisk-core-sounds-en-wav, read with libsndfile.
