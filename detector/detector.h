@@ -14,7 +14,7 @@
 
 namespace korvane {
 
-/** One stream, 20 kB. A record of zeros is a fresh one; nothing in it points into it. Any number of
+/** One stream, 14 kB. A record of zeros is a fresh one; nothing in it points into it. Any number of
  * them may run in a process, each on one thread at a time. */
 struct Detector {
     NrssState suppressor;
