@@ -119,6 +119,10 @@ KORVANE_INLINE constexpr int32_t mul_wrap(int32_t a, int32_t b) {
 KORVANE_INLINE constexpr int32_t mul_samples(int32_t a, int32_t b) { return a * b; }
 /** The same with b in -32768..32767. */
 KORVANE_INLINE constexpr int32_t mul_narrow(int32_t a, int32_t b) { return a * b; }
+/** Of words of two samples the sum of the first ones' product and the second ones'. Wraps, where all are -32768. */
+KORVANE_INLINE constexpr int32_t mul_add_pairs(int32_t a, int32_t b) {
+    return add_wrap((a >> 16) * (b >> 16), static_cast<int16_t>(a) * static_cast<int16_t>(b));
+}
 template <int kC>
 KORVANE_INLINE constexpr int32_t mul_half_by(int32_t a) {
     return mul_half_q15(a, kC);
@@ -167,6 +171,11 @@ KORVANE_INLINE constexpr int32_t shl_each(int32_t a, int32_t n) {
 }
 /** floor(a / 2^n), n in 0..31. */
 KORVANE_INLINE constexpr int32_t asr_each(int32_t a, int32_t n) { return a >> n; }
+/** floor(log2(a)) in Q15 and, below it, how far a is on its way to the next power of two; a above 0. */
+KORVANE_INLINE constexpr int32_t straight_log2(int32_t a) {
+    const int zeros = leading_zeros(a);
+    return ((30 - zeros) << 15) + lsr<16>(shl_wrap(a, zeros));
+}
 KORVANE_INLINE constexpr int32_t reverse(int32_t a) { return a; }
 KORVANE_INLINE constexpr int32_t sum_lanes(int32_t a) { return a; }
 KORVANE_INLINE constexpr bool any_negative(int32_t a) { return a < 0; }
@@ -182,6 +191,7 @@ static_assert(mul_half_q15(INT32_MIN, -32768) == 0x40000000);
 static_assert(mul_q15(1000, 32767) == 999 && mul_q15(-1000, 32767) == -1000);
 static_assert(mul_q15(0x40000000, 32767) == -1073709056);  // 2a has wrapped to -2^31
 static_assert(saturate16(32768) == 32767 && saturate16(-32769) == -32768);
+static_assert(straight_log2(1) == 0 && straight_log2(6) == 2 * 32768 + 16384);
 static_assert(leading_zeros(0) == 32 && leading_zeros(1) == 31 && leading_zeros(-1) == 0);
 
 }  // namespace korvane

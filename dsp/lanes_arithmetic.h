@@ -38,6 +38,7 @@ KORVANE_BY_HALVES(maximum)
 KORVANE_BY_HALVES(mul_wrap)
 KORVANE_BY_HALVES(mul_samples)
 KORVANE_BY_HALVES(mul_narrow)
+KORVANE_BY_HALVES(mul_add_pairs)
 KORVANE_BY_HALVES(mul_half_q15)
 KORVANE_BY_HALVES(mul_half_positive)
 KORVANE_BY_HALVES(mul_half_negative)
@@ -45,6 +46,7 @@ KORVANE_BY_HALVES(mul_half_upper)
 KORVANE_BY_HALVES(mul_half_upper_positive)
 KORVANE_BY_HALVES(add_half_negative)
 KORVANE_BY_HALVES(leading_zeros)
+KORVANE_BY_HALVES(straight_log2)
 KORVANE_BY_HALVES(shl_each)
 KORVANE_BY_HALVES(asr_each)
 KORVANE_BY_HALVES_WITH(shl)
@@ -122,6 +124,11 @@ requires(OneRegister<N>) KORVANE_INLINE Lanes<N> mul_narrow(Lanes<N> a, Lanes<N>
     return mul_wrap(a, b);
 }
 template <int N>
+requires(OneRegister<N>) KORVANE_INLINE Lanes<N> mul_add_pairs(Lanes<N> a, Lanes<N> b) {
+    return add_wrap(mul_wrap(asr<16>(a), asr<16>(b)),
+                    mul_wrap(asr<16>(shl<16>(a)), asr<16>(shl<16>(b))));
+}
+template <int N>
 requires(OneRegister<N>) KORVANE_INLINE Lanes<N> mul_half_q15(Lanes<N> a, Lanes<N> c) {
     // With a = 65536*h + l, l not negative, both products fit 32 bits.
     const Lanes<N> low = bit_and(a, Lanes<N>::broadcast(0xFFFF));
@@ -171,6 +178,16 @@ requires(OneRegister<N>) KORVANE_INLINE Lanes<N> leading_zeros(Lanes<N> a) {
     // Of negative values this comes out below 0, of zero above 32.
     const Lanes<N> zeros = sub_wrap(Lanes<N>::broadcast(158), lsr<23>(float_of_highest(a)));
     return maximum(minimum(zeros, Lanes<N>::broadcast(32)), Lanes<N>::broadcast(0));
+}
+/** By way of the exponent and the fraction of a float, which holds values of 24 bits as they are. The lower
+ * bits of greater ones do not count. */
+template <int N>
+requires(OneRegister<N>) KORVANE_INLINE Lanes<N> straight_log2(Lanes<N> a) {
+    const Lanes<N> low =
+        bit_and(greater(a, Lanes<N>::broadcast(0xFFFFFF)), Lanes<N>::broadcast(0xFF));
+    const auto floats = convert<typename Vectors<N>::Floats>(a.v & ~low.v);
+    const Lanes<N> bits = {reinterpret_cast<typename Lanes<N>::Register>(floats)};
+    return sub_wrap(lsr<8>(bits), Lanes<N>::broadcast(127 << 15));
 }
 template <int N>
 requires(OneRegister<N>) KORVANE_INLINE Lanes<N> shl_each(Lanes<N> a, Lanes<N> n) {

@@ -137,6 +137,15 @@ KORVANE_INLINE int32_t load_word(const void* p) {
     std::memcpy(&word, p, sizeof word);
     return word;
 }
+/** As many words of two samples each as V has lanes. */
+template <class V>
+KORVANE_INLINE V load_words(const int16_t* p) {
+    if constexpr (kLanesOf<V> == 1) {
+        return load_word(p);
+    } else {
+        return V::load_words(p);
+    }
+}
 /** A word in the lanes of the lower half, and in those of the upper the one kStride behind it, 1 or 2. */
 template <class V, int kStride>
 KORVANE_INLINE V broadcast_words(const void* p) {

@@ -22,6 +22,11 @@ KORVANE_INLINE Lanes<4> mul_half_q15(Lanes<4> a, Lanes<4> c) {
 KORVANE_INLINE Lanes<4> mul_half_upper(Lanes<4> a, Lanes<4> b) {
     return {vqdmulhq_s32(a.v, vshlq_n_s32(vshrq_n_s32(b.v, 16), 15))};
 }
+KORVANE_INLINE Lanes<4> mul_add_pairs(Lanes<4> a, Lanes<4> b) {
+    const int16x8_t x = vreinterpretq_s16_s32(a.v);
+    const int16x8_t y = vreinterpretq_s16_s32(b.v);
+    return {vpaddq_s32(vmull_s16(vget_low_s16(x), vget_low_s16(y)), vmull_high_s16(x, y))};
+}
 template <int kC, int N>
 requires(FullRegister<N>) KORVANE_INLINE Lanes<N> mul_half_by(Lanes<N> a) {
     static_assert(kC >= -32768 && kC <= 32767);

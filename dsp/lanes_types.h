@@ -32,6 +32,7 @@ using korvane::leading_zeros;
 using korvane::lsr;
 using korvane::maximum;
 using korvane::minimum;
+using korvane::mul_add_pairs;
 using korvane::mul_half_both;
 using korvane::mul_half_by;
 using korvane::mul_half_negative;
@@ -49,6 +50,7 @@ using korvane::select;
 using korvane::shl;
 using korvane::shl_each;
 using korvane::store;
+using korvane::straight_log2;
 using korvane::sub_wrap;
 using korvane::sum_lanes;
 

@@ -24,6 +24,10 @@ KORVANE_INLINE void store(int16_t* p, Lanes<4> a) {
     wasm_v128_store64_lane(p, x, 0);
 }
 
+KORVANE_INLINE Lanes<4> mul_add_pairs(Lanes<4> a, Lanes<4> b) {
+    return of_v128(wasm_i32x4_dot_i16x8((v128_t)a.v, (v128_t)b.v));
+}
+
 /** 2^n, modulo 2^32: byte i of it is 2^(n - 8i), or 0 where the exponent is not in 0..7. For n below 0 or
  * above 31 the result is 0, for n within -103..159. */
 KORVANE_INLINE Lanes<4> power_of_two(Lanes<4> n) {

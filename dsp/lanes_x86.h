@@ -134,6 +134,10 @@ requires(FullRegister<N>) KORVANE_INLINE Lanes<N> mul_samples(Lanes<N> a, Lanes<
 }
 
 template <int N>
+requires(FullRegister<N>) KORVANE_INLINE Lanes<N> mul_add_pairs(Lanes<N> a, Lanes<N> b) {
+    return multiply_add_halves(a, b);
+}
+template <int N>
 requires(FullRegister<N>) KORVANE_INLINE Lanes<N> mul_narrow(Lanes<N> a, Lanes<N> b) {
     return multiply_add_halves(a, lower_bits(b));
 }

@@ -5,7 +5,6 @@
 #define KORVANE_SPEECH_INPUTS_H
 
 #include <algorithm>
-#include <bit>
 #include <cstdlib>
 
 #include "dsp/lanes.h"
@@ -13,176 +12,168 @@
 
 namespace korvane::KORVANE_ISA {
 
-/** Q10 logarithm of x + 4. The 4 lies below what rounding leaves in a band of silence. */
-KORVANE_INLINE int32_t level_q10(int64_t x) {
-    const uint64_t power = static_cast<uint64_t>(x) + 4;
-    const int zeros = std::countl_zero(power);
-    const auto f = static_cast<int32_t>(power << zeros >> 48) - 32768;  // the octave's part, Q15
+/** Bands next to each other. Registers of four leave no lane over. */
+inline constexpr int kBandLanes = kNativeLanes < 4 ? kNativeLanes : 4;
+static_assert(kSpeechBands % kBandLanes == 0);
+using Bands = I32<kBandLanes>;
+
+/** Q10 logarithm of power + 4, power below 2^31 - 4. The 4 lies below what rounding leaves in a band of
+ * silence. */
+template <class V>
+KORVANE_INLINE V level_q10(V power) {
+    const V straight = straight_log2(add_wrap(power, constant<V>(4)));
+    const V f = bit_and(straight, constant<V>(32767));  // the octave's part, Q15
     // f + 0.343 f (1 - f), at most 0.008 off
-    const int32_t bend = mul_q15(mul_q15(f, 32767 - f), 11243);
-    return (63 - zeros) * 1024 + ((f + bend) >> 5);
+    const V arch = asr<15>(mul_samples(f, sub_wrap(constant<V>(32767), f)));
+    const V bend = asr<15>(mul_samples(arch, constant<V>(11243)));
+    return asr<5>(add_wrap(straight, bend));
 }
 
-/** One step of an average in Q20 towards x, Q10. */
-KORVANE_INLINE int32_t follow(int32_t& average, int32_t x, int32_t step) {
-    average += mul_shr(x * 1024 - average, step, 15);
-    return average >> 10;
+template <class V>
+KORVANE_INLINE V clamp(V x, int32_t low, int32_t high) {
+    return maximum(minimum(x, constant<V>(high)), constant<V>(low));
+}
+template <class V>
+KORVANE_INLINE V distance(V a, V b) {
+    const V d = sub_wrap(a, b);
+    return maximum(d, neg_wrap(d));
+}
+
+/** A step, Q15, of an average towards x; the average then. */
+template <class V>
+KORVANE_INLINE V follow(int32_t* average, V x, V step) {
+    const V now = load_lanes<V>(average);
+    const V half = mul_half_positive(sub_wrap(x, now), step);
+    const V next = add_wrap(now, add_wrap(half, half));
+    store(average, next);
+    return next;
+}
+/** The same of an average in Q20 towards x, Q10, as the averages of levels are. */
+template <class V>
+KORVANE_INLINE V follow_level(int32_t* average, V x, V step) {
+    return asr<10>(follow(average, shl<10>(x), step));
 }
 
 /** The mean over the bands of a sum over them. */
-KORVANE_INLINE int32_t band_mean(int32_t sum) { return mul_shr(sum, 65536 / kSpeechBands, 16); }
+KORVANE_INLINE int32_t band_mean(Bands sum) {
+    return mul_shr(sum_lanes(sum), 65536 / kSpeechBands, 16);
+}
 
 /** One step of a floor in Q20: a quarter of the step up where x, Q10, lies above it, else three down. In
  * the long run it has a quarter of the values below it. */
-KORVANE_INLINE void follow_floor(int32_t& floor, int32_t x, int32_t quarter_step) {
-    floor += x * 1024 > floor ? quarter_step : -3 * quarter_step;
+template <class V>
+KORVANE_INLINE V follow_floor(int32_t* floor, V x, int32_t quarter_step) {
+    const V now = load_lanes<V>(floor);
+    const V next = add_wrap(now, select(greater(shl<10>(x), now), constant<V>(quarter_step),
+                                        constant<V>(-3 * quarter_step)));
+    store(floor, next);
+    return asr<10>(next);
 }
 
-/** The power of bins, [0..143], in a band. */
-KORVANE_INLINE int64_t band_power(const SpeechScore& s, const int32_t* bins, int band) {
-    int64_t sum = 0;
-    for (int k = s.edges[band]; k < s.edges[band + 1]; ++k) {
-        sum += static_cast<uint32_t>(bins[k]);
-    }
-    return sum >> s.power_shift;
-}
-
-/** Notes the powers of channel 0's bins, [0..143], and the suppressor's noise in hop `hop` of a batch. The
- * noise moves in seconds; so a hop asks for one band of it. */
-KORVANE_INLINE void hear_hop(SpeechScore& s, int hop, const int32_t* power, const int32_t* noise) {
+/** Notes the powers of a channel's bins, [0..143] modulo 2^32, in hop `hop` of a batch: channel 0's, and
+ * then, where there are two, channel 1's, which are added. */
+KORVANE_INLINE void hear_hop(SpeechScore& s, int hop, int channel, const int32_t* power) {
     for (int band = 0; band < kSpeechBands; ++band) {
-        s.power[hop][band] = band_power(s, power, band);
+        uint64_t sum = 0;
+        for (int k = s.edges[band]; k < s.edges[band + 1]; ++k) {
+            sum += static_cast<uint32_t>(power[k]);
+        }
+        sum >>= s.power_shift;
+        if (channel == 1) {
+            sum += static_cast<uint32_t>(s.power[hop][band]);
+        }
+        s.power[hop][band] = static_cast<int32_t>(std::min<uint64_t>(sum, kMaxBandPower));
     }
-    s.noise_band[hop] = s.next_band;
-    // As long as all frames were silent, the suppressor's estimate is below zero: there is none.
-    s.noise[hop] = 0;
-    for (int k = s.edges[s.next_band]; k < s.edges[s.next_band + 1]; ++k) {
-        s.noise[hop] += std::max<int32_t>(noise[k], 0);
-    }
-    s.noise[hop] >>= s.power_shift;
-    s.next_band = s.next_band + 1 < kSpeechBands ? s.next_band + 1 : 0;
 }
 
-/** Adds channel 1 to what has been heard of the hop, power [0..143]. Its noise is searched for as the
- * suppressor does it, bin by bin: the minimum of a whole band is far above that, where a noise moves. */
-KORVANE_INLINE void hear_other_channel(SpeechScore& s, int hop, const int32_t* power) {
-    using V = I32<kNativeLanes>;
-    const bool first = s.other_count == 0;
-    bool start = first;
-    if (first) {
-        std::fill_n(s.other_minimum[0], kMinimumRows * kBins, INT32_MAX);
-        std::copy_n(power, kBins, s.other_smooth);
-    } else if (s.other_count >= s.minimum_hops) {
-        s.other_row = (s.other_row + 1) % kMinimumRows;
-        s.other_count = 0;
-        start = true;
-    }
-    ++s.other_count;
-    int32_t* const row = s.other_minimum[s.other_row];
-    const V keep = constant<V>(32767 - s.steps.ms45);
-    for (int k = 0; k < kBins; k += kNativeLanes) {
-        const V x = load_lanes<V>(power + k);
-        const V half = mul_half_positive(sub_wrap(load_lanes<V>(s.other_smooth + k), x), keep);
-        const V smooth = add_wrap(x, add_wrap(half, half));
-        store(s.other_smooth + k, smooth);
-        store(row + k, start ? smooth : minimum(load_lanes<V>(row + k), smooth));
+/** Where the averages begin. */
+KORVANE_INLINE void start_inputs(SpeechScore& s, const int32_t* power) {
+    s.started = 1;
+    int32_t sum = 0;
+    int32_t loudness_power = 0;
+    for (int band = 0; band < kSpeechBands; ++band) {
+        s.smooth_power[band] = power[band];
+        s.floor[band] = s.level_40[band] = level_q10(power[band]) * 1024;
+        sum += s.level_40[band] / 1024;
+        loudness_power += power[band] >> 4;
     }
     for (int band = 0; band < kSpeechBands; ++band) {
-        s.power[hop][band] += band_power(s, power, band);
+        s.shape_60[band] = s.level_40[band] - sum / kSpeechBands * 1024;
     }
-    const int band = s.noise_band[hop];
-    int64_t noise = 0;
-    for (int k = s.edges[band]; k < s.edges[band + 1]; ++k) {
-        const auto& m = s.other_minimum;
-        noise += std::max<int32_t>(std::min({m[0][k], m[1][k], m[2][k], m[3][k]}), 0);
-    }
-    s.noise[hop] += noise * 18841 >> (14 + s.power_shift);  // times 1.15, as the suppressor's
+    const int32_t loudness = level_q10(loudness_power) + 4 * 1024;
+    s.loudness_100 = s.loudness_floor = s.loudness_peak = loudness * 1024;
 }
 
 /** The inputs of hop `hop`. */
 KORVANE_INLINE void take_inputs(SpeechScore& s, int hop) {
-    int16_t* input = s.inputs[hop];
-    const auto put = [&input](int32_t x, int32_t low, int32_t high) {
-        *input++ = static_cast<int16_t>(std::clamp<int32_t>(x, low * 1024, high * 1024));
-    };
-    const bool first = s.started == 0;
-    s.started = 1;
-    int32_t level[kSpeechBands];
-    int64_t loudness_power = 0;
-    for (int band = 0; band < kSpeechBands; ++band) {
-        int64_t& smooth = s.smooth_power[band];
-        smooth += first ? s.power[hop][band] : (s.power[hop][band] - smooth) * s.steps.ms20 >> 15;
-        level[band] = level_q10(smooth);
-        loudness_power += smooth;
+    int16_t* const input = s.inputs[hop];
+    constexpr int kRegisters = kSpeechBands / kBandLanes;
+    constexpr int32_t kK = 1024;
+    if (s.started == 0) {
+        start_inputs(s, s.power[hop]);
     }
-    const int32_t loudness = level_q10(loudness_power);
-    if (first) {
-        for (int band = 0; band < kSpeechBands; ++band) {
-            s.floor[band] = s.level_40[band] = level[band] * 1024;
-        }
-        s.loudness_100 = s.loudness_floor = s.loudness_peak = loudness * 1024;
-    }
-
-    // Above the suppressor's noise; nothing while there is none.
-    s.noise_level[s.noise_band[hop]] = s.noise[hop] != 0 ? level_q10(s.noise[hop]) : 0;
-    for (int band = 0; band < kSpeechBands; ++band) {
-        const int32_t noise = s.noise_level[band];
-        put(noise != 0 ? level[band] - noise : 0, -2, 10);
-    }
-
-    // Above the floors, which hurry at the start.
-    const int32_t quarter_step = mul_shr(s.floor_step, 1024 + s.hurry, 12);
+    // The floors hurry at the start.
+    const int32_t quarter_step = mul_shr(s.floor_step, kK + s.hurry, 12);
     s.hurry = mul_shr(s.hurry, s.hurry_decay, 15);
-    int32_t above[kSpeechBands];
-    int32_t above_sum = 0;
-    int32_t above_100_sum = 0;
-    int32_t level_sum = 0;
-    int32_t flux = 0;
-    for (int band = 0; band < kSpeechBands; ++band) {
-        follow_floor(s.floor[band], level[band], quarter_step);
-        above[band] =
-            std::clamp<int32_t>(level[band] - (s.floor[band] >> 10), -3 * 1024, 10 * 1024);
-        above_sum += above[band];
-        level_sum += level[band];
-        flux += std::abs(level[band] - follow(s.level_40[band], level[band], s.steps.ms40));
-        put(above[band], -3, 10);
-    }
-    for (int band = 0; band < kSpeechBands; ++band) {
-        const int32_t slow = follow(s.above_floor_100[band], above[band], s.steps.ms100);
-        above_100_sum += slow;
-        put(slow, -3, 10);
-    }
 
+    Bands level[kRegisters];
+    auto loudness_power = constant<Bands>(0);
+    auto level_sum = constant<Bands>(0);
+    auto above_sum = constant<Bands>(0);
+    auto flux = constant<Bands>(0);
+    for (int i = 0; i < kRegisters; ++i) {
+        const int band = i * kBandLanes;
+        const Bands power = follow(s.smooth_power + band, load_lanes<Bands>(s.power[hop] + band),
+                                   constant<Bands>(s.steps.ms20));
+        loudness_power = add_wrap(loudness_power, asr<4>(power));  // of all together, 32 bits
+        level[i] = level_q10(power);
+        level_sum = add_wrap(level_sum, level[i]);
+        const auto lately =
+            follow_level(s.level_40 + band, level[i], constant<Bands>(s.steps.ms40));
+        flux = add_wrap(flux, distance(level[i], lately));
+        // Above the floors, now and lately.
+        const Bands floor = follow_floor(s.floor + band, level[i], quarter_step);
+        const Bands above = clamp(sub_wrap(level[i], floor), -3 * kK, 10 * kK);
+        above_sum = add_wrap(above_sum, above);
+        store(input + band, above);
+        store(input + kSpeechBands + band,
+              follow_level(s.above_floor_100 + band, above, constant<Bands>(s.steps.ms100)));
+    }
     // Against each other.
-    const int32_t mean = band_mean(level_sum);
-    int32_t shape_flux = 0;
-    for (int band = 0; band < kSpeechBands; ++band) {
-        const int32_t shape = level[band] - mean;
-        if (first) {
-            s.shape_60[band] = shape * 1024;
-        }
-        shape_flux += std::abs(shape - follow(s.shape_60[band], shape, s.steps.ms60));
-        put(shape, -10, 10);
+    const auto mean = constant<Bands>(band_mean(level_sum));
+    auto shape_flux = constant<Bands>(0);
+    for (int i = 0; i < kRegisters; ++i) {
+        const int band = i * kBandLanes;
+        const Bands shape = sub_wrap(level[i], mean);
+        const auto lately = follow_level(s.shape_60 + band, shape, constant<Bands>(s.steps.ms60));
+        shape_flux = add_wrap(shape_flux, distance(shape, lately));
+        store(input + 2 * kSpeechBands + band, clamp(shape, -10 * kK, 10 * kK));
     }
 
     // How all of them have moved.
+    using Four = Lanes<4>;
     const int32_t above_mean = band_mean(above_sum);
-    put(follow(s.above_400, above_mean, s.steps.ms400), -3, 10);
-    const int32_t from_500 = std::abs(above_mean - follow(s.above_500, above_mean, s.steps.ms500));
-    put(follow(s.moved_500, from_500, s.steps.ms500), 0, 10);
-    const int32_t from_2000 =
-        std::abs(above_mean - follow(s.above_2000, above_mean, s.steps.ms2000));
-    put(follow(s.moved_2000, from_2000, s.steps.ms2000), 0, 10);
-    put(above_mean - band_mean(above_100_sum), -10, 10);
-    put(follow(s.flux_100, band_mean(flux), s.steps.ms100), 0, 10);
-    put(follow(s.shape_flux_300, band_mean(shape_flux), s.steps.ms300), 0, 10);
-
+    const Four slow = follow_level(s.above_slow, constant<Four>(above_mean),
+                                   load_lanes<Four>(s.steps.above_slow));
+    int32_t means[4];
+    store(means, slow);
+    const int32_t moves[4] = {distance(above_mean, means[2]), distance(above_mean, means[3]),
+                              band_mean(flux), band_mean(shape_flux)};
+    const Four moved =
+        clamp(follow_level(s.moved, load_lanes<Four>(moves), load_lanes<Four>(s.steps.moved)), 0,
+              10 * kK);
     // Against the loudest of the last seconds: what is far below it is in the background.
-    const int32_t lasting = follow(s.loudness_100, loudness, s.steps.ms100);
-    s.loudness_peak = std::max<int32_t>(s.loudness_peak - s.peak_step, lasting * 1024);
-    follow_floor(s.loudness_floor, loudness, quarter_step);
-    put(loudness - (s.loudness_peak >> 10), -10, 5);
-    put((s.loudness_peak - s.loudness_floor) >> 10, 0, 15);
+    const int32_t loudness = level_q10(std::max<int32_t>(sum_lanes(loudness_power), 0)) + 4 * kK;
+    const int32_t lasting = follow_level(&s.loudness_100, loudness, s.steps.ms100);
+    s.loudness_peak = std::max<int32_t>(s.loudness_peak - s.peak_step, lasting * kK);
+    const int32_t loudness_floor = follow_floor(&s.loudness_floor, loudness, quarter_step);
+    int16_t* const others = input + 3 * kSpeechBands;
+    store(others, moved);
+    others[4] = static_cast<int16_t>(means[1]);
+    others[5] = static_cast<int16_t>(above_mean - means[0]);
+    others[6] = static_cast<int16_t>(clamp(loudness - (s.loudness_peak >> 10), -10 * kK, 5 * kK));
+    others[7] =
+        static_cast<int16_t>(std::min<int32_t>((s.loudness_peak >> 10) - loudness_floor, 15 * kK));
 }
 
 }  // namespace korvane::KORVANE_ISA

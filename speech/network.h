@@ -23,17 +23,26 @@ KORVANE_INLINE int16_t logistic_q15(int32_t x) {
 
 /** @param input  [0..kSpeechInputs-1] Q10 */
 KORVANE_INLINE int16_t network_score(const int16_t* input) {
-    int32_t sum = kSpeechWeights.score_bias;
-    for (int unit = 0; unit < kSpeechUnits; ++unit) {
-        const int16_t* const weight = kSpeechWeights.unit[unit];
-        int32_t x = 0;
-        for (int i = 0; i < kSpeechInputs; ++i) {
-            x += input[i] * weight[i];
-        }
-        x = (x + kSpeechWeights.unit_bias[unit]) >> 12;
-        sum += std::clamp<int32_t>(x, 0, 32767) * kSpeechWeights.score[unit];
+    using V = I32<kNativeLanes>;
+    constexpr int kRegisters = kSpeechUnits / kNativeLanes;
+    V unit[kRegisters];  // Q22
+    for (int r = 0; r < kRegisters; ++r) {
+        unit[r] = load_lanes<V>(kSpeechWeights.unit_bias + r * kNativeLanes);
     }
-    return logistic_q15(sum >> 12);
+    for (int pair = 0; pair < kSpeechInputs / 2; ++pair) {
+        const auto x = constant<V>(load_word(input + 2 * pair));
+        for (int r = 0; r < kRegisters; ++r) {
+            const auto weight = load_words<V>(kSpeechWeights.unit[pair][r * kNativeLanes]);
+            unit[r] = add_wrap(unit[r], mul_add_pairs(x, weight));
+        }
+    }
+    auto sum = constant<V>(0);
+    for (int r = 0; r < kRegisters; ++r) {
+        const V positive = clamp(asr<12>(unit[r]), 0, 32767);
+        const auto weight = load_lanes<V>(kSpeechWeights.score + r * kNativeLanes);
+        sum = add_wrap(sum, mul_narrow(positive, weight));
+    }
+    return logistic_q15((sum_lanes(sum) + kSpeechWeights.score_bias) >> 12);
 }
 
 /** Appends the scores of a batch's hops, which have been heard. */

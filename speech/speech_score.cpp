@@ -14,7 +14,6 @@ constexpr int32_t kBandEdges[kSpeechBands + 1] = {80,   170,  270,  380,  500,  
 
 constexpr int32_t kFloorSpeed = 8166;  // of the floors in a second, Q10: 24 dB
 constexpr int32_t kPeakSpeed = 1021;   // of the peak: 3 dB
-constexpr int64_t kMinimumMs = 570;    // of each stretch, as the suppressor's
 constexpr int32_t kFirstHurry = 8 << 10;
 
 }  // namespace
@@ -42,10 +41,12 @@ void speech_init(SpeechScore& s, int32_t rate) {
             std::max<int16_t>(s.edges[band + 1], static_cast<int16_t>(s.edges[band] + 1));
     }
     s.power_shift = rate >= kTwoBandRate ? 2 * (kFullBandShift - kLowBandShift) : 0;
-    s.steps = {step(20),  step(40),  step(45),  step(60),  step(100),
-               step(300), step(400), step(500), step(2000)};
-    s.minimum_hops =
-        std::max<int32_t>(static_cast<int32_t>(int64_t{clock} * kMinimumMs / (1000 * kBins)), 1);
+    s.steps = {step(20),
+               step(40),
+               step(60),
+               step(100),
+               {step(100), step(400), step(500), step(2000)},
+               {step(500), step(2000), step(100), step(300)}};
     s.floor_step = per_hop(kFloorSpeed);
     s.peak_step = per_hop(kPeakSpeed);
     s.hurry_decay = 32767 - step(1000);

@@ -65,6 +65,7 @@ void check_arithmetic() {
     const auto positive16 = limited(b, [](int32_t x) { return x & 0x7FFF; });
     const auto negative16 = limited(b, [](int32_t x) { return (x & 0x7FFF) - 32768; });
     const auto positive = limited(b, [](int32_t x) { return x & INT32_MAX; });
+    const auto above_0 = limited(b, [](int32_t x) { return std::max(x & INT32_MAX, 1); });
     const auto count = limited(b, [](int32_t x) { return (x & INT32_MAX) % 33; });
     const auto short_count = limited(b, [](int32_t x) { return x & 31; });
     const auto sample = limited(a, [](int32_t x) { return static_cast<int16_t>(x); });
@@ -83,6 +84,7 @@ void check_arithmetic() {
     KORVANE_SAME(bit_or, a, b);
     KORVANE_SAME(mul_samples, sample, positive16);
     KORVANE_SAME(mul_narrow, sample, any16);
+    KORVANE_SAME(mul_add_pairs, a, b);
     KORVANE_SAME(mul_q15, a, any16);
     KORVANE_SAME(mul_half_q15, a, any16);
     KORVANE_SAME(mul_half_positive, a, positive16);
@@ -92,6 +94,8 @@ void check_arithmetic() {
     KORVANE_SAME(shl_each, a, count);
     KORVANE_SAME(asr_each, a, short_count);
     KORVANE_SAME_ONE(leading_zeros);
+    expect_same<V>("straight_log2", above_0, b,
+                   [](auto x, auto /*y*/) { return straight_log2(x); });
     KORVANE_SAME_ONE(neg_wrap);
     KORVANE_SAME_ONE(mul_half_by<-32768>);
     KORVANE_SAME_ONE(mul_half_by<-1>);

@@ -26,7 +26,7 @@ void compute_gains(NrssState& s, HopGains& hops, int32_t extra_bins) {
     for (int hop = 0; hop < kHops; ++hop) {
         NRSS_SpectralGain<I32<kChainLanes>>(s, hops.power[hop], extra_bins);
         if (s.speech != nullptr) {
-            hear_hop(*s.speech, hop, hops.power[hop], s.noise);
+            hear_hop(*s.speech, hop, 0, hops.power[hop]);
         }
         std::copy_n(s.gain, kGains, hops.gain[hop]);
     }
@@ -88,7 +88,7 @@ void score_batch(NrssState& s, const HopGains& hops) {
         return;
     }
     for (int hop = 0; hops.both_channels && hop < kHops; ++hop) {
-        hear_other_channel(*s.speech, hop, hops.power[hop]);
+        hear_hop(*s.speech, hop, 1, hops.power[hop]);
     }
     score_hops<kHops>(*s.speech);
 }
