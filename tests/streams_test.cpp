@@ -22,6 +22,10 @@
 #include "segments/segments.h"
 #include "speech/speech_score.h"
 
+extern "C" {
+#include "sha256.h"
+}
+
 namespace korvane::test {
 namespace {
 
@@ -368,6 +372,38 @@ TEST(Streams, DecisionAdaptiveFollowsTheScoresOfTheSoundsOwnHops) {
         }
         EXPECT_GE(changes, 3) << rate;
     }
+}
+
+TEST(Streams, AnswerTheSameOnEveryMachine) {
+    Sha256 digest;
+    sha256_begin(&digest);
+    const auto add = [&digest](int64_t value) {
+        for (int i = 0; i < 8; ++i, value >>= 8) {
+            const auto byte = static_cast<uint8_t>(value);
+            sha256_add(&digest, &byte, 1);
+        }
+    };
+    for (const int rate : {8000, 16000, 22050, 48000}) {
+        for (const int decision : {KORVANE_DECISION_ADAPTIVE, KORVANE_DECISION_FIXED}) {
+            const Told told = whole(config_of(rate, 2, decision), talk(4 * rate, 2, 7));
+            for (const auto& [position, length, speech, score, level, noise] : told.results) {
+                add(position);
+                add(speech);
+                add(std::lround(score * 32768));
+                add(std::lround(level * 256));
+                add(std::lround(noise * 256));
+            }
+            for (const auto& [kind, open, position, start] : told.events) {
+                add(kind + open);
+                add(position);
+            }
+            std::ranges::for_each(told.cleaned, add);
+        }
+    }
+    char hex[65];
+    sha256_end(&digest, hex);
+    EXPECT_STREQ(hex, "9ec309d20e9a9dd340099522ec84bf6d5c450eb5473e4f5b1d282f84ea0229ba")
+        << "renew it where other answers are meant";
 }
 
 Samples tone_after_silence(int rate, int silence, int length, double amplitude) {

@@ -4,9 +4,9 @@ from typing import NamedTuple
 
 from build import Build
 
-LIBRARY = "libKorvaneVAD_v3.0.so"
+LIBRARIES = ("libKorvaneVAD_v3.0.so", "libkorvane-streams.so.1.0.0")
 CORE_TESTS = ["pipeline_test", "spectral_gain_test", "filter_bank_test", "fft288_test", "detector_test",
-              "stream_test", "fft288_uninitialised_test", "conformance"]
+              "stream_test", "fft288_uninitialised_test", "speech_score_test", "streams_test", "conformance"]
 VECTOR_TESTS = ["vector_test", *CORE_TESTS]
 
 
@@ -49,9 +49,9 @@ class Subject(NamedTuple):
         return builds
 
 
-CORE = Subject(folders=("detector/", "nrss/", "dsp/"), tests={test: "" for test in VECTOR_TESTS}, count=400, mark=1,
-               products=(LIBRARY,), packages="+build googletest pkg-config python3 qemu-user",
-               options="-DKORVANE_BUILD_TOOLS=OFF", targets=("conformance",))
+CORE = Subject(folders=("detector/", "nrss/", "dsp/", "speech/", "streams/"), tests={test: "" for test in VECTOR_TESTS},
+               count=500, mark=1, products=LIBRARIES, packages="+build googletest pkg-config python3 qemu-user",
+               options="-DKORVANE_BUILD_TOOLS=OFF", targets=("conformance", "korvane_streams"))
 COMPILED = r"\.(cpp|h)$"
 TOOL = Subject(folders=("tools/", "segments/"), count=150, mark=0.9,
                tests={"segments_test": "", "tool_test": "", "report_parts_test": COMPILED,
