@@ -134,6 +134,91 @@ TEST_F(AudioSourceTest, SaysWhichDecodersAreNotBitExact) {
     }
 }
 
+TEST_F(AudioSourceTest, ReadsWavWithoutATrueLengthToItsEnd) {
+    const std::vector<int16_t> samples = noise(100000, 10);
+    std::vector<int32_t> wide(samples.begin(), samples.end());
+    std::ranges::for_each(wide, [](int32_t& sample) { sample *= 65536; });
+    const int formats[] = {kWav, SF_FORMAT_WAVEX | SF_FORMAT_FLOAT,
+                           SF_FORMAT_WAV | SF_FORMAT_PCM_24, SF_FORMAT_W64 | SF_FORMAT_PCM_16};
+    for (const int format : formats) {
+        const bool wave64 = (format & SF_FORMAT_TYPEMASK) == SF_FORMAT_W64;
+        write_file(folder_.path("x"), format, 16000, 2, wide);
+        std::string bytes = folder_.read("x");
+        const std::size_t at = bytes.find("data") + (wave64 ? 16 : 4);
+        for (const uint32_t length : {0U, 0xFFFFFFFFU, 0x7FFFF000U}) {
+            for (std::size_t i = 0; i < 4; ++i) {  // of W64 the upper half
+                bytes[at + (wave64 ? 4 : 0) + i] = static_cast<char>(length >> (8 * i));
+            }
+            if (wave64) {
+                bytes.replace(at, 4, 4, '\0');
+            }
+            EXPECT_EQ(read_all(folder_.write("x", bytes)), samples)
+                << std::hex << format << ' ' << length;
+            const Pipe pipe(folder_, bytes);
+            EXPECT_EQ(read_all(pipe.path()), samples)
+                << "pipe " << std::hex << format << ' ' << length;
+        }
+    }
+    // No sample at all, and a chunk behind that.
+    write_file(folder_.path("x"), kWav, 16000, 1, samples);
+    std::string bytes = folder_.read("x");
+    folder_.write("x", bytes.substr(0, 40) + std::string("\0\0\0\0LIST\4\0\0\0INFO", 16));
+    EXPECT_THAT(failure_of([&] { read_all(folder_.path("x")); }), HasSubstr("holds no samples"));
+    folder_.write("x", bytes.replace(40, 4, 4, '\xFF'));
+    std::filesystem::resize_file(folder_.path("x"), 4'600'000'044);
+    EXPECT_EQ(open_source(folder_.path("x"), {})->info().length, 2'300'000'000);
+}
+
+TEST_F(AudioSourceTest, ReadsAllLinksOfAChain) {
+    const int vorbis = SF_FORMAT_OGG | SF_FORMAT_VORBIS;
+    write_file(folder_.path("a"), vorbis, 16000, 1, noise(100000, 11));
+    write_file(folder_.path("b"), SF_FORMAT_OGG | SF_FORMAT_OPUS, 16000, 1, noise(50000, 12));
+    write_file(folder_.path("c"), vorbis, 8000, 1, noise(50000, 13));
+    std::vector<int16_t> expected;
+    for (const char* name : {"a", "b", "a"}) {
+        std::ranges::copy(read_all(folder_.path(name)), std::back_inserter(expected));
+    }
+    const std::string chain = folder_.read("a") + folder_.read("b") + folder_.read("a");
+    EXPECT_TRUE(read_all(folder_.write("x", chain)) == expected);
+    std::vector<int16_t> before;
+    const auto fails = [&](const std::string& path, const char* reason) {
+        const auto source = open_source(path, {});
+        before.clear();
+        EXPECT_THAT(failure_of([&] { read_all(*source, &before); }), HasSubstr(reason));
+        EXPECT_EQ(before.size(), 100000U);
+    };
+    fails(folder_.write("x", folder_.read("a") + folder_.read("c")),
+          "part 2 of the chain: has another rate");
+    const Pipe pipe(folder_, chain);
+    fails(pipe.path(), "a chain, of which only a file");
+}
+
+TEST_F(AudioSourceTest, TakesACountOfMpegFramesForAPromiseAndAGuessForNone) {
+    std::vector<int16_t> samples = noise(20000, 9);
+    samples.resize(300000);  // silence, whose frames are shorter
+    write_file(folder_.path("counted"), SF_FORMAT_MPEG | SF_FORMAT_MPEG_LAYER_III, 16000, 1,
+               samples);
+    const std::string counted = folder_.read("counted");
+    EXPECT_EQ(read_all(folder_.path("counted")).size(), samples.size());
+    // The count is in a frame of its own, the first.
+    const std::string guessed = counted.substr(counted.find(counted.substr(0, 2), 2));
+    // Before it may stand anything, as long as it is short, and tags, with pictures that look like frames.
+    const std::string tag = std::string("ID3\4\0\0\0\1\x7F\x7F", 10) + std::string(32767, '\xFF');
+    for (const std::string& before : {std::string(), std::string(4, '\0'), tag + tag}) {
+        const auto source = open_source(folder_.write("guessed.mp3", before + guessed), {});
+        EXPECT_FALSE(source->info().length);
+        EXPECT_NEAR(static_cast<double>(read_all(*source).size()), 301000, 1000);
+    }
+    for (const auto& [bytes, reason] :
+         {std::pair{counted, "truncated: "}, {guessed, "damaged, or cut within a frame"}}) {
+        const auto source =
+            open_source(folder_.write("cut", bytes.substr(0, bytes.size() / 2)), {});
+        std::vector<int16_t> before;
+        EXPECT_THAT(failure_of([&] { read_all(*source, &before); }), HasSubstr(reason));
+        EXPECT_GT(before.size(), 65536U);
+    }
+}
+
 TEST_F(AudioSourceTest, ChoosesAndMixesChannels) {
     constexpr std::size_t kFrames = 70000;
     const std::vector<int16_t> six = noise(6 * kFrames, 2);

@@ -1,18 +1,22 @@
 #include "tools/audio/sndfile_source.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <array>
+#include <cstring>
 #include <sstream>
 
+#include "tools/audio/ogg_links.h"
+#include "tools/audio/unfinished_wav.h"
 #include "tools/files/failure.h"
 
 namespace korvane::tool {
 
 namespace {
 
-// Programs that write to a pipe cannot know the length and put a huge one into the header. What is
-// declared from here on (in bytes) is such a placeholder.
-constexpr int64_t kUnknownBytes = 0x7F000000;
+constexpr std::size_t kMostBeforeMpeg =
+    65536;  // bytes of neither tag nor frame before the first frame
 
 /** What libsndfile reads without going back: WAV, AIFF, AU and Ogg, by their first four bytes. */
 constexpr std::array<uint32_t, 6> kStreamed = {
@@ -46,6 +50,39 @@ std::string loss_in_log(const std::string& log, int format) {
         }
     }
     return {};
+}
+
+/** The bytes of a sample in which nothing is coded but it itself; 0 of codecs with blocks. */
+int plain_bytes(int format) {
+    switch (format & SF_FORMAT_SUBMASK) {
+        case SF_FORMAT_PCM_U8:
+        case SF_FORMAT_ULAW:
+        case SF_FORMAT_ALAW:
+            return 1;
+        case SF_FORMAT_PCM_16:
+            return 2;
+        case SF_FORMAT_PCM_24:
+            return 3;
+        case SF_FORMAT_PCM_32:
+        case SF_FORMAT_FLOAT:
+            return 4;
+        case SF_FORMAT_DOUBLE:
+            return 8;
+        default:
+            return 0;
+    }
+}
+
+/** Where the ID3 tags at the beginning end. A cover in one may look like MPEG. */
+int64_t end_of_tags(InputDescriptor& file) {
+    int64_t end = 0;
+    uint8_t tag[10];  // name, version, flags, size in 4 times 7 bits
+    while (file.read_at(end, tag, sizeof tag) == sizeof tag && std::memcmp(tag, "ID3", 3) == 0) {
+        const bool has_footer = (tag[5] & 0x10) != 0;
+        end += (has_footer ? 20 : 10) +
+               ((tag[6] & 127) << 21 | (tag[7] & 127) << 14 | (tag[8] & 127) << 7 | (tag[9] & 127));
+    }
+    return end;
 }
 
 }  // namespace
@@ -88,9 +125,79 @@ void SndfileSource::open() {
     }
     file_.reset(by_name ? sf_open(info_.name.c_str(), SFM_READ, &format_)
                         : sf_open_fd(input_.get(), SFM_READ, &format_, SF_FALSE));
+    if (file_ && !input_.live()) {
+        if (const auto start = start_of_unfinished_samples(input_);
+            start && plain_bytes(format_.format) > 0) {
+            open_as_raw(*start);
+        }
+    }
     // libsndfile makes do with what it has read of a header.
     if (!file_ || sf_error(file_.get()) == SF_ERR_SYSTEM) {
         throw Failure(input_name(info_.name), sndfile_reason(sf_strerror(file_.get())));
+    }
+    if (!input_.live() && (format_.format & SF_FORMAT_TYPEMASK) == SF_FORMAT_MPEG) {
+        open_as_stream();
+    } else if (!input_.live() && (format_.format & SF_FORMAT_TYPEMASK) == SF_FORMAT_OGG) {
+        links_ = starts_of_ogg_links(input_);
+        if (links_.size() > 1) {
+            open_from(links_[0]);
+        }
+    }
+}
+
+// As a stream, from a place in the file.
+void SndfileSource::open_from(int64_t offset) {
+    feed_.emplace(input_, offset);
+    format_ = {};
+    file_.reset(sf_open_fd(feed_->get(), SFM_READ, &format_, SF_FALSE));
+}
+
+// libsndfile ends with the first link. False where the next one cannot be read after it.
+bool SndfileSource::open_next_link() {
+    open_from(links_[++link_]);
+    if (!file_) {
+        fault_of_link_ = sndfile_reason(sf_strerror(nullptr));
+    } else if (format_.samplerate != info_.input_rate || format_.channels != info_.input_channels) {
+        fault_of_link_ = "has another rate or number of channels";
+    }
+    return fault_of_link_.empty();
+}
+
+// Of MPEG without a count of its frames libsndfile guesses the length of a file, and ends there. Of a stream it
+// says that it does not know, and reads to the end; but a stream has to begin with a frame.
+void SndfileSource::open_as_stream() {
+    const int64_t start = end_of_tags(input_);
+    std::vector<uint8_t> bytes(kMostBeforeMpeg);
+    bytes.resize(input_.read_at(start, bytes.data(), bytes.size()));
+    for (std::size_t i = 0; i + 1 < bytes.size(); ++i) {
+        if (bytes[i] != 0xFF || (bytes[i + 1] & 0xE0) != 0xE0) {
+            continue;
+        }
+        open_from(start + static_cast<int64_t>(i));
+        if (file_) {
+            return;
+        }
+    }
+    throw Failure(input_name(info_.name), "no MPEG frame is found");
+}
+
+// The file from where the samples begin, a stream from where it stands; to the end, whatever a header has said.
+void SndfileSource::open_as_raw(int64_t start) {
+    const bool big = (format_.format & SF_FORMAT_ENDMASK) == SF_ENDIAN_BIG;
+    SF_INFO raw{};
+    raw.samplerate = format_.samplerate;
+    raw.channels = format_.channels;
+    raw.format = SF_FORMAT_RAW | (format_.format & SF_FORMAT_SUBMASK) |
+                 (big ? SF_ENDIAN_BIG : SF_ENDIAN_LITTLE);
+    if (!input_.live()) {  // raw samples cannot begin where the descriptor stands
+        lseek(input_.get(), 0, SEEK_SET);
+    }
+    file_.reset(sf_open_fd(input_.get(), SFM_READ, &raw, SF_FALSE));
+    format_.frames = SF_COUNT_MAX;
+    if (file_ && !input_.live()) {
+        sf_command(file_.get(), SFC_SET_RAW_START_OFFSET, &start, sizeof start);
+        sf_seek(file_.get(), 0, SEEK_SET);  // the command alone does not move
+        format_.frames = (input_.size() - start) / plain_bytes(format_.format) / format_.channels;
     }
 }
 
@@ -98,10 +205,35 @@ bool SndfileSource::length_known() const {
     // In a pipe a placeholder's length in frames is all that is known of it: up to 8 bytes a
     // sample.
     return format_.frames < SF_COUNT_MAX &&
-           !(input_.live() && format_.frames >= kUnknownBytes / 8 / format_.channels);
+           !(input_.live() &&
+             (format_.frames == 0 || format_.frames >= kUnknownBytes / 8 / format_.channels));
+}
+
+bool SndfileSource::goes_on_after_declared_end() const {
+    const int container = format_.format & SF_FORMAT_TYPEMASK;
+    return input_.live() && !length_known() && plain_bytes(format_.format) > 0 &&
+           (container == SF_FORMAT_WAV || container == SF_FORMAT_WAVEX);
 }
 
 int64_t SndfileSource::read_piece(int16_t* piece, int64_t frames) {
+    // Of a stream libsndfile would read beyond the declared end, and drop that.
+    const int64_t declared = std::min(frames, format_.frames - given_);
+    const int64_t count = read_converted(piece, declared);
+    given_ += count;
+    if (count < declared && link_ + 1 < links_.size() && sf_error(file_.get()) == SF_ERR_NO_ERROR &&
+        open_next_link()) {
+        given_ = 0;
+        return count + read_piece(piece + count * info_.channels, frames - count);
+    }
+    if (count < declared || declared == frames || !goes_on_after_declared_end()) {
+        return count;
+    }
+    open_as_raw(0);
+    given_ = 0;
+    return file_ ? count + read_piece(piece + count * info_.channels, frames - count) : count;
+}
+
+int64_t SndfileSource::read_converted(int16_t* piece, int64_t frames) {
     const auto size = static_cast<std::size_t>(frames * info_.channels);
     sf_count_t count = 0;
     switch (kind_) {
@@ -119,13 +251,24 @@ int64_t SndfileSource::read_piece(int16_t* piece, int64_t frames) {
             std::transform(real_.begin(), real_.end(), piece, sample_from_float);
             break;
     }
-    return sf_error(file_.get()) == SF_ERR_NO_ERROR ? count
-                                                    : std::clamp<int64_t>(count, 0, frames - 1);
+    return sf_error(file_.get()) == SF_ERR_NO_ERROR
+               ? count
+               : std::clamp<int64_t>(count, 0, std::max<int64_t>(frames - 1, 0));
 }
 
 void SndfileSource::check_end(int64_t frames_read) {
     const std::string name = input_name(info_.name);
-    if (sf_error(file_.get()) != SF_ERR_NO_ERROR) {
+    if (feed_) {
+        feed_->end();
+        input_.check();
+    }
+    if (!fault_of_link_.empty()) {
+        throw Failure(name,
+                      "part " + std::to_string(link_ + 1) + " of the chain: " + fault_of_link_);
+    }
+    const int container = format_.format & SF_FORMAT_TYPEMASK;
+    const int error = sf_error(file_.get());
+    if (error != SF_ERR_NO_ERROR && container != SF_FORMAT_MPEG) {
         throw Failure(name, sndfile_reason(sf_strerror(file_.get())));
     }
     std::vector<char> log(16384);
@@ -137,6 +280,13 @@ void SndfileSource::check_end(int64_t frames_read) {
     if (length_known() && frames_read < format_.frames) {
         throw Failure(name, "truncated: " + std::to_string(frames_read) + " of " +
                                 std::to_string(format_.frames) + " samples");
+    }
+    if (error != SF_ERR_NO_ERROR) {  // of MPEG, for which libsndfile has no words
+        throw Failure(name, "damaged, or cut within a frame");
+    }
+    char more = 0;
+    if (input_.live() && container == SF_FORMAT_OGG && input_.read(&more, 1) > 0) {
+        throw Failure(name, "a chain, of which only a file can be read to the end");
     }
 }
 

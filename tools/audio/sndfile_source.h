@@ -6,10 +6,12 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "tools/audio/buffered_source.h"
+#include "tools/audio/file_feed.h"
 #include "tools/audio/sample_conversion.h"
 
 namespace korvane::tool {
@@ -29,12 +31,23 @@ class SndfileSource : public InputSource {
 
   private:
     void open();
+    void open_from(int64_t offset);
+    void open_as_stream();
+    bool open_next_link();
+    void open_as_raw(int64_t start);
     bool length_known() const;
     int64_t read_piece(int16_t* piece, int64_t frames) override;
+    bool goes_on_after_declared_end() const;
+    int64_t read_converted(int16_t* piece, int64_t frames);
     void check_end(int64_t frames_read) override;
 
     SF_INFO format_{};
+    std::optional<FileFeed> feed_;  // of MPEG
+    std::vector<int64_t> links_;    // of Ogg, where they begin in the file
+    std::size_t link_ = 0;
+    std::string fault_of_link_;
     SndfileHandle file_;
+    int64_t given_ = 0;  // frames of file_
     SampleKind kind_ = SampleKind::kShort;
     std::vector<int32_t> wide_;  // a piece before its conversion
     std::vector<double> real_;
