@@ -66,7 +66,8 @@ if(NOT CMAKE_CROSSCOMPILING AND TARGET example_many_streams)
   if(KORVANE_BUILD_TOOLS) # where alsa-utils and sox are; "front centre" is said in one go
     add_test(NAME examples.speech_times COMMAND sh -c
       "sox /usr/share/sounds/alsa/Front_Center.wav -r 16000 -t raw - | $<TARGET_FILE:example_speech_times>")
+    # Two words with a pause of 0.4 s, one segment or two.
     set_tests_properties(examples.speech_times PROPERTIES
-      PASS_REGULAR_EXPRESSION "^0\\.[01][0-9]\\.\\.1\\.[345][0-9] s, -1[0-9]\\.[0-9] dB, score [01]\\.[0-9]+\n$")
+      PASS_REGULAR_EXPRESSION "^0\\.[01][0-9]\\.\\.(0\\.[0-9]+ s, [^\n]*\n0\\.[0-9]+\\.\\.)?1\\.[345][0-9] s, -1[0-9]\\.[0-9] dB, score [01]\\.[0-9]+\n$")
   endif()
 endif()
