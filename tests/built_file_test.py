@@ -29,7 +29,7 @@ STRONG = {"sqrt", "log10", "floor", "memcpy", "memmove", "memset", "getpid", "fp
 SONAME, NAMES = "libKorvaneVAD_v3.0.so", 24
 if arguments.streams:  # which allocates where it is told to, and logs nothing
     SONAME, NAMES = "libkorvane-streams.so.1", 18
-    STRONG = {"log10", "lroundf", "memcpy", "memmove", "memset", "posix_memalign", "free",
+    STRONG = {"log10", "floor", "lroundf", "memcpy", "memmove", "memset", "posix_memalign", "free",
               "__stack_chk_fail", "__stack_chk_guard"}
     WEAK -= {"__android_log_print"}
 LIBRARIES = {"libm.so.6", "libc.so.6", "ld-linux-x86-64.so.2", "ld-linux-aarch64.so.1"}
