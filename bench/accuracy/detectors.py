@@ -1,5 +1,4 @@
 """Runs detectors over recordings, each in a program of its own and in the rate that it wants."""
-import json
 import subprocess
 from pathlib import Path
 
@@ -41,16 +40,15 @@ def run(program, pairs):
 
 
 def answers(name, work, programs, folder, sessions):
-    """Of each of the (session, samples, truth) the Answers and the seconds taken. Those of peers are kept in the
-    folder; own programs may have changed."""
+    """Of each of the (session, samples, truth) the Answers and the seconds taken. Nothing is kept from an earlier run:
+    times can be compared only if all were taken in one."""
     out = {}
     kept = folder / name.replace(" ", "-")
     kept.mkdir(parents=True, exist_ok=True)
-    times = kept / "times.json"
-    taken = json.loads(times.read_text()) if name in PEERS and times.exists() else {}
+    taken = {}
     for rate in sorted({session["rate"] for session, _, _ in sessions}):
         wanted = rate if name in OWN else PEERS[name][2]
-        some = [item for item in sessions if item[0]["rate"] == rate and item[0]["name"] not in taken]
+        some = [item for item in sessions if item[0]["rate"] == rate]
         pairs = [(samples_at(folder, session, samples, wanted), kept / session["name"]) for session, samples, _ in some]
         if name in OWN:
             program = [programs / "accuracy_streams", name, rate]
@@ -58,9 +56,7 @@ def answers(name, work, programs, folder, sessions):
             program = [programs / "accuracy_native", PEERS[name][1], wanted]
         else:
             program = ["node", HERE / "peers/peers.mjs", work / "npm", PEERS[name][1]]
-        if pairs:
-            taken.update(zip([session["name"] for session, _, _ in some], run(program, pairs)))
-    times.write_text(json.dumps(taken))
+        taken.update(zip([session["name"] for session, _, _ in some], run(program, pairs)))
     for session, _, _ in sessions:
         if name in OWN:
             start, speech, score, told = np.fromfile(kept / session["name"]).reshape(-1, 4).T
