@@ -32,28 +32,6 @@ constexpr std::size_t kPieceSamples = 131072;
 
 constexpr int container_of(int format) { return format & SF_FORMAT_TYPEMASK; }
 
-/** Bytes of a sample where all have the same, else 0. */
-int64_t sample_bytes(int format) {
-    switch (format & SF_FORMAT_SUBMASK) {
-        case SF_FORMAT_PCM_S8:
-        case SF_FORMAT_PCM_U8:
-        case SF_FORMAT_ULAW:
-        case SF_FORMAT_ALAW:
-            return 1;
-        case SF_FORMAT_PCM_16:
-            return 2;
-        case SF_FORMAT_PCM_24:
-            return 3;
-        case SF_FORMAT_PCM_32:
-        case SF_FORMAT_FLOAT:
-            return 4;
-        case SF_FORMAT_DOUBLE:
-            return 8;
-        default:
-            return 0;
-    }
-}
-
 /** Most samples, all channels together, that the container's size fields can count. */
 int64_t max_samples(int format) {
     constexpr int64_t kLargest = UINT32_MAX - 4096;  // leaves room for headers

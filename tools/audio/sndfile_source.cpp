@@ -52,27 +52,6 @@ std::string loss_in_log(const std::string& log, int format) {
     return {};
 }
 
-/** The bytes of a sample in which nothing is coded but it itself; 0 of codecs with blocks. */
-int plain_bytes(int format) {
-    switch (format & SF_FORMAT_SUBMASK) {
-        case SF_FORMAT_PCM_U8:
-        case SF_FORMAT_ULAW:
-        case SF_FORMAT_ALAW:
-            return 1;
-        case SF_FORMAT_PCM_16:
-            return 2;
-        case SF_FORMAT_PCM_24:
-            return 3;
-        case SF_FORMAT_PCM_32:
-        case SF_FORMAT_FLOAT:
-            return 4;
-        case SF_FORMAT_DOUBLE:
-            return 8;
-        default:
-            return 0;
-    }
-}
-
 /** Where the ID3 tags at the beginning end. A cover in one may look like MPEG. */
 int64_t end_of_tags(InputDescriptor& file) {
     int64_t end = 0;
@@ -127,7 +106,7 @@ void SndfileSource::open() {
                         : sf_open_fd(input_.get(), SFM_READ, &format_, SF_FALSE));
     if (file_ && !input_.live()) {
         if (const auto start = start_of_unfinished_samples(input_);
-            start && plain_bytes(format_.format) > 0) {
+            start && sample_bytes(format_.format) > 0) {
             open_as_raw(*start);
         }
     }
@@ -147,6 +126,7 @@ void SndfileSource::open() {
 
 // As a stream, from a place in the file.
 void SndfileSource::open_from(int64_t offset) {
+    file_.reset();  // which reads from the feed before
     feed_.emplace(input_, offset);
     format_ = {};
     file_.reset(sf_open_fd(feed_->get(), SFM_READ, &format_, SF_FALSE));
@@ -195,9 +175,10 @@ void SndfileSource::open_as_raw(int64_t start) {
     file_.reset(sf_open_fd(input_.get(), SFM_READ, &raw, SF_FALSE));
     format_.frames = SF_COUNT_MAX;
     if (file_ && !input_.live()) {
-        sf_command(file_.get(), SFC_SET_RAW_START_OFFSET, &start, sizeof start);
+        sf_count_t offset = input_.start() + start;
+        sf_command(file_.get(), SFC_SET_RAW_START_OFFSET, &offset, sizeof offset);
         sf_seek(file_.get(), 0, SEEK_SET);  // the command alone does not move
-        format_.frames = (input_.size() - start) / plain_bytes(format_.format) / format_.channels;
+        format_.frames = (input_.size() - start) / sample_bytes(format_.format) / format_.channels;
     }
 }
 
@@ -211,7 +192,7 @@ bool SndfileSource::length_known() const {
 
 bool SndfileSource::goes_on_after_declared_end() const {
     const int container = format_.format & SF_FORMAT_TYPEMASK;
-    return input_.live() && !length_known() && plain_bytes(format_.format) > 0 &&
+    return input_.live() && !length_known() && sample_bytes(format_.format) > 0 &&
            (container == SF_FORMAT_WAV || container == SF_FORMAT_WAVEX);
 }
 
