@@ -186,6 +186,7 @@ TEST_F(AudioSourceTest, ReadsAllLinksOfAChain) {
         before.clear();
         EXPECT_THAT(failure_of([&] { read_all(*source, &before); }), HasSubstr(reason));
         EXPECT_EQ(before.size(), 100000U);
+        EXPECT_FALSE(source->info().length);
     };
     fails(folder_.write("x", folder_.read("a") + folder_.read("c")),
           "part 2 of the chain: has another rate");

@@ -30,8 +30,6 @@ namespace {
 
 constexpr std::size_t kPieceSamples = 131072;
 
-constexpr int container_of(int format) { return format & SF_FORMAT_TYPEMASK; }
-
 /** Most samples, all channels together, that the container's size fields can count. */
 int64_t max_samples(int format) {
     constexpr int64_t kLargest = UINT32_MAX - 4096;  // leaves room for headers

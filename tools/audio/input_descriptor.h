@@ -24,8 +24,6 @@ class InputDescriptor {
     bool live() const { return live_; }
     /** Bytes of a regular file from where it stands. */
     int64_t size() const { return size_; }
-    /** Where a regular file stood at first, in bytes. */
-    int64_t start() const { return start_; }
     /** Whether interrupt_live_input has ended it, or what is now a copy of it. */
     bool interrupted() const;
 

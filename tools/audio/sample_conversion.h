@@ -75,6 +75,8 @@ constexpr SampleKind sample_kind(int sf_format) {
     }
 }
 
+constexpr int container_of(int format) { return format & SF_FORMAT_TYPEMASK; }
+
 /** Bytes of a sample where all have the same, else 0. */
 constexpr int64_t sample_bytes(int format) {
     switch (format & SF_FORMAT_SUBMASK) {

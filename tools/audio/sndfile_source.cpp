@@ -1,7 +1,5 @@
 #include "tools/audio/sndfile_source.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <array>
 #include <cstring>
@@ -50,6 +48,17 @@ std::string loss_in_log(const std::string& log, int format) {
         }
     }
     return {};
+}
+
+/** The same samples without a header. */
+SF_INFO raw_format(const SF_INFO& format) {
+    const bool big = (format.format & SF_FORMAT_ENDMASK) == SF_ENDIAN_BIG;
+    SF_INFO raw{};
+    raw.samplerate = format.samplerate;
+    raw.channels = format.channels;
+    raw.format = SF_FORMAT_RAW | (format.format & SF_FORMAT_SUBMASK) |
+                 (big ? SF_ENDIAN_BIG : SF_ENDIAN_LITTLE);
+    return raw;
 }
 
 /** Where the ID3 tags at the beginning end. A cover in one may look like MPEG. */
@@ -102,40 +111,53 @@ void SndfileSource::open() {
             input_.spool();
         }
     }
-    file_.reset(by_name ? sf_open(info_.name.c_str(), SFM_READ, &format_)
-                        : sf_open_fd(input_.get(), SFM_READ, &format_, SF_FALSE));
+    if (by_name) {
+        file_.reset(sf_open(info_.name.c_str(), SFM_READ, &format_));
+    } else if (input_.live()) {
+        file_.reset(sf_open_fd(input_.get(), SFM_READ, &format_, SF_FALSE));
+    } else {
+        open_window({input_, 0, input_.size(), true}, {});
+    }
     if (file_ && !input_.live()) {
         if (const auto start = start_of_unfinished_samples(input_);
             start && sample_bytes(format_.format) > 0) {
-            open_as_raw(*start);
+            const int format = format_.format;
+            open_window({input_, *start, input_.size() - *start, true}, raw_format(format_));
+            format_.format = format;
         }
     }
     // libsndfile makes do with what it has read of a header.
     if (!file_ || sf_error(file_.get()) == SF_ERR_SYSTEM) {
         throw Failure(input_name(info_.name), sndfile_reason(sf_strerror(file_.get())));
     }
-    if (!input_.live() && (format_.format & SF_FORMAT_TYPEMASK) == SF_FORMAT_MPEG) {
-        open_as_stream();
-    } else if (!input_.live() && (format_.format & SF_FORMAT_TYPEMASK) == SF_FORMAT_OGG) {
+    const int container = container_of(format_.format);
+    if (!input_.live() && container == SF_FORMAT_MPEG) {
+        open_mpeg();
+    } else if (!input_.live() && container == SF_FORMAT_OGG) {
         links_ = starts_of_ogg_links(input_);
         if (links_.size() > 1) {
-            open_from(links_[0]);
+            links_.push_back(input_.size());
+            open_window(link_window(), {});
         }
     }
 }
 
-// As a stream, from a place in the file.
-void SndfileSource::open_from(int64_t offset) {
-    file_.reset();  // which reads from the feed before
-    feed_.emplace(input_, offset);
-    format_ = {};
-    file_.reset(sf_open_fd(feed_->get(), SFM_READ, &format_, SF_FALSE));
+bool SndfileSource::open_window(const FileWindow& window, const SF_INFO& format) {
+    file_.reset();  // which reads from the window before
+    window_ = window;
+    format_ = format;
+    file_.reset(window_->open(format_));
+    return file_ != nullptr;
+}
+
+FileWindow SndfileSource::link_window() {
+    return {input_, links_[link_], links_[link_ + 1] - links_[link_], true};
 }
 
 // libsndfile ends with the first link. False where the next one cannot be read after it.
 bool SndfileSource::open_next_link() {
-    open_from(links_[++link_]);
-    if (!file_) {
+    ++link_;
+    if (!open_window(link_window(), {})) {
         fault_of_link_ = sndfile_reason(sf_strerror(nullptr));
     } else if (format_.samplerate != info_.input_rate || format_.channels != info_.input_channels) {
         fault_of_link_ = "has another rate or number of channels";
@@ -143,55 +165,32 @@ bool SndfileSource::open_next_link() {
     return fault_of_link_.empty();
 }
 
-// Of MPEG without a count of its frames libsndfile guesses the length of a file, and ends there. Of a stream it
-// says that it does not know, and reads to the end; but a stream has to begin with a frame.
-void SndfileSource::open_as_stream() {
+// Of MPEG without a count of its frames libsndfile guesses the length of a file, and ends there. Where it does not find
+// the end, it reads on; but then it has to begin with a frame.
+void SndfileSource::open_mpeg() {
     const int64_t start = end_of_tags(input_);
     std::vector<uint8_t> bytes(kMostBeforeMpeg);
     bytes.resize(input_.read_at(start, bytes.data(), bytes.size()));
     for (std::size_t i = 0; i + 1 < bytes.size(); ++i) {
-        if (bytes[i] != 0xFF || (bytes[i + 1] & 0xE0) != 0xE0) {
-            continue;
-        }
-        open_from(start + static_cast<int64_t>(i));
-        if (file_) {
+        const int64_t at = start + static_cast<int64_t>(i);
+        if (bytes[i] == 0xFF && (bytes[i + 1] & 0xE0) == 0xE0 &&
+            open_window({input_, at, input_.size() - at, false}, {})) {
             return;
         }
     }
     throw Failure(input_name(info_.name), "no MPEG frame is found");
 }
 
-// The file from where the samples begin, a stream from where it stands; to the end, whatever a header has said.
-void SndfileSource::open_as_raw(int64_t start) {
-    const bool big = (format_.format & SF_FORMAT_ENDMASK) == SF_ENDIAN_BIG;
-    SF_INFO raw{};
-    raw.samplerate = format_.samplerate;
-    raw.channels = format_.channels;
-    raw.format = SF_FORMAT_RAW | (format_.format & SF_FORMAT_SUBMASK) |
-                 (big ? SF_ENDIAN_BIG : SF_ENDIAN_LITTLE);
-    if (!input_.live()) {  // raw samples cannot begin where the descriptor stands
-        lseek(input_.get(), 0, SEEK_SET);
-    }
-    file_.reset(sf_open_fd(input_.get(), SFM_READ, &raw, SF_FALSE));
-    format_.frames = SF_COUNT_MAX;
-    if (file_ && !input_.live()) {
-        sf_count_t offset = input_.start() + start;
-        sf_command(file_.get(), SFC_SET_RAW_START_OFFSET, &offset, sizeof offset);
-        sf_seek(file_.get(), 0, SEEK_SET);  // the command alone does not move
-        format_.frames = (input_.size() - start) / sample_bytes(format_.format) / format_.channels;
-    }
-}
-
 bool SndfileSource::length_known() const {
     // In a pipe a placeholder's length in frames is all that is known of it: up to 8 bytes a
     // sample.
-    return format_.frames < SF_COUNT_MAX &&
+    return format_.frames < SF_COUNT_MAX && links_.size() <= 2 &&
            !(input_.live() &&
              (format_.frames == 0 || format_.frames >= kUnknownBytes / 8 / format_.channels));
 }
 
 bool SndfileSource::goes_on_after_declared_end() const {
-    const int container = format_.format & SF_FORMAT_TYPEMASK;
+    const int container = container_of(format_.format);
     return input_.live() && !length_known() && sample_bytes(format_.format) > 0 &&
            (container == SF_FORMAT_WAV || container == SF_FORMAT_WAVEX);
 }
@@ -201,7 +200,7 @@ int64_t SndfileSource::read_piece(int16_t* piece, int64_t frames) {
     const int64_t declared = std::min(frames, format_.frames - given_);
     const int64_t count = read_converted(piece, declared);
     given_ += count;
-    if (count < declared && link_ + 1 < links_.size() && sf_error(file_.get()) == SF_ERR_NO_ERROR &&
+    if (count < frames && link_ + 2 < links_.size() && sf_error(file_.get()) == SF_ERR_NO_ERROR &&
         open_next_link()) {
         given_ = 0;
         return count + read_piece(piece + count * info_.channels, frames - count);
@@ -209,7 +208,9 @@ int64_t SndfileSource::read_piece(int16_t* piece, int64_t frames) {
     if (count < declared || declared == frames || !goes_on_after_declared_end()) {
         return count;
     }
-    open_as_raw(0);
+    SF_INFO raw = raw_format(format_);
+    file_.reset(sf_open_fd(input_.get(), SFM_READ, &raw, SF_FALSE));
+    format_.frames = SF_COUNT_MAX;
     given_ = 0;
     return file_ ? count + read_piece(piece + count * info_.channels, frames - count) : count;
 }
@@ -239,15 +240,12 @@ int64_t SndfileSource::read_converted(int16_t* piece, int64_t frames) {
 
 void SndfileSource::check_end(int64_t frames_read) {
     const std::string name = input_name(info_.name);
-    if (feed_) {
-        feed_->end();
-        input_.check();
-    }
+    input_.check();
     if (!fault_of_link_.empty()) {
         throw Failure(name,
                       "part " + std::to_string(link_ + 1) + " of the chain: " + fault_of_link_);
     }
-    const int container = format_.format & SF_FORMAT_TYPEMASK;
+    const int container = container_of(format_.format);
     const int error = sf_error(file_.get());
     if (error != SF_ERR_NO_ERROR && container != SF_FORMAT_MPEG) {
         throw Failure(name, sndfile_reason(sf_strerror(file_.get())));

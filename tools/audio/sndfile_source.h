@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "tools/audio/buffered_source.h"
-#include "tools/audio/file_feed.h"
+#include "tools/audio/file_window.h"
 #include "tools/audio/sample_conversion.h"
 
 namespace korvane::tool {
@@ -31,10 +31,10 @@ class SndfileSource : public InputSource {
 
   private:
     void open();
-    void open_from(int64_t offset);
-    void open_as_stream();
+    bool open_window(const FileWindow& window, const SF_INFO& format);
+    FileWindow link_window();
     bool open_next_link();
-    void open_as_raw(int64_t start);
+    void open_mpeg();
     bool length_known() const;
     int64_t read_piece(int16_t* piece, int64_t frames) override;
     bool goes_on_after_declared_end() const;
@@ -42,8 +42,8 @@ class SndfileSource : public InputSource {
     void check_end(int64_t frames_read) override;
 
     SF_INFO format_{};
-    std::optional<FileFeed> feed_;  // of MPEG
-    std::vector<int64_t> links_;    // of Ogg, where they begin in the file
+    std::optional<FileWindow> window_;  // where libsndfile reads a part of the file
+    std::vector<int64_t> links_;  // of Ogg, where they begin in the file, and where the last ends
     std::size_t link_ = 0;
     std::string fault_of_link_;
     SndfileHandle file_;
