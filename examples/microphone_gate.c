@@ -12,6 +12,7 @@ int main(void) {
     KorvaneStreamConfig config;
     KorvaneStream* stream;
     int16_t samples[FRAME];
+    int frames_open = 0;
     int32_t error = korvane_stream_defaults(&config, RATE, 1);
     stream = error == KORVANE_OK ? korvane_stream_create(&config, &error) : NULL;
     if (stream == NULL) {
@@ -19,8 +20,13 @@ int main(void) {
         return 1;
     }
     while (fread(samples, sizeof *samples, FRAME, stdin) == FRAME) {
-        /* What comes back is as old as what was decided, so the gate cuts the sound where it says. */
-        if (korvane_stream_process(stream, samples, samples, FRAME) == 0) {
+        /* An answer is ahead of the sound that comes back, by 576 samples at most. */
+        if (korvane_stream_process(stream, samples, samples, FRAME) > 0) {
+            frames_open = 576 / FRAME + 1;
+        } else if (frames_open > 0) {
+            frames_open--;
+        }
+        if (frames_open == 0) {
             memset(samples, 0, sizeof samples);
         }
         if (fwrite(samples, sizeof *samples, FRAME, stdout) != FRAME) {

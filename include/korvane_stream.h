@@ -50,9 +50,11 @@
  *
  * RESULTS
  *   One for each frame of frame_length samples: 0.., frame_length.., 2 * frame_length.. and so on;
- *   the last one holds what is left. The result for a frame comes with the call that brings the
- *   sample `delay` behind its last one, or with korvane_stream_end.
- *   With KORVANE_DECISION_DETECTOR frames lie otherwise, see there.
+ *   the last one holds what is left. Sound is worked on in blocks of 576 samples per channel, and the
+ *   result for a frame comes with the end of a block, before the cleaned samples do: delay - 576 to
+ *   delay samples behind the frame's last one (9 to 45 ms at 16 kHz), or with korvane_stream_end.
+ *   With KORVANE_DECISION_DETECTOR frames lie otherwise, see there, and the result comes with the
+ *   frame's last cleaned sample.
  *   Levels are in dB, 0 dB being the mean square 32768^2 of the loudest square wave, of the louder
  *   channel, and as loud as the input was: what the suppressor takes off every sound (see
  *   restore_level) is added, whether or not it is restored in the samples.
@@ -252,7 +254,7 @@ KORVANE_API void korvane_stream_destroy(KorvaneStream* stream);
  * @param out  [0..n*channels-1] receives cleaned samples, `delay` samples late; may be `in` itself,
  *             otherwise it must not overlap it; null for none
  * @param n    samples per channel, 0 or more
- * @return     1 or 0: whether the last whole frame was speech (0 before the first), or an error:
+ * @return     1 or 0: whether the last frame told was speech (0 before the first), or an error:
  *             KORVANE_ERROR_NULL (stream, or `in` with n above 0), _NO_STREAM, _COUNT, _ENDED, _BUSY
  */
 KORVANE_API int32_t korvane_stream_process(KorvaneStream* stream, const int16_t* in, int16_t* out,

@@ -39,14 +39,14 @@ Level noise_level(const NrssState& s) {
 }
 
 /**
- * Adds the scores of n samples that have come back, from sample `at` of their block on. They are one hop
- * late (framing.h), so the score of the same hop of the block has heard one hop more than they hold.
+ * Adds the scores of n cleaned samples, from sample `at` of their block on. They are one hop late
+ * (framing.h), so the score of the same hop of the block has heard one hop more than they hold.
  */
 void add_scores(Stream& s, int32_t at, int32_t n) {
     const int32_t hop = s.detector.suppressor.rate_class == kTwoBandClass ? 2 * kHopSize : kHopSize;
     for (const int32_t end = at + n; at < end;) {
         const int32_t next = std::min(end, (at / hop + 1) * hop);
-        s.evidence += s.hop_scores[at / hop] * (next - at);
+        s.evidence += s.score.hops.score[at / hop] * (next - at);
         at = next;
     }
 }
@@ -121,6 +121,36 @@ void end_frame(Stream& s) {
     }
 }
 
+/** Adds n cleaned samples of each channel, as many as the frame lacks at most, and decides a whole frame. */
+void add_samples(Stream& s, const int16_t* ch0, const int16_t* ch1, int32_t n) {
+    add_squares(s.squares[0], ch0, n);
+    if (s.settings.channels == 2) {
+        add_squares(s.squares[1], ch1, n);
+    }
+    s.filled += n;
+    if (s.filled == s.settings.frame) {
+        end_frame(s);
+    }
+}
+
+/** Decides what it can of the block just cleaned, which waits in the ring to be handed back. */
+void decide_block(Stream& s) {
+    const NrssStreamState& ring = s.detector.stream;
+    int32_t at = s.to_skip;
+    s.to_skip = 0;
+    // Behind the end of the input are the zeros that flush the ring.
+    const int64_t wanted = s.heard - s.next_position - s.filled;
+    const auto end = static_cast<int32_t>(std::min<int64_t>(kBlockSize, at + wanted));
+    while (at < end) {
+        const int32_t n = std::min(end - at, s.settings.frame - s.filled);
+        add_scores(s, at, n);
+        add_samples(s, ring.ring_ch0 + ring.read_pos + at, ring.ring_ch1 + ring.read_pos + at, n);
+        at += n;
+    }
+}
+
+bool as_the_detector(const Stream& s) { return s.settings.decision == KORVANE_DECISION_DETECTOR; }
+
 }  // namespace
 
 void stream_start(Stream& s, const KorvaneStreamConfig& config, const StreamSettings& settings) {
@@ -133,47 +163,35 @@ void stream_start(Stream& s, const KorvaneStreamConfig& config, const StreamSett
     s.detector.level.hangover_samples = settings.hangover;
     segmenter_init(s.segmenter, settings.timing, settings.rules);
     speech_init(s.score, settings.rate);
-    const bool of_the_detector = settings.decision == KORVANE_DECISION_DETECTOR;
-    s.to_skip = of_the_detector ? 0 : settings.delay;
-    s.next_position = of_the_detector ? -settings.delay : 0;
+    s.to_skip = settings.delay - kBlockSize;
+    s.next_position = as_the_detector(s) ? -settings.delay : 0;
     s.noise = kSilence;
 }
 
 int32_t stream_room(const Stream& s) {
-    const int32_t of_frame = s.to_skip > 0 ? s.to_skip : s.settings.frame - s.filled;
-    return std::min(kBlockSize - s.detector.stream.fill, of_frame);
+    const int32_t of_block = kBlockSize - s.detector.stream.fill;
+    return as_the_detector(s) ? std::min(of_block, s.settings.frame - s.filled) : of_block;
 }
 
 void stream_step(Stream& s, int16_t* ch0, int16_t* ch1, int32_t n) {
     NrssStreamState& ring = s.detector.stream;
     NrssState& suppressor = s.detector.suppressor;
-    const int32_t at = ring.fill;
     // Set anew each time, since the record may have been moved.
     suppressor.speech = s.settings.decision == KORVANE_DECISION_ADAPTIVE ? &s.score : nullptr;
     NRSS_Buffered(ring, suppressor, ch0, ch1, n);
-    if (s.to_skip > 0) {
-        s.to_skip -= n;
-    } else {
-        add_squares(s.squares[0], ch0, n);
-        if (ch1 != ch0) {
-            add_squares(s.squares[1], ch1, n);
-        }
-        add_scores(s, at, n);
-        s.filled += n;
-        if (s.filled == s.settings.frame) {
-            end_frame(s);
-        }
+    if (as_the_detector(s)) {
+        add_samples(s, ch0, ch1, n);
     }
     if (ring.fill == 0) {
         s.noise = noise_level(suppressor);
-        std::copy_n(s.score.hops.score, s.score.hops.count, s.hop_scores);
+        if (!as_the_detector(s)) {
+            decide_block(s);
+        }
         s.score.hops.count = 0;
     }
 }
 
-bool stream_lacks_samples(const Stream& s) {
-    return s.settings.decision == KORVANE_DECISION_DETECTOR && s.filled > 0;
-}
+bool stream_lacks_samples(const Stream& s) { return as_the_detector(s) && s.filled > 0; }
 
 void stream_finish(Stream& s) {
     if (s.filled > 0) {

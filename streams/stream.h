@@ -26,13 +26,12 @@ struct Stream {
     segments::Segmenter segmenter;
     int64_t heard;          ///< samples of the input
     int64_t next_position;  ///< of the frame being filled
-    int32_t to_skip;        ///< cleaned samples before the first frame
+    int32_t to_skip;        ///< samples of the first block that lie before the input
     int32_t filled;         ///< cleaned samples in the frame
     uint64_t squares[2];    ///< of each channel of the frame
     int32_t evidence;       ///< sum of the scores of the frame's samples
     Level noise;
-    SpeechScore score;             ///< of the decision `adaptive`
-    int16_t hop_scores[kMaxHops];  ///< of the block that comes back, Q15
+    SpeechScore score;  ///< of the decision `adaptive`
     KorvaneStreamResult last;
 };
 
@@ -46,7 +45,9 @@ void stream_start(Stream& s, const KorvaneStreamConfig& config, const StreamSett
 int32_t stream_room(const Stream& s);
 
 /**
- * Cleans samples and decides the frame that they complete; the callbacks are called.
+ * Cleans samples and decides the frames that they complete; the callbacks are called. With the decision
+ * `detector` a frame is decided when its samples are handed back, with the others as soon as they are
+ * clean, with the last sample of a block.
  *
  * @param ch0  [0..n-1] int16 samples, overwritten with cleaned ones as the suppressor leaves them
  * @param ch1  [0..n-1] the same of channel 1; ch0 for one channel

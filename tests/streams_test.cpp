@@ -324,6 +324,21 @@ TEST(Streams, DecisionDetectorGivesTheAnswersOfTheExportedCalls) {
     }
 }
 
+TEST(Streams, AResultComesWithTheBlockThatCleansItsFrame) {
+    for (const int rate : {16000, 48000}) {
+        Config config = config_of(rate, 1);
+        Told told;
+        const Owned stream = made(config, told);
+        const int64_t late = korvane_stream_delay(stream.get()) - 576;
+        for (int64_t heard = 1; heard < 10 * 576; ++heard) {
+            const int16_t x = 0;
+            korvane_stream_process(stream.get(), &x, nullptr, 1);
+            const int64_t cleaned = std::max<int64_t>(heard / 576 * 576 - late, 0);
+            ASSERT_EQ(std::ssize(told.results), cleaned / config.frame_length) << heard;
+        }
+    }
+}
+
 /** The scores of one channel's hops, from the suppressor alone. */
 std::vector<int> hop_scores(int rate, Samples x) {
     auto suppressor = std::make_unique<NrssState>();
