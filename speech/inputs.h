@@ -89,18 +89,22 @@ KORVANE_INLINE void hear_hop(SpeechScore& s, int hop, int channel, const int32_t
 /** Where the averages begin. */
 KORVANE_INLINE void start_inputs(SpeechScore& s, const int32_t* power) {
     s.started = 1;
-    int32_t sum = 0;
-    int32_t loudness_power = 0;
-    for (int band = 0; band < kSpeechBands; ++band) {
-        s.smooth_power[band] = power[band];
-        s.floor[band] = s.level_40[band] = level_q10(power[band]) * 1024;
-        sum += s.level_40[band] / 1024;
-        loudness_power += power[band] >> 4;
+    auto sum = constant<Bands>(0);
+    auto loudness_power = constant<Bands>(0);
+    for (int band = 0; band < kSpeechBands; band += kBandLanes) {
+        const auto now = load_lanes<Bands>(power + band);
+        const Bands level = level_q10(now);
+        store(s.smooth_power + band, now);
+        store(s.floor + band, shl<10>(level));
+        store(s.level_40 + band, shl<10>(level));
+        sum = add_wrap(sum, level);
+        loudness_power = add_wrap(loudness_power, asr<4>(now));
     }
+    const int32_t mean = sum_lanes(sum) / kSpeechBands;
     for (int band = 0; band < kSpeechBands; ++band) {
-        s.shape_60[band] = s.level_40[band] - sum / kSpeechBands * 1024;
+        s.shape_60[band] = s.level_40[band] - mean * 1024;
     }
-    const int32_t loudness = level_q10(loudness_power) + 4 * 1024;
+    const int32_t loudness = level_q10<int32_t>(sum_lanes(loudness_power)) + 4 * 1024;
     s.loudness_100 = s.loudness_floor = s.loudness_peak = loudness * 1024;
 }
 
