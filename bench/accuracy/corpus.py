@@ -111,7 +111,7 @@ class Half:
             at += length + round(rng.choice([rng.uniform(0.3, 1), rng.uniform(1, 4)]) * 100)
 
     def session(self, session, index):
-        """Samples and truth."""
+        """Samples, truth, and the speech alone at the rate of the prompts."""
         alike = session["group"] == "rate"  # sessions of the three rates have the same talk
         seed = 10000 + index % 7 if alike else index
         rng = np.random.default_rng([seed, len(self.talkers)])
@@ -119,16 +119,17 @@ class Half:
         talker = self.talkers[seed % len(self.talkers)] if alike else session["talker"]
         if session["group"] == "alone":
             truth = np.zeros(SECONDS * 100, bool)
+            speech = np.zeros(SECONDS * RATE)
             x = self.noise(session["noise"], rng, SECONDS * rate, rate, talker)
         else:
-            x, truth = self.speech(rng, talker)
-            x = signal.resample_poly(x, rate, RATE) if rate != RATE else x
+            speech, truth = self.speech(rng, talker)
+            x = signal.resample_poly(speech, rate, RATE) if rate != RATE else speech
             if session["noise"]:
                 x = x + 10**(-session["ratio"] / 20) * self.noise(session["noise"], rng, len(x), rate, talker)
             else:
                 x = x + 10**(-60 / 20) * rng.standard_normal(len(x))  # a quiet room
         x = 10**(session["level"] / 20) * x
-        return np.clip(np.round(32768 * x), -32768, 32767).astype("<i2"), truth
+        return np.clip(np.round(32768 * x), -32768, 32767).astype("<i2"), truth, speech
 
 
 def plan(half):
@@ -170,7 +171,7 @@ def main(store, half, folder):
     sessions = plan(half)
     for index, session in enumerate(sessions):
         session["name"] = f"{index:03}-{session['group']}-{session['noise'] or 'clean'}"
-        samples, truth = source.session(session, index)
+        samples, truth, _ = source.session(session, index)
         write_wav(folder / (session["name"] + ".wav"), session["rate"], samples)
         (folder / (session["name"] + ".truth")).write_bytes(truth.tobytes())
     (folder / "sessions.json").write_text(json.dumps(sessions, indent=1))

@@ -116,9 +116,10 @@ def curves(sessions, said, shifts):
     return out
 
 
-def record(lines):
+def record(lines, what):
+    """Puts tables into the page, between its marks of that name."""
     text = PAGE.read_text()
-    begin, end = "<!-- results -->", "<!-- end of results -->"
+    begin, end = f"<!-- {what} -->", f"<!-- end of {what} -->"
     PAGE.write_text(text[:text.index(begin) + len(begin)] + "\n\n" + "\n".join(lines) + "\n\n" + text[text.index(end):])
 
 
@@ -137,7 +138,7 @@ def main(work, programs, *options):
     lines = tables(halves["test"], said, shifts)
     print("\n".join(lines))
     if "--record" in options:
-        record(lines)
+        record(lines, "results")
         (ROOT / "docs/accuracy.svg").write_text(trade_off(curves(halves["test"], said, shifts)))
 
 

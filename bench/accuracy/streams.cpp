@@ -2,7 +2,7 @@
 //
 //     accuracy_streams DECISION RATE <LIST
 //
-// DECISION is adaptive, fixed or detector. Each line of LIST names a file of 16-bit mono samples and, behind a tab, a
+// DECISION is adaptive, fixed or detector; or cleaned: then the file gets the cleaned samples. Each line of LIST names a file of 16-bit mono samples and, behind a tab, a
 // file to write: for each frame of 10 ms four doubles, the second at which it begins, speech or not, the score, and how
 // many seconds of sound had been handed over when the answer came. Prints the seconds taken, one a line.
 
@@ -31,6 +31,12 @@ void keep(void* user, const KorvaneStreamResult* result) {
          static_cast<double>(result->score), answers.handed_over / answers.rate});
 }
 
+template <class T>
+void write(std::ofstream& file, const std::vector<T>& values) {
+    file.write(reinterpret_cast<const char*>(values.data()),
+               static_cast<std::streamsize>(values.size() * sizeof(T)));
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -39,6 +45,7 @@ int main(int argc, char** argv) {
     }
     const std::string decision = argv[1];
     const int rate = std::stoi(argv[2]);
+    const bool wants_cleaned = decision == "cleaned";
     const int32_t piece = rate / 100;
     std::string from;
     std::string to;
@@ -48,26 +55,28 @@ int main(int argc, char** argv) {
         const auto* const samples = reinterpret_cast<const int16_t*>(bytes.data());
         const auto count = static_cast<int32_t>(bytes.size() / 2);
         Answers answers{static_cast<double>(rate), 0, {}};
+        std::vector<int16_t> cleaned(wants_cleaned ? bytes.size() / 2 : 0);
         KorvaneStreamConfig config;
         korvane_stream_defaults(&config, rate, 1);
         config.decision = decision == "fixed"      ? KORVANE_DECISION_FIXED
                           : decision == "detector" ? KORVANE_DECISION_DETECTOR
                                                    : KORVANE_DECISION_ADAPTIVE;
-        config.on_result = keep;
+        config.on_result = wants_cleaned ? nullptr : keep;
         config.user = &answers;
         KorvaneStream* const stream = korvane_stream_create(&config, nullptr);
         const auto begun = std::chrono::steady_clock::now();
         for (int32_t at = 0; at + piece <= count; at += piece) {
             answers.handed_over = at + piece;
-            korvane_stream_process(stream, samples + at, nullptr, piece);
+            korvane_stream_process(stream, samples + at,
+                                   wants_cleaned ? cleaned.data() + at : nullptr, piece);
         }
         korvane_stream_end(stream, nullptr);
         const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - begun;
         korvane_stream_destroy(stream);
         std::cout << taken.count() << '\n';
-        std::ofstream(to, std::ios::binary)
-            .write(reinterpret_cast<const char*>(answers.rows.data()),
-                   static_cast<std::streamsize>(answers.rows.size() * sizeof(double)));
+        std::ofstream out(to, std::ios::binary);
+        write(out, answers.rows);
+        write(out, cleaned);
     }
     return 0;
 }

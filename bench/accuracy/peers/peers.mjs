@@ -1,9 +1,9 @@
 // Runs a detector from npm over recordings:
 //
-//     node peers.mjs MODULES NAME <LIST
+//     node peers.mjs MODULES NAME [cleaned] <LIST
 //
 // Each line of LIST names a file of 16-bit mono samples at the detector's rate and a file to write: a float32
-// score for each chunk. MODULES holds node_modules. Prints the seconds that the detector took, one a line.
+// score for each chunk, or 16-bit samples as RNNoise cleans them. MODULES holds node_modules. Prints the seconds that the detector took, one a line.
 
 import {createRequire} from 'node:module';
 import {readFileSync, writeFileSync} from 'node:fs';
@@ -11,7 +11,7 @@ import {join} from 'node:path';
 import {performance} from 'node:perf_hooks';
 import {pathToFileURL} from 'node:url';
 
-const [folder, name] = process.argv.slice(2);
+const [folder, name, what] = process.argv.slice(2);
 const modules = join(folder, 'node_modules');
 const load = (path) => import(pathToFileURL(join(modules, path)));
 
@@ -75,7 +75,13 @@ const detectors = {
             const state = module._rnnoise_create(0);
             return (samples) => {
                 module.HEAPF32.set(samples, at >> 2);
-                return module._rnnoise_process_frame(state, at, at);
+                const score = module._rnnoise_process_frame(state, at, at);
+                if (what === 'cleaned') {
+                    module.HEAPF32.subarray(at >> 2, (at >> 2) + chunk).forEach((x, i) => {
+                        samples[i] = Math.max(-32768, Math.min(32767, Math.round(x)));
+                    });
+                }
+                return score;
             };
         }};
     },
@@ -109,5 +115,5 @@ for (const line of readFileSync(0, 'utf8').trim().split('\n')) {
         scores[i] = await process(samples.subarray(i * detector.chunk, (i + 1) * detector.chunk));
     }
     console.log((performance.now() - begun) / 1000);
-    writeFileSync(to, Buffer.from(scores.buffer));
+    writeFileSync(to, what === 'cleaned' ? bytes : Buffer.from(scores.buffer));
 }
