@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "dsp/gain_mul.h"
+#include "fenced_pages.h"
 #include "korvane_nrss.h"
 #include "korvane_stream.h"
 #include "korvane_vad.h"
@@ -321,6 +322,41 @@ TEST(Streams, DecisionDetectorGivesTheAnswersOfTheExportedCalls) {
         EXPECT_EQ(told.events, events);
         cleaned.resize(told.cleaned.size());
         EXPECT_TRUE(told.cleaned == cleaned);
+    }
+}
+
+TEST(Streams, StayWithinTheirMemoryAndTheHostsArrays) {
+    constexpr int kLongest = 1200;
+    FencedPages memory(korvane_stream_size());
+    FencedPages in(2 * kLongest * sizeof(float));
+    FencedPages out(2 * kLongest * sizeof(float));
+    const Samples x = talk(kLongest, 2, 3);
+    for (const Edge edge : {Edge::kFirst, Edge::kLast}) {
+        for (const auto& [rate, channels] :
+             {std::tuple{16000, 1}, {16000, 2}, {48000, 1}, {48000, 2}}) {
+            auto* const stream =
+                reinterpret_cast<KorvaneStream*>(memory.array<char>(korvane_stream_size(), edge));
+            const Config config = config_of(rate, channels);
+            ASSERT_EQ(korvane_stream_init(stream, korvane_stream_size(), &config), KORVANE_OK);
+            for (const int n : {0, 1, 2, 7, 575, 576, 577, kLongest}) {
+                const auto count = index(n * channels);
+                in.allow(PROT_READ | PROT_WRITE);
+                auto* const shorts = in.array<int16_t>(count, edge);
+                std::copy_n(x.begin(), count, shorts);
+                in.allow(PROT_READ);
+                ASSERT_GE(
+                    korvane_stream_process(stream, shorts, out.array<int16_t>(count, edge), n), 0);
+                in.allow(PROT_READ | PROT_WRITE);
+                auto* const floats = in.array<float>(count, edge);
+                std::fill_n(floats, count, 0.25F);
+                in.allow(PROT_READ);
+                ASSERT_GE(
+                    korvane_stream_process_float(stream, floats, out.array<float>(count, edge), n),
+                    0);
+            }
+            const auto rest = index(korvane_stream_delay(stream) * channels);
+            ASSERT_GE(korvane_stream_end(stream, out.array<int16_t>(rest, edge)), 0);
+        }
     }
 }
 
