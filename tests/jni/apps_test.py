@@ -1,4 +1,4 @@
-"""Runs what an app developer has in hands: the Java example of android/README.md, with stand-ins for the
+"""Runs what an app developer has in hands: the Java examples of android/README.md, with stand-ins for the
 platform's classes, as it is and shrunk together with the class by ProGuard, whose rules R8 reads, under the
 module's rules for its users.
 
@@ -25,11 +25,13 @@ def check_run(*command):
 
 
 examples = re.findall(r"```java\n(.*?)```", (root / "android/README.md").read_text(), re.S)
-assert len(examples) == 1
-(work / "Listener.java").write_text(examples[0])
+names = ("SpeechFinder", "Listener")
+assert len(examples) == len(names)
+for name, example in zip(names, examples):
+    (work / f"{name}.java").write_text(example)
 app = work / "app"
 subprocess.run([javac, "--release", "8", "-Xlint:all,-options", "-Werror", "-cp", jar, "-d", app,
-                work / "Listener.java", tests / "ExampleApp.java",
+                *work.glob("*.java"), tests / "ExampleApp.java",
                 *sorted((tests / "standins/android/media").iterdir())], check=True)
 check_run("-cp", f"{jar}:{app}", "ExampleApp")
 

@@ -65,20 +65,21 @@ subprocess.run(
      f"-DCMAKE_TOOLCHAIN_FILE={root}/cmake/aarch64-linux-android.cmake",
      f"-DCMAKE_CXX_STANDARD_INCLUDE_DIRECTORIES={jni_headers}"], check=True)
 subprocess.run(["cmake", "--build", build], check=True)
-library = next(build.rglob("libkorvane_vad_jni.so"))
-elf = subprocess.run([readelf, "-W", "-h", "-d", "-l", "--dyn-syms", library], check=True,
-                     capture_output=True, text=True, env={"LC_ALL": "C"}).stdout
-check("Machine:                           AArch64" in elf, "not for 64-bit Arm")
-check(named(r"SONAME.*\[(.*)\]", elf) == library.name, "not its SONAME")
-libraries = set(re.findall(r"NEEDED.*\[(.*)\]", elf))
-check("libKorvaneVAD_v3.0.so" in libraries and libraries <= {"libKorvaneVAD_v3.0.so", "libc.so"},
-      f"needs {libraries}")
-check(set(re.findall(r"^ +LOAD .* (0x\w+)$", elf, re.M)) == {"0x4000"}, "not aligned to 16 KB")
-check("TEXTREL" not in elf and "GNU_RELRO" in elf and "BIND_NOW" in elf, "text relocations, or not RELRO")
-symbols = re.findall(r"^ +\d+: \w+ +\d+ \w+ +(?:GLOBAL|WEAK) +\w+ +(\w+) (\S+)", elf, re.M)
-check([name for section, name in symbols if section != "UND"] == ["JNI_OnLoad"], f"exports: {symbols}")
-check(any(name == "VoiceActivityDetectionExe" for section, name in symbols if section == "UND"),
-      "does not call the detector")
+for name, needed, detector_call in (("korvane_vad_jni", {"libKorvaneVAD_v3.0.so"}, "VoiceActivityDetectionExe"),
+                                    ("korvane_stream_jni", set(), None)):
+    library = next(build.rglob(f"lib{name}.so"))
+    elf = subprocess.run([readelf, "-W", "-h", "-d", "-l", "--dyn-syms", library], check=True,
+                         capture_output=True, text=True, env={"LC_ALL": "C"}).stdout
+    check("Machine:                           AArch64" in elf, f"{name}: not for 64-bit Arm")
+    check(named(r"SONAME.*\[(.*)\]", elf) == library.name, f"{name}: not its SONAME")
+    libraries = set(re.findall(r"NEEDED.*\[(.*)\]", elf))
+    check(needed <= libraries and libraries <= needed | {"libc.so", "libm.so"}, f"{name} needs {libraries}")
+    check(set(re.findall(r"^ +LOAD .* (0x\w+)$", elf, re.M)) == {"0x4000"}, f"{name}: not aligned to 16 KB")
+    check("TEXTREL" not in elf and "GNU_RELRO" in elf and "BIND_NOW" in elf,
+          f"{name}: text relocations, or not RELRO")
+    symbols = re.findall(r"^ +\d+: \w+ +\d+ \w+ +(?:GLOBAL|WEAK) +\w+ +(\w+) (\S+)", elf, re.M)
+    check([symbol for section, symbol in symbols if section != "UND"] == ["JNI_OnLoad"], f"{name} exports {symbols}")
+    check(detector_call is None or ("UND", detector_call) in symbols, f"{name} does not call the detector")
 
 print("\n".join(failures))
 sys.exit(1 if failures else 0)
