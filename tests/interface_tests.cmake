@@ -61,11 +61,11 @@ if(NOT CMAKE_CROSSCOMPILING AND TARGET example_many_streams)
   set_tests_properties(examples.many_streams PROPERTIES
     PASS_REGULAR_EXPRESSION "caller 7 spoke (1\\.9[89]|2\\.0[0-2])\\.\\.(2\\.9|3\\.[01])[0-9] s")
   add_test(NAME examples.microphone_gate
-    COMMAND sh -c "head -c 960000 /dev/zero | $<TARGET_FILE:example_microphone_gate> | tr -d '\\0' | wc -c")
+    COMMAND sh -c "head -c 960000 /dev/zero | \"$0\" | tr -d '\\0' | wc -c" $<TARGET_FILE:example_microphone_gate>)
   set_tests_properties(examples.microphone_gate PROPERTIES PASS_REGULAR_EXPRESSION "^0\n$")
   if(KORVANE_BUILD_TOOLS) # where alsa-utils and sox are; "front centre" is said in one go
     add_test(NAME examples.speech_times COMMAND sh -c
-      "sox /usr/share/sounds/alsa/Front_Center.wav -r 16000 -t raw - | $<TARGET_FILE:example_speech_times>")
+      "sox /usr/share/sounds/alsa/Front_Center.wav -r 16000 -t raw - | \"$0\"" $<TARGET_FILE:example_speech_times>)
     # Two words with a pause of 0.4 s, one segment or two.
     set_tests_properties(examples.speech_times PROPERTIES
       PASS_REGULAR_EXPRESSION "^0\\.[01][0-9]\\.\\.(0\\.[0-9]+ s, [^\n]*\n0\\.[0-9]+\\.\\.)?1\\.[345][0-9] s, -1[0-9]\\.[0-9] dB, score [01]\\.[0-9]+\n$")
