@@ -65,37 +65,39 @@ int detect_live(const std::string& name, const Options& options) {
     const ResultFormat format = options.format;
     const ResultHeader& header = work.header;
     TextOutput output(options.output);
-    segments::Segmenter segmenter = segmenter_of(header.timing, header.rules);
+    Segmenting segmenting(header);
     int64_t count = 0;
     const auto write_settled = [&] {
-        for (segments::Segment segment; segmenter_take(segmenter, segment);) {
-            output.write(live_segment(format, header, count++, segment));
+        while (const std::optional<segments::Segment> segment = segmenting.take()) {
+            output.write(live_segment(format, header, count++, *segment));
         }
     };
     output.write(live_begin(format, header));
     output.flush();
     int64_t length = 0;
+    const auto finish = [&] {
+        segmenting.finish(length);
+        write_settled();
+    };
     const auto answer = [&](const Frame& frame) {
-        length += frame.noisy_count;
-        if (const std::optional<segments::Onset> onset = add_answer(segmenter, frame.speech)) {
-            output.write(live_onset(format, header, *onset));
+        if (const std::optional<segments::Onset> onset = segmenting.add(frame.speech)) {
+            output.write(live_onset(format, header, *onset, frame));
         }
         write_settled();
         output.flush();
-        return true;
     };
     StreamTotals totals;
     try {
-        totals = detect(*work.source, header.frame, {.digest = holds_digest(format)}, answer);
+        totals =
+            detect(*work.source, header.stream, holds_digest(format),
+                   {.input = [&](const int16_t*, int64_t n) { length += n; }, .frame = answer});
     } catch (const Failure&) {
         // What came before the fault counts; that no summary follows tells it from a sound end.
-        require(segmenter_finish(segmenter, length));
-        write_settled();
+        finish();
         output.flush();
         throw;
     }
-    require(segmenter_finish(segmenter, totals.length));
-    write_settled();
+    finish();
     output.write(live_end(format, header, totals, count));
     output.commit();
     return status_after_stream();
@@ -143,14 +145,14 @@ int run_frames(const Options& options) {
     const Tick tick = drawing(bar);
     const bool live = is_live_input(name);
     output.write(frames_begin(options.format, work.header));
-    detect(*work.source, work.header.frame, {.level = true}, [&](const Frame& frame) {
+    const auto write = [&](const Frame& frame) {
         output.write(frame_line(options.format, work.header, frame));
         if (live) {
             output.flush();
         }
         work.tick(frame, tick);
-        return true;
-    });
+    };
+    detect(*work.source, work.header.stream, false, {.frame = write});
     bar.wipe();
     output.commit();
     return status_after_stream();
@@ -168,13 +170,9 @@ int run_clean(const Options& options) {
     const std::unique_ptr<AudioSink> sink = open_sink(path, format, info.rate, info.channels);
     ProgressBar bar = bar_for(options, name, false);
     const Tick tick = drawing(bar);
-    detect(*work.source, work.header.frame, {}, [&](const Frame& frame) {
-        if (frame.cleaned_count > 0) {
-            sink->write(frame.cleaned, frame.cleaned_count);
-        }
-        work.tick(frame, tick);
-        return true;
-    });
+    detect(*work.source, work.header.stream, false,
+           {.frame = [&](const Frame& frame) { work.tick(frame, tick); },
+            .cleaned = [&](const int16_t* samples, int64_t n) { sink->write(samples, n); }});
     bar.wipe();
     sink->commit();
     return status_after_stream();
@@ -244,14 +242,11 @@ int run_split(const Options& options) {
     const Tick tick = drawing(bar);
     const SourceInfo& info = work.header.source;
     SampleSpool spool(options.output, info.channels);
-    const auto list = segments_of(work, {}, [&](const Frame& frame) {
-                          if (options.cleaned) {
-                              spool.append(frame.cleaned, frame.cleaned_count);
-                          } else {
-                              spool.append(frame.noisy, frame.noisy_count);
-                          }
-                          work.tick(frame, tick);
-                      }).second;
+    Listener listener = {.frame = [&](const Frame& frame) { work.tick(frame, tick); }};
+    (options.cleaned ? listener.cleaned : listener.input) = [&](const int16_t* samples, int64_t n) {
+        spool.append(samples, n);
+    };
+    const auto list = segments_of(work, false, listener).second;
     const std::vector<std::string> paths = piece_paths(options, work.header, list);
     for (std::size_t i = 0; i < list.size(); ++i) {
         write_piece(paths[i], info, spool, list[i]);
@@ -273,11 +268,15 @@ int run_report(const Options& options) {
     ProgressBar bar = bar_for(options, name, false);
     const Tick tick = drawing(bar);
     Report report(work.header);
-    const auto [totals, list] =
-        segments_of(work, {.level = true, .digest = true}, [&](const Frame& frame) {
-            report.add(frame);
-            work.tick(frame, tick);
-        });
+    const Listener listener = {
+        .input = [&](const int16_t* samples, int64_t n) { report.add_input(samples, n); },
+        .frame =
+            [&](const Frame& frame) {
+                report.add(frame);
+                work.tick(frame, tick);
+            },
+        .cleaned = [&](const int16_t* samples, int64_t n) { report.add_cleaned(samples, n); }};
+    const auto [totals, list] = segments_of(work, true, listener);
     output.write(report.page(totals, list));
     bar.wipe();
     output.commit();

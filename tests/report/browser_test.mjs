@@ -52,11 +52,13 @@ const made = recording("made", 16000, 2, 16, (t) => {
     (part >= 0 && part < 1 ? 10000 * tone(SWEEP.low + (SWEEP.high - SWEEP.low) * part / 2, t - SWEEP.from) : 0);
 });
 const hums = recording("hums", 16000, 1, 18, hum);
+const scored = { ...hums, input: [...hums.input, "--decision", "adaptive"] };
 const slow = recording("slow", 3000, 2, 72, hum, "--channels", "2", "--pad-end", "150samples");
 const silent = recording("silent", 2000, 1, 1, () => 0);
 const long = recording("long", 1999, 1, 230 * 16, (t) => t % 16 < 2 ? 9000 * tone(300, t) : 0);
 
-const run = (command, input, ...more) => execFileSync(TOOL, [command, ...input, ...more], { maxBuffer: 1 << 28 });
+const DETECTOR = ["--decision", "detector"]; // whose pictures are known: it goes by the level alone
+const run = (command, input, ...more) => execFileSync(TOOL, [command, ...DETECTOR, ...input, ...more], { maxBuffer: 1 << 28 });
 
 let pages = 0;
 function report(input) {
@@ -201,6 +203,16 @@ async function styleColour(name) {
   return hex.match(/\w\w/g).map((part) => parseInt(part, 16)).join();
 }
 
+/** That a panel has lines at these places, with names to them. */
+async function thresholds(panel, values, unit, tolerance) {
+  for (const [name, value] of Object.entries(values)) {
+    const colour = await styleColour(name);
+    const line = panel.span([...Array(40).keys()].find((x) => panel.span(x, colour)), colour);
+    near(panel.y.valueAt((line[0] + line[1]) / 2), value, tolerance, `threshold ${name}`);
+    assert.ok(panel.texts.some(([text, , y]) => text === `${name} ${value}${unit}`.replace("-", "\u2212") && Math.abs(y - panel.y.placeOf(value)) < 5));
+  }
+}
+
 /** The level that a colour of the spectrogram stands for, by the picture of the scale above it. */
 async function colourScale(title) {
   const { ends, colours } = await page.locator(".panel", { has: page.getByRole("heading", { name: title }) }).locator(".scale").evaluate((scale) => {
@@ -305,12 +317,7 @@ shows("signals are where they are, in light and, at once, in dark", made, async 
     // Closer, around the start of the burst; then within it.
     await drag("Level", 4.7 / made.seconds, 5.3 / made.seconds);
     const level = await look("Level");
-    const line = (x, colour) => (level.span(x, colour)[0] + level.span(x, colour)[1]) / 2;
-    for (const [name, threshold] of [["enter", -45], ["stay", -50]]) {
-      const colour = await styleColour(name);
-      near(level.y.valueAt(line([...Array(40).keys()].find((x) => level.span(x, colour)), colour)), threshold, 0.5, `threshold ${name}`);
-      assert.ok(level.texts.some(([text, , y]) => text === `${name} \u2212${-threshold} dB` && Math.abs(y - level.y.placeOf(threshold)) < 5));
-    }
+    await thresholds(level, { enter: -45, stay: -50 }, " dB", 0.5);
     const [curve, speech] = [await styleColour("level"), await styleColour("speech")];
     const steady = frames.find(({ end }) => end > 5.2).level;
     near(level.y.valueAt(level.likest(level.column(5.2), curve) + 0.5), steady, 1, "level of the burst");
@@ -329,6 +336,17 @@ shows("signals are where they are, in light and, at once, in dark", made, async 
   const [light, dark] = papers.map((rgb) => Math.max(...rgb.split(",")));
   assert.ok(light > 200 && dark < 60);
 }, { viewport: { width: 720, height: 1400 } });
+
+shows("the score where it decides, and no threshold in the level", scored, async () => {
+  const frames = run("frames", scored.input, "-f", "jsonl").toString().trim().split("\n").map((line) => JSON.parse(line));
+  const [panel, curve] = [await look("Score"), await styleColour("level")];
+  await thresholds(panel, { enter: 0.5, stay: 0.4 }, "", 0.01);
+  for (const seconds of [4.5, 5.7, 10.1, 17.8]) {
+    const { score } = frames.find(({ end }) => end > seconds);
+    near(panel.y.valueAt(panel.likest(panel.column(seconds), curve) + 0.5), score, 0.03, `score at ${seconds} s`);
+  }
+  assert.ok(!(await look("Level")).texts.some(([text]) => text.startsWith("enter")));
+});
 
 shows("plays what its buttons say, sample for sample, and switches without losing the position", made, async () => {
   const cleaned = new Uint8Array(run("clean", made.input, "-"));

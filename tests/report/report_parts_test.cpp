@@ -166,7 +166,6 @@ TEST(Report, LeavesAudioOutWhereItIsTooLongOrTooLarge) {
         ResultHeader header;
         header.source.rate = c.rate;
         header.source.channels = 1;
-        header.frame = c.frame;
         Report report(header);
         std::vector<int16_t> samples(static_cast<std::size_t>(c.frame));
         if (c.noisy) {
@@ -176,9 +175,9 @@ TEST(Report, LeavesAudioOutWhereItIsTooLongOrTooLarge) {
             Frame answer;
             answer.index = i;
             answer.level = -140;
-            answer.noisy = answer.cleaned = samples.data();
-            answer.noisy_count = answer.cleaned_count = c.frame;
+            report.add_input(samples.data(), c.frame);
             report.add(answer);
+            report.add_cleaned(samples.data(), c.frame);
         }
         const std::string page = report.page({c.frames * c.frame, c.frames, ""}, {});
         const bool left_out = *c.reason != '\0';

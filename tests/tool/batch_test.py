@@ -12,7 +12,7 @@ import signal
 import subprocess
 import unittest
 
-from tool_case import ALSA, PROMPT, TOOL, ToolTest, write_wav
+from tool_case import ALSA, DETECTOR, PROMPT, TOOL, ToolTest, write_wav
 
 DOCS = pathlib.Path(__file__).parents[2] / "docs/batch.md"
 PROMPTS = sorted(pathlib.Path(PROMPT).parent.glob("agent-*.wav"))
@@ -88,7 +88,7 @@ class Batch(ToolTest):
         for name in odd:
             shutil.copy(ALSA, name)
         for order in (odd, odd[::-1]):
-            done = subprocess.run(TOOL + ["-j", "2", "--files-from", "-", "-0", "-f", "csv"],
+            done = subprocess.run(TOOL + ["-j", "2", "--files-from", "-", "-0", "-f", "csv", *DETECTOR],
                                   input=b"\0".join(order), capture_output=True)
             self.assertEqual((done.returncode, done.stderr), (0, b""))
             records = csv.reader(io.StringIO(os.fsdecode(done.stdout), newline=""))
@@ -150,14 +150,15 @@ class Batch(ToolTest):
         raw = "--raw s16le -r 8000"
         for lines, options in enumerate((
                 "", "-f csv", "--frame 20ms", "--align none", "--pad-start 1sample", "--pad-end 1sample", "--min-gap 1s",
-                "--min-speech 1s", "--max-speech 1s", "--downmix", "--channels 1", "--resample", raw,
+                "--min-speech 1s", "--max-speech 1s", "--decision fixed", "--enter 0.6", "--stay 0.3", "--onset 20ms",
+                "--hangover 20ms", "--downmix", "--channels 1", "--resample", raw,
                 "--raw s16le -r 8001", "--raw s16be -r 8000", raw + " -c 2", raw + " -c 2 --layout planar"), 2):
             for _ in range(2):
                 done = self.run_tool("--resume", manifest, *options.split(), recording)
                 self.assertEqual((done.returncode, done.stderr), (0, ""), options)
                 self.assertEqual(manifest.read_bytes().count(b"\n"), lines, options)
         # As an older korvane-vad, and one with an older library, would have left it.
-        for version in ('"options":"korvane-vad ', "Korvane VAD v"):
+        for version in ('"options":"korvane-vad ', "korvane-streams "):
             older = manifest.read_text().replace(version, version + "0")
             self.assertNotEqual(older, manifest.read_text())
             manifest.write_text(older)

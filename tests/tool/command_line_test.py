@@ -21,7 +21,7 @@ import time
 import unittest
 from itertools import product
 
-from tool_case import ALSA, PROMPT, TOOL, ToolTest, best_lag, loud_samples, read_wav, wav_header, write_wav
+from tool_case import ALSA, DETECTOR, PROMPT, TOOL, ToolTest, best_lag, loud_samples, read_wav, wav_header, write_wav
 
 ROOT = pathlib.Path(__file__).parents[2]
 RAW = ("--raw", "s16le", "-r", "8000")
@@ -39,7 +39,7 @@ class Speech(ToolTest):
                 lead, tail = 2 * rate + 77, 19200 + 2 * rate
                 padded = [0] * lead + list(speech) + [0] * tail
                 write_wav(self.path("in.wav"), rate, 1, padded)
-                rows = self.segments_and_cleaned(self.path("in.wav"), self.path("out.wav"))
+                rows = self.segments_and_cleaned(self.path("in.wav"), self.path("out.wav"), *DETECTOR)
                 spread = 576 if rate < 25000 else 1152
                 frame = rate // 100
                 first, _ = loud_samples(speech, -30)
@@ -54,6 +54,9 @@ class Speech(ToolTest):
                 self.assertLessEqual(end, lead + last + spread + frame)
                 self.assertGreaterEqual(end, lead + first)
                 self.assertLess(end, len(padded))
+                adaptive = self.segments(self.path("in.wav"))
+                self.assertLess(abs(adaptive[0][0] * rate - start), rate / 5)
+                self.assertLess(abs(adaptive[-1][1] * rate - end), rate / 5)
                 out = read_wav(self.path("out.wav"))
                 self.assertEqual((out[0], out[1], len(out[2])), (rate, 1, len(padded)))
                 self.assertEqual(best_lag(speech, out[2][lead:lead + len(speech)], 40), 0)
@@ -82,10 +85,10 @@ class Speech(ToolTest):
         rate, speech = read_wav(PROMPT)[0::2]
         silent = [0] * len(speech)
         later = [0] * 1000 + list(speech[:-1000])
-        mono = self.segments(PROMPT)
+        mono = self.segments(PROMPT, *DETECTOR)
         for left, right in ((speech, silent), (silent, speech), (speech, later)):
             write_wav(self.path("in.wav"), rate, 2, [x for pair in zip(left, right) for x in pair])
-            rows = self.segments_and_cleaned(self.path("in.wav"), self.path("out.wav"))
+            rows = self.segments_and_cleaned(self.path("in.wav"), self.path("out.wav"), *DETECTOR)
             self.assertTrue(rows == mono or right is later)
         channels, cleaned = read_wav(self.path("out.wav"))[1:]
         self.assertEqual((channels, len(cleaned)), (2, 2 * len(speech)))
@@ -189,7 +192,7 @@ class Outputs(ToolTest):
         own = pathlib.Path(shutil.copy(ALSA, self.path("self.wav")))
         own.chmod(0o640)
         os.symlink("self.wav", self.path("link.wav"))
-        self.assertEqual(self.segments_and_cleaned(str(own), self.path("link.wav")), self.segments(ALSA))
+        self.segments_and_cleaned(str(own), self.path("link.wav"))
         self.assertEqual((own.read_bytes(), own.stat().st_mode & 0o777), (expected, 0o640))
         self.assertTrue(os.path.islink(self.path("link.wav")))
         self.assertEqual(len(os.listdir(self.folder)), 4)
@@ -265,7 +268,7 @@ class Outputs(ToolTest):
 
 class Results(ToolTest):
     def rows(self, *arguments):
-        done = self.run_tool(*arguments, "-f", "csv")
+        done = self.run_tool(*arguments, *DETECTOR, "-f", "csv")
         self.assertEqual((done.returncode, done.stderr), (0, ""))
         return list(csv.DictReader(io.StringIO(done.stdout)))
 
@@ -322,8 +325,9 @@ class Results(ToolTest):
             self.assertTrue(raw.stdout.decode() == piped or form == "json")
         samples.byteswap()
         pathlib.Path(self.path("planar.raw")).write_bytes(samples.tobytes() * 2)
-        done = self.run_tool("--raw", "s16be", "-r", "8000", "-c", "2", "--layout", "planar", self.path("planar.raw"))
-        self.assertEqual(done.stdout, self.run_tool(PROMPT).stdout)
+        done = self.run_tool("--raw", "s16be", "-r", "8000", "-c", "2", "--layout", "planar", self.path("planar.raw"),
+                             *DETECTOR)
+        self.assertEqual(done.stdout, self.run_tool(PROMPT, *DETECTOR).stdout)
 
     def test_check(self):
         silent = self.path("silent.wav")
@@ -368,25 +372,25 @@ class Split(ToolTest):
                                 (48000, 2, samples[2 * row["start_sample"]:2 * row["end_sample"]]), name)
 
     def test_names(self):
-        out = self.path("parts")
-        row = json.loads(self.run_tool("-f", "json", PROMPT).stdout)["segments"][0]
+        out, one = self.path("parts"), ("--min-gap", "1s")
+        row = json.loads(self.run_tool("-f", "json", PROMPT, *one).stdout)["segments"][0]
         pattern = "{{{stem}}}-{start:08}-{end_samples} {start_samples} {end:1}.flac"
-        self.assertEqual(self.run_tool("split", PROMPT, "-o", out, "--template", pattern).returncode, 0)
+        self.assertEqual(self.run_tool("split", PROMPT, "-o", out, *one, "--template", pattern).returncode, 0)
         start, end = (math.floor(row[key] / 8 + 0.5) for key in ("start_sample", "end_sample"))
         name = (f"{{agent-user}}-{start // 1000:04}.{start % 1000:03}-{row['end_sample']} {row['start_sample']} "
                 f"{end // 1000}.{end % 1000:03}.flac")
         self.assertEqual(os.listdir(out), [name])
         path = os.path.join(out, name)
         before = os.stat(path).st_ino
-        self.fails(path, "--force", "split", PROMPT, "-o", out, "--template", pattern)
+        self.fails(path, "--force", "split", PROMPT, "-o", out, *one, "--template", pattern)
         self.assertEqual(os.stat(path).st_ino, before)
-        self.run_tool("split", PROMPT, "-o", out, "--template", pattern, "--force")
+        self.run_tool("split", PROMPT, "-o", out, *one, "--template", pattern, "--force")
         self.assertNotEqual(os.stat(path).st_ino, before)
         for copy in ("agent", "agent.ogg"):  # no extension, and a wrong one
             shutil.copy(PROMPT, self.path(copy))
-            self.run_tool("split", self.path(copy), "-o", self.path(copy + " parts"))
+            self.run_tool("split", self.path(copy), "-o", self.path(copy + " parts"), *one)
             self.assertEqual(os.listdir(self.path(copy + " parts")), ["agent_0001.wav"])
-        self.fails(os.path.join(out, "x.wav"), "two segments", "split", PROMPT, "-o", out,
+        self.fails(os.path.join(out, "x.wav"), "two segments", "split", PROMPT, "-o", out, *one,
                    "--template", "x.wav", "--max-speech", "1s")
         self.assertEqual(os.listdir(out), [name])
 
@@ -415,7 +419,7 @@ class Live(ToolTest):
         return struct.unpack("i", fcntl.ioctl(pipe, termios.FIONREAD, bytes(4)))[0]
 
     def test_a_line_comes_with_the_frame_that_decides_it(self):
-        whole, = json.loads(self.run_tool("-f", "json", PROMPT).stdout)["segments"]
+        whole = json.loads(self.run_tool("-f", "json", PROMPT).stdout)["segments"][0]
         samples = read_wav(PROMPT)[2][:whole["decided_at"]].tobytes()
         tool = self.start("-f", "jsonl", *RAW, "-")
         tool.stdin.write(samples[:-160])  # one frame too few
@@ -432,9 +436,10 @@ class Live(ToolTest):
         aiff = pathlib.Path(self.convert("x.aiff", source=self.path("x.wav"), options=("-b", "24"))).read_bytes()
         wav = pathlib.Path(self.path("x.wav")).read_bytes()
         # The delay of the cleaned sound is 720 samples, nine frames.
-        for words, data, frame, silent in ((("frames", *RAW, "-"), samples.tobytes(), 160, 0),
+        for words, data, frame, silent in ((("frames", *RAW, "-"), samples.tobytes(), 160, 9),
+                                           (("frames", *RAW, "-", *DETECTOR), samples.tobytes(), 160, 0),
                                            (("clean", *RAW, "-", "-"), samples.tobytes(), 160, 9),
-                                           (("frames", "-"), wav, 160, 0), (("frames", "-"), aiff, 240, 0)):
+                                           (("frames", "-"), wav, 160, 9), (("frames", "-"), aiff, 240, 9)):
             tool = self.start(*words)
             header = len(data) - 20 * frame
             tool.stdin.write(data[:header])
@@ -449,7 +454,7 @@ class Live(ToolTest):
         samples = read_wav(PROMPT)[2][:16000].tobytes()
         for (words, files), (raw, header) in product((
                 ("-f text -", 0), ("-f csv -", 0), ("-f jsonl -", 0), ("-f srt -", 0), ("-f csv - -o rows", 1),
-                ("frames -", 0), ("clean - a.wav", 1), ("clean - -", 0), ("split - -o . --max-speech 1s", 2),
+                ("frames -", 0), ("clean - a.wav", 1), ("clean - -", 0), ("split - -o . --max-speech 1s", 3),
                 ("report - -o page.html", 1)), ((RAW, b""), ((), wav_header(8000, 1, 0xFFFFFFFF - 36)))):
             results = []
             for number in (0, signal.SIGINT, signal.SIGTERM):
@@ -481,7 +486,7 @@ class Live(ToolTest):
         done = subprocess.run(TOOL + ["-f", "jsonl", "-"], input=wav_header(8000, 1, 40000) + samples,
                               capture_output=True, timeout=60)
         lines = [json.loads(line) for line in done.stdout.splitlines()]
-        self.assertEqual((done.returncode, [line["type"] for line in lines]), (1, ["header", "onset", "segment"]))
+        self.assertEqual((done.returncode, [line["type"] for line in lines]), (1, ["header", *2 * ["onset", "segment"]]))
         self.assertEqual((lines[-1]["end_sample"], lines[-1]["open"]), (16000, True))
 
     def test_named_pipe_is_a_stream(self):
@@ -491,7 +496,8 @@ class Live(ToolTest):
             pipe.write(read_wav(PROMPT)[2][:16000].tobytes())
             self.assertEqual([json.loads(tool.stdout.readline())["type"] for _ in range(2)], ["header", "onset"])
             tool.send_signal(signal.SIGINT)
-            self.assertEqual([json.loads(line)["type"] for line in tool.stdout], ["segment", "summary"])
+            self.assertEqual([json.loads(line)["type"] for line in tool.stdout],
+                             ["segment", "onset", "segment", "summary"])
         self.assertEqual(tool.wait(10), 130)
 
     def test_interrupted_before_it_could_begin(self):
@@ -540,7 +546,9 @@ WRONG = ["", "-f", "-f xml a", "--unknown a", "-x", "a --cleaned b", "-0 a", "--
          "selftest a", "selftest --every 0", "split a", "split -o d", "report a", "clean -f csv a b",
          *(f"split a -o d --template '{template}'" for template in (
              "{nothing}", "x/{index}", "{stem:3}", "{index", "index}", "{index:}", "{index:x}", "{index:100}", "")),
-         "-j x a", "-j 2x a", "--pad-end 1.2.3 a", "-o '' a"]
+         "-j x a", "-j 2x a", "--decision x a", "--enter x a", "--enter 1.5 a", "--enter nan a", "--enter 0.3 --stay 0.4 a",
+         "--decision fixed --enter 0.5 a", "--decision detector --enter 0.5 a", "--decision detector --hangover 1 a",
+         "--onset 480samples a", "--hangover 3601 a", "clean --enter 0.5 a b", "--pad-end 1.2.3 a", "-o '' a"]
 
 
 class Usage(ToolTest):

@@ -4,68 +4,77 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <sstream>
 
 #include "temporary_folder.h"
-
-// The library's log lines would only blur the test's output.
-// NOLINTNEXTLINE(bugprone-reserved-identifier)
-extern "C" __attribute__((visibility("default"), format(printf, 3, 4))) int __android_log_print(
-    int /*priority*/, const char* /*tag*/, const char* /*format*/, ...) {
-    return 0;
-}
+#include "tools/batch/finding.h"
 
 namespace korvane::tool {
 namespace {
 
 constexpr const char* kSpeech = "/usr/share/sounds/alsa/Front_Center.wav";  // 48 kHz mono
 
+constexpr int32_t kDecisions[] = {KORVANE_DECISION_ADAPTIVE, KORVANE_DECISION_FIXED,
+                                  KORVANE_DECISION_DETECTOR};
+
+KorvaneStreamConfig config_of(const SourceInfo& source, int frame, int32_t decision) {
+    KorvaneStreamConfig config;
+    korvane_stream_defaults(&config, source.rate, source.channels);
+    config.frame_length = frame;
+    config.decision = decision;
+    config.restore_level = decision == KORVANE_DECISION_DETECTOR ? 0 : 1;
+    return config;
+}
+
 /** Everything that detect gives, put together again. */
 struct Result {
     StreamTotals totals;
     std::string failure;
-    std::vector<int16_t> noisy;
+    std::vector<int16_t> input;
     std::vector<int16_t> cleaned;
     std::vector<bool> flags;
     std::vector<double> levels;
 };
 
 /** Checks what must hold of every frame on the way. */
-Result run(AudioSource& source, int frame_length) {
+Result run(AudioSource& source, int frame_length, int32_t decision) {
     Result result;
     const int channels = source.info().channels;
     const int64_t delay = source.info().rate < 25000 ? 720 : 867;
+    const bool by_detector = decision == KORVANE_DECISION_DETECTOR;
+    const auto onto = [channels](std::vector<int16_t>& all) {
+        return [channels, &all](const int16_t* samples, int64_t n) {
+            all.insert(all.end(), samples, samples + n * channels);
+        };
+    };
+    const auto answer = [&](const Frame& frame) {
+        EXPECT_EQ(frame.index, std::ssize(result.flags));
+        EXPECT_EQ(frame.begin, frame.index * frame_length - (by_detector ? delay : 0));
+        EXPECT_EQ(frame.fed, frame.end + delay);
+        // The last one alone may be shorter, and then it ends with the input.
+        EXPECT_TRUE(frame.end == frame.begin + frame_length ||
+                    frame.end == std::ssize(result.input) / channels);
+        result.flags.push_back(frame.speech);
+        result.levels.push_back(frame.level);
+    };
     result.failure = failure_of([&] {
         result.totals =
-            detect(source, frame_length, {.level = true, .digest = true}, [&](const Frame& frame) {
-                EXPECT_EQ(frame.index, static_cast<int64_t>(result.flags.size()));
-                EXPECT_EQ(frame.fed, (frame.index + 1) * frame_length);
-                EXPECT_EQ(frame.end, frame.fed - delay);
-                EXPECT_EQ(frame.begin, frame.end - frame_length);
-                for (int64_t i = frame.noisy_count * channels; i < frame_length * channels; ++i) {
-                    EXPECT_EQ(frame.noisy[i], 0);
-                }
-                EXPECT_EQ(frame.cleaned_begin,
-                          static_cast<int64_t>(result.cleaned.size()) / channels);
-                result.noisy.insert(result.noisy.end(), frame.noisy,
-                                    frame.noisy + frame.noisy_count * channels);
-                result.cleaned.insert(result.cleaned.end(), frame.cleaned,
-                                      frame.cleaned + frame.cleaned_count * channels);
-                result.flags.push_back(frame.speech);
-                result.levels.push_back(frame.level);
-                return true;
-            });
+            detect(source, config_of(source.info(), frame_length, decision), true,
+                   {.input = onto(result.input), .frame = answer, .cleaned = onto(result.cleaned)});
     });
     return result;
 }
 
 class DetectionTest : public testing::Test {
   protected:
-    Result run_raw(const std::string& bytes, int rate, int channels, int frame) {
+    Result run_raw(const std::string& bytes, int rate, int channels, int frame,
+                   int32_t decision = KORVANE_DECISION_DETECTOR) {
         const auto source = open_source(folder_.write("x", bytes), raw_options(rate, channels));
-        return run(*source, frame);
+        return run(*source, frame, decision);
     }
-    Result run_raw(const std::vector<int16_t>& samples, int rate, int channels, int frame) {
-        return run_raw(raw_bytes(samples), rate, channels, frame);
+    Result run_raw(const std::vector<int16_t>& samples, int rate, int channels, int frame,
+                   int32_t decision = KORVANE_DECISION_DETECTOR) {
+        return run_raw(raw_bytes(samples), rate, channels, frame, decision);
     }
 
     TemporaryFolder folder_;
@@ -73,22 +82,24 @@ class DetectionTest : public testing::Test {
 
 TEST_F(DetectionTest, GivesBackTheWholeInputCleanedWhateverTheFrameLength) {
     const std::vector<int16_t> speech = read_all(std::string(kSpeech));
+    const auto length = std::ssize(speech);
     for (const int rate : {8000, 48000}) {  // at 8000 Hz it is slow speech
-        const Result expected = run_raw(speech, rate, 1, 480);
-        EXPECT_EQ(std::count(expected.flags.begin(), expected.flags.end(), true) > 0, true);
-        EXPECT_NE(expected.cleaned, speech);
-        for (const int frame : {1, 7, 160, 4096}) {
-            const Result result = run_raw(speech, rate, 1, frame);
-            const auto length = static_cast<int64_t>(speech.size());
-            EXPECT_EQ(result.totals.length, length);
-            EXPECT_EQ(result.totals.frames, static_cast<int64_t>(result.flags.size()));
-            // The frame that returns the last sample is the last one.
-            const int64_t all = length + (rate < 25000 ? 720 : 867);
-            EXPECT_EQ(result.totals.frames, (all + frame - 1) / frame);
-            EXPECT_EQ(result.noisy, speech);
-            EXPECT_EQ(result.cleaned.size(), speech.size());
-            EXPECT_EQ(result.cleaned, expected.cleaned) << frame;
-            EXPECT_EQ(result.totals.sha256, expected.totals.sha256);
+        for (const int32_t decision : kDecisions) {
+            const Result expected = run_raw(speech, rate, 1, 480, decision);
+            EXPECT_EQ(std::count(expected.flags.begin(), expected.flags.end(), true) > 0, true);
+            EXPECT_NE(expected.cleaned, speech);
+            for (const int frame : {1, 7, 160, 4096}) {
+                const Result result = run_raw(speech, rate, 1, frame, decision);
+                EXPECT_EQ(result.totals.length, length);
+                EXPECT_EQ(result.totals.frames, std::ssize(result.flags));
+                // The frame with the last sample is the last one; the detector's lie earlier.
+                const int64_t late = rate < 25000 ? 720 : 867;
+                const int64_t all = length + (decision == KORVANE_DECISION_DETECTOR ? late : 0);
+                EXPECT_EQ(result.totals.frames, (all + frame - 1) / frame);
+                EXPECT_EQ(result.input, speech);
+                EXPECT_EQ(result.cleaned, expected.cleaned) << frame;
+                EXPECT_EQ(result.totals.sha256, expected.totals.sha256);
+            }
         }
     }
 }
@@ -97,10 +108,12 @@ TEST_F(DetectionTest, HandlesEveryShortLength) {
     for (const int rate : {1, 24999, 25000, 49999}) {
         for (const std::size_t length : {1U, 79U, 80U, 81U, 719U, 720U, 721U, 866U, 867U, 868U}) {
             for (const int channels : {1, 2}) {
-                const std::size_t count = length * static_cast<std::size_t>(channels);
-                const Result result = run_raw(noise(count, 1), rate, channels, 80);
-                EXPECT_EQ(result.noisy.size(), count);
-                EXPECT_EQ(result.cleaned.size(), count);
+                for (const int32_t decision : kDecisions) {
+                    const std::size_t count = length * static_cast<std::size_t>(channels);
+                    const Result result = run_raw(noise(count, 1), rate, channels, 80, decision);
+                    EXPECT_EQ(result.input.size(), count);
+                    EXPECT_EQ(result.cleaned.size(), count);
+                }
             }
         }
     }
@@ -114,7 +127,7 @@ TEST_F(DetectionTest, MeasuresTheLouderOfTwoChannels) {
             pair[2 * i + loud] = speech[i];
         }
         const Result stereo = run_raw(pair, 48000, 2, 480);
-        EXPECT_EQ(stereo.noisy, pair);
+        EXPECT_EQ(stereo.input, pair);
         // Answer i is about the samples from 480 i - 867 on; the first two lie before the input.
         for (std::size_t i = 2; 480 * (i + 1) <= speech.size(); ++i) {
             double energy = 0;
@@ -153,18 +166,66 @@ TEST_F(DetectionTest, AnswersEverythingBeforeAFault) {
     EXPECT_TRUE(nothing.flags.empty());
 }
 
-TEST_F(DetectionTest, StopsWhenItIsTold) {
-    const auto source =
-        open_source(folder_.write("x", std::string(20001, 'a')), raw_options(16000, 1));
-    int answers = 0;
-    const StreamTotals totals =
-        detect(*source, 100, {}, [&](const Frame&) { return ++answers < 3; });
-    EXPECT_EQ(answers, 3);
-    EXPECT_EQ(totals.frames, 3);
-    EXPECT_EQ(totals.length, 300);
+TEST_F(DetectionTest, SaysWhatIsWrongWithFrames) {
+    const auto source = open_source(folder_.write("x", "abcd"), raw_options(16000, 1));
     for (const int frame : {0, -1, 4097}) {
-        EXPECT_THROW(detect(*source, frame, {}, [](const Frame&) { return true; }),
-                     std::invalid_argument);
+        EXPECT_THROW(
+            detect(*source, config_of(source->info(), frame, KORVANE_DECISION_FIXED), false, {}),
+            std::invalid_argument);
+    }
+}
+
+/** Start and end of each segment; an open end is negative. */
+using Places = std::vector<std::pair<int64_t, int64_t>>;
+
+TEST_F(DetectionTest, SegmentsAreTheLibrarysEvents) {
+    const std::string speech = raw_bytes(read_all(std::string(kSpeech)));
+    const std::string file = folder_.write(
+        "speech", speech + std::string(60000, '\0') + speech.substr(0, speech.size() / 3 * 2));
+    for (const std::string decision :
+         {"adaptive --onset 21ms --hangover 45ms", "fixed --onset 0.05 --hangover 0", "detector"}) {
+        for (const std::string rate : {"8000", "16000", "48000"}) {
+            for (const std::string frame : {"10ms", "37", "1000"}) {
+                std::istringstream words(
+                    "--min-gap 40ms --min-speech 20ms --pad-start 31ms "
+                    "--pad-end 5ms --max-speech 500ms --raw s16le -r " +
+                    rate + " --frame " + frame + " --decision " + decision);
+                std::vector<std::string> command = {file};
+                for (std::string word; words >> word;) {
+                    command.push_back(word);
+                }
+                const Options options = parse_options(command);
+                const Work work(file, options);
+                Places places;
+                for (const segments::Segment& segment :
+                     segments_of(work, false, {.frame = [](const Frame&) {}}).second) {
+                    places.emplace_back(segment.start, segment.open ? -segment.end : segment.end);
+                }
+                EXPECT_GT(places.size(), 1U);
+
+                Places events;
+                KorvaneStreamConfig config = work.header.stream;
+                config.min_gap_ms = 40;
+                config.min_speech_ms = 20;
+                config.pad_start_ms = 31;
+                config.pad_end_ms = 5;
+                config.max_speech_ms = 500;
+                config.user = &events;
+                config.on_event = [](void* user, const KorvaneStreamEvent* event) {
+                    if (event->kind == KORVANE_SPEECH_END) {
+                        static_cast<Places*>(user)->emplace_back(
+                            event->start, event->open != 0 ? -event->position : event->position);
+                    }
+                };
+                KorvaneStream* stream = korvane_stream_create(&config, nullptr);
+                const std::vector<int16_t> samples = read_all(file, options.source);
+                korvane_stream_process(stream, samples.data(), nullptr,
+                                       static_cast<int32_t>(samples.size()));
+                korvane_stream_end(stream, nullptr);
+                korvane_stream_destroy(stream);
+                EXPECT_EQ(places, events) << decision << ' ' << rate << ' ' << frame;
+            }
+        }
     }
 }
 

@@ -24,7 +24,9 @@ using segments::Segment;
 ResultHeader header_of(const std::string& name) {
     ResultHeader header;
     header.source = {name, 16000, 1, 96000, 6, 0, false, std::nullopt};
-    header.frame = 160;
+    header.stream.decision = KORVANE_DECISION_DETECTOR;
+    header.stream.frame_length = 160;
+    header.delay = 720;
     header.timing = segments::timing_of(16000, 160);
     header.rules = {Align::kOnset, 1600, 0, 80, 160, 480000};
     return header;
@@ -162,7 +164,7 @@ TEST(ResultWriter, LiveTextAndCsvAreTheWholeResult) {
         for (const ResultFormat format : {ResultFormat::kText, ResultFormat::kCsv}) {
             std::string text = live_begin(format, header);
             for (std::size_t i = 0; i < list.size(); ++i) {
-                text += live_onset(format, header, {list[i].start, list[i].decided_at});
+                text += live_onset(format, header, {list[i].start, list[i].decided_at}, {});
                 text += live_segment(format, header, static_cast<int64_t>(i), list[i]);
             }
             text += live_end(format, header, kTotals, std::ssize(list));
@@ -172,7 +174,7 @@ TEST(ResultWriter, LiveTextAndCsvAreTheWholeResult) {
     for (const ResultFormat format : kAll) {
         if (!is_live(format)) {
             EXPECT_THROW(live_begin(format, header), std::invalid_argument);
-            EXPECT_THROW(live_onset(format, header, {}), std::invalid_argument);
+            EXPECT_THROW(live_onset(format, header, {}, {}), std::invalid_argument);
             EXPECT_THROW(live_end(format, header, kTotals, 0), std::invalid_argument);
             EXPECT_THROW(live_segment(format, header, 0, {}), std::invalid_argument);
             EXPECT_THROW(frames_begin(format, header), std::invalid_argument);
@@ -197,7 +199,7 @@ TEST(ResultWriter, LiveJsonlKeepsCountsForTheEnd) {
     both.update(last);
     both["type"] = "header";
     EXPECT_EQ(both, whole);
-    EXPECT_EQ(live_onset(kFormat, header, {1, 480}),
+    EXPECT_EQ(live_onset(kFormat, header, {1, 480}, {}),
               "{\"type\":\"onset\",\"file\":\"-\",\"start\":0.000063,\"start_sample\":1,"
               "\"decided_at\":480}\n");
     EXPECT_EQ(
@@ -207,7 +209,7 @@ TEST(ResultWriter, LiveJsonlKeepsCountsForTheEnd) {
 }
 
 TEST(ResultWriter, FramesMayLieBeforeTheInput) {
-    const ResultHeader header = header_of("-");
+    ResultHeader header = header_of("-");
     Frame frame;
     frame.index = 4;
     frame.begin = -8 - 16000;  // minus 1.0005 s: a half goes up
@@ -227,6 +229,26 @@ TEST(ResultWriter, FramesMayLieBeforeTheInput) {
     EXPECT_EQ(line, json::parse(R"({"type":"frame","index":4,"start":-1.0005,"end":-0.000062,
         "start_sample":-16008,"end_sample":-1,"fed":800,"speech":true,"level":-45.00})"));
     EXPECT_EQ(json::parse(frames_begin(ResultFormat::kJsonl, header))["type"], "header");
+
+    header.stream.decision = KORVANE_DECISION_ADAPTIVE;
+    header.stream.enter_score = 0.3F;
+    frame.score = 0.9996;
+    frame.noise = -61.25;
+    EXPECT_EQ(
+        frames_begin(ResultFormat::kText, header) + frame_line(ResultFormat::kText, header, frame),
+        "       start          end       speech        level        score        noise\n"
+        "      -1.000        0.000            1       -45.00        1.000       -61.25\n");
+    EXPECT_EQ(
+        frames_begin(ResultFormat::kCsv, header) + frame_line(ResultFormat::kCsv, header, frame),
+        "index,start,end,start_sample,end_sample,fed,speech,level,score,noise\n"
+        "4,-1.000500,-0.000062,-16008,-1,800,true,-45.00,1.000,-61.25\n");
+    for (const std::string& text : {frame_line(ResultFormat::kJsonl, header, frame),
+                                    live_onset(ResultFormat::kJsonl, header, {}, frame)}) {
+        EXPECT_NE(text.find(",\"level\":-45.00,\"score\":1.000,\"noise\":-61.25}\n"),
+                  std::string::npos);
+    }
+    const std::string described = frames_begin(ResultFormat::kJsonl, header);
+    EXPECT_NE(described.find(R"("decision":"adaptive","enter":0.3,)"), std::string::npos);
 }
 
 }  // namespace

@@ -16,7 +16,7 @@
 #include <optional>
 #include <sstream>
 
-#include "korvane_vad.h"
+#include "korvane_stream.h"
 #include "tools/audio/input_descriptor.h"
 #include "tools/batch/manifest.h"
 #include "tools/batch/worker.h"
@@ -128,9 +128,9 @@ class Batch {
           bar_(options.progress, false) {
         if (!options.manifest.empty()) {
             manifest_ = std::make_unique<Manifest>(
-                options.manifest, std::string("korvane-vad " KORVANE_VERSION ", ") +
-                                      VoiceActivityDetectionVersion() + ", " +
-                                      options.fingerprint() + (several ? ", several" : ""));
+                options.manifest, std::string("korvane-vad " KORVANE_VERSION ", korvane-streams ") +
+                                      korvane_stream_version() + ", " + options.fingerprint() +
+                                      (several ? ", several" : ""));
         }
         for (std::size_t i = 0; i < names.size(); ++i) {
             states_of_files_[i] = state_of(names[i]);

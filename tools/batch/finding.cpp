@@ -1,17 +1,38 @@
 #include "tools/batch/finding.h"
 
+#include <algorithm>
 #include <optional>
 
 #include "tools/results/segmenting.h"
 
 namespace korvane::tool {
 
+namespace {
+
+/** When frames are decided. The detector's lie before the input by the delay and its counts are
+ * samples; the others' are the input's, and their times are rounded as the library rounds them. */
+segments::Timing timing_of(const KorvaneStreamConfig& config) {
+    const int rate = config.sampling_rate;
+    const int frame = config.frame_length;
+    if (config.decision == KORVANE_DECISION_DETECTOR) {
+        return segments::timing_of(rate, frame);
+    }
+    const auto run = [&](int32_t milliseconds) {
+        const int64_t samples = (int64_t{milliseconds} * rate + 500) / 1000;
+        return segments::whole_frames(std::max<int64_t>(samples, 1), frame);
+    };
+    return {frame, 0, run(config.onset_ms), run(config.hangover_ms)};
+}
+
+}  // namespace
+
 Work::Work(const std::string& name, const Options& options)
     : source(open_source(name, options.source)) {
     header.source = source->info();
     const int rate = header.source.rate;
-    header.frame = options.frame_length(name, rate);
-    header.timing = segments::timing_of(rate, header.frame);
+    header.stream = options.stream(name, rate, header.source.channels);
+    header.delay = segments::delay_of(rate);
+    header.timing = timing_of(header.stream);
     header.rules = options.rules(rate);
 }
 
@@ -21,23 +42,23 @@ void Work::tick(const Frame& frame, const Tick& tick) const {
     tick(length && *length > 0 ? fed / static_cast<double>(*length) : -1, fed / header.source.rate);
 }
 
-std::pair<StreamTotals, std::vector<segments::Segment>> segments_of(
-    const Work& work, Measures measures, const std::function<void(const Frame&)>& each) {
-    segments::Segmenter segmenter = segmenter_of(work.header.timing, work.header.rules);
+std::pair<StreamTotals, std::vector<segments::Segment>> segments_of(const Work& work, bool digest,
+                                                                    const Listener& listener) {
+    Segmenting segmenting(work.header);
     std::vector<segments::Segment> list;
     const auto collect = [&] {
-        for (segments::Segment segment; segmenter_take(segmenter, segment);) {
-            list.push_back(segment);
+        while (const std::optional<segments::Segment> segment = segmenting.take()) {
+            list.push_back(*segment);
         }
     };
-    const StreamTotals totals =
-        detect(*work.source, work.header.frame, measures, [&](const Frame& frame) {
-            add_answer(segmenter, frame.speech);
-            collect();
-            each(frame);
-            return true;
-        });
-    require(segmenter_finish(segmenter, totals.length));
+    Listener with_segments = listener;
+    with_segments.frame = [&](const Frame& frame) {
+        segmenting.add(frame.speech);
+        collect();
+        listener.frame(frame);
+    };
+    const StreamTotals totals = detect(*work.source, work.header.stream, digest, with_segments);
+    segmenting.finish(totals.length);
     collect();
     return {totals, list};
 }
@@ -45,8 +66,9 @@ std::pair<StreamTotals, std::vector<segments::Segment>> segments_of(
 Finding find_speech(const std::string& name, const Options& options, bool several,
                     const Tick& tick) {
     Work work(name, options);
-    const auto [totals, list] = segments_of(work, {.digest = holds_digest(options.format)},
-                                            [&](const Frame& frame) { work.tick(frame, tick); });
+    const auto [totals, list] =
+        segments_of(work, holds_digest(options.format),
+                    {.frame = [&](const Frame& frame) { work.tick(frame, tick); }});
     return {!list.empty(), whole_result(options.format, several, work.header, totals, list)};
 }
 

@@ -31,9 +31,9 @@ struct Work {
     ResultHeader header;
 };
 
-/** All segments of an input; `each` sees every frame. */
-std::pair<StreamTotals, std::vector<segments::Segment>> segments_of(
-    const Work& work, Measures measures, const std::function<void(const Frame&)>& each);
+/** All segments of an input; the listener hears of everything. */
+std::pair<StreamTotals, std::vector<segments::Segment>> segments_of(const Work& work, bool digest,
+                                                                    const Listener& listener);
 
 /** What `detect` has to say about one input that it has read to its end. */
 struct Finding {

@@ -20,6 +20,7 @@ namespace korvane::tool {
 namespace {
 
 constexpr int kLongestFrame = 4096;
+constexpr float kLowestLevel = -140;  // dB, of silence
 constexpr int kMostJobs = 256;
 constexpr int kMostChannels = 1024;
 constexpr int kMostRows = 1'000'000;
@@ -106,7 +107,8 @@ class Adder {
                 },
                 about)
             ->type_name(type)
-            ->group(group_);
+            ->group(group_)
+            ->take_last();
     }
 
     void text(const std::string& names, const char* type, const std::string& about,
@@ -128,7 +130,12 @@ class Adder {
               [&where](const std::string& text) { where = Span(text, Span::Unit::kSeconds); });
     }
 
+    void milliseconds(const std::string& name, const std::string& about,
+                      std::optional<int32_t>& where);
+    void number(const std::string& name, const std::string& about, std::optional<double>& where);
+
     void input();
+    void decision(bool thresholds);
     void segments();
     void output(const char* type, const std::string& about);
     void format(bool frames_only);
@@ -188,6 +195,62 @@ void Adder::input() {
                   throw std::invalid_argument("a frame has at most 4096 samples");
               }
           });
+}
+
+void Adder::milliseconds(const std::string& name, const std::string& about,
+                         std::optional<int32_t>& where) {
+    value(name, "TIME", about, [&where](const std::string& text) {
+        const Span span(text, Span::Unit::kSeconds);
+        const int64_t count = span.samples(1000);
+        if (span.unit() == Span::Unit::kSamples || count > KORVANE_STREAM_MAX_MS) {
+            throw std::invalid_argument("'" + text + "': write 250ms or 0.25s, an hour at most");
+        }
+        where = static_cast<int32_t>(count);
+    });
+}
+
+void Adder::number(const std::string& name, const std::string& about,
+                   std::optional<double>& where) {
+    value(name, "LIMIT", about, [&where](const std::string& text) {
+        double number = 0;
+        const char* end = text.data() + text.size();
+        const auto [stop, error] = std::from_chars(text.data(), end, number);
+        if (error != std::errc() || stop != end) {
+            throw std::invalid_argument("'" + text + "' is not a number");
+        }
+        where = number;
+    });
+}
+
+void Adder::decision(bool thresholds) {
+    group_ = "Decision";
+    value("--decision", "adaptive|fixed|detector",
+          thresholds
+              ? "what decides about a frame: a score that follows noise and speech (adaptive, "
+                "the default), the level of the cleaned frame (fixed), or the answers of "
+                "libKorvaneVAD (detector)"
+              : "detector: the sound just as libKorvaneVAD leaves it, 5 dB quieter below 25000 "
+                "Hz; with the others it is as loud as it was",
+          [&options = options_](const std::string& text) {
+              options.decision = choice<int32_t>(
+                  text, {{decision_name(KORVANE_DECISION_ADAPTIVE), KORVANE_DECISION_ADAPTIVE},
+                         {decision_name(KORVANE_DECISION_FIXED), KORVANE_DECISION_FIXED},
+                         {decision_name(KORVANE_DECISION_DETECTOR), KORVANE_DECISION_DETECTOR}});
+          });
+    if (!thresholds) {
+        return;
+    }
+    number(
+        "--enter",
+        "speech begins here: with adaptive a score from 0 to 1 (default 0.5), with fixed a level "
+        "in dB from -140 to 0 (default -45)",
+        options_.enter);
+    number("--stay", "and goes on above this (default: 0.1, or 5 dB, below --enter)",
+           options_.stay);
+    milliseconds("--onset", "how long it must last before it counts (default: one frame)",
+                 options_.onset);
+    milliseconds("--hangover", "how long a pause must last before it counts (default 60ms)",
+                 options_.hangover);
 }
 
 void Adder::segments() {
@@ -328,17 +391,44 @@ int64_t Span::samples(int rate) const {
     return static_cast<int64_t>(unit_ == Unit::kSamples ? value_ : std::floor(value_ * rate + 0.5));
 }
 
-int Options::frame_length(const std::string& name, int rate) const {
-    if (frame.text() == "0") {
-        return default_frame_length(rate);
+KorvaneStreamConfig Options::stream(const std::string& name, int rate, int channels) const {
+    KorvaneStreamConfig config;
+    korvane_stream_defaults(&config, rate, channels);
+    if (frame.text() != "0") {
+        const int64_t length = frame.samples(rate);
+        if (length < 1 || length > kLongestFrame) {
+            throw Failure(name, "--frame " + frame.text() + " is " + std::to_string(length) +
+                                    " samples at " + std::to_string(rate) +
+                                    " Hz; frames have 1 to 4096");
+        }
+        config.frame_length = static_cast<int32_t>(length);
     }
-    const int64_t length = frame.samples(rate);
-    if (length < 1 || length > kLongestFrame) {
-        throw Failure(name, "--frame " + frame.text() + " is " + std::to_string(length) +
-                                " samples at " + std::to_string(rate) +
-                                " Hz; frames have 1 to 4096");
+    config.decision = decision;
+    config.restore_level = decision == KORVANE_DECISION_DETECTOR ? 0 : 1;
+    const auto [enter_at, stay_above] = thresholds();
+    if (decision == KORVANE_DECISION_ADAPTIVE) {
+        config.enter_score = enter_at;
+        config.stay_score = stay_above;
+    } else {
+        config.enter_db = enter_at;
+        config.stay_db = stay_above;
     }
-    return static_cast<int>(length);
+    config.onset_ms = onset.value_or(config.onset_ms);
+    config.hangover_ms = hangover.value_or(config.hangover_ms);
+    return config;
+}
+
+std::pair<float, float> Options::thresholds() const {
+    KorvaneStreamConfig config;
+    korvane_stream_defaults(&config, 16000, 1);
+    const bool score = decision == KORVANE_DECISION_ADAPTIVE;
+    const float usual_enter = score ? config.enter_score : config.enter_db;
+    const float usual_stay = score ? config.stay_score : config.stay_db;
+    const auto first = static_cast<float>(enter.value_or(usual_enter));
+    const float least = score ? 0 : kLowestLevel;
+    const auto second =
+        stay ? static_cast<float>(*stay) : std::max(first - (usual_enter - usual_stay), least);
+    return {first, second};
 }
 
 segments::Rules Options::rules(int rate) const {
@@ -356,6 +446,13 @@ std::string Options::fingerprint() const {
     std::ostringstream text;
     text << result_format_names()[static_cast<std::size_t>(format)] << " align "
          << align_name(align);
+    text << ' ' << decision_name(decision);
+    for (const std::optional<double>& limit : {enter, stay}) {
+        text << ' ' << (limit ? std::to_string(*limit) : "-");
+    }
+    for (const std::optional<int32_t>& time : {onset, hangover}) {
+        text << ' ' << (time ? std::to_string(*time) : "-");
+    }
     for (const Span* span : {&frame, &pad_start, &pad_end, &min_speech, &min_gap, &max_speech}) {
         text << ' ' << span->text();
     }
@@ -401,7 +498,9 @@ const std::vector<CommandText>& command_texts() {
           {"korvane-vad frames -f csv --frame 20ms -o frames.csv interview.flac",
            "for a spreadsheet, in frames of 20 ms"}},
          {"The level is that of the cleaned frame, in dB of full scale; of two channels the "
-          "louder one counts. Speech begins above -45 dB and is held above -50 dB."}},
+          "louder one counts. Then come the score and the level of the noise, -140 while it is not "
+          "known. With --decision detector there are neither, and the level is what the suppressor "
+          "leaves: 5 dB less below 25000 Hz."}},
         {Command::kClean,
          "clean",
          "[OPTION...] IN OUT",
@@ -491,12 +590,33 @@ std::unique_ptr<CLI::App> make_parser(Command command, Options& options) {
     if (command == Command::kDetect) {
         add.batch();
     }
+    add.decision(command != Command::kClean);
     if (command != Command::kFrames && command != Command::kClean) {
         add.segments();
     }
     add.input();
     add.help();
     return app;
+}
+
+/** What is wrong with the thresholds and times; empty where nothing is. */
+std::string wrong_thresholds(const Options& options) {
+    if (options.decision == KORVANE_DECISION_DETECTOR) {
+        return options.enter || options.stay || options.onset || options.hangover
+                   ? "--decision detector takes neither thresholds nor times"
+                   : "";
+    }
+    const bool score = options.decision == KORVANE_DECISION_ADAPTIVE;
+    const double least = score ? 0 : kLowestLevel;
+    const double most = score ? 1 : 0;
+    for (const std::optional<double>& limit : {options.enter, options.stay}) {
+        if (limit && !(*limit >= least && *limit <= most)) {
+            return score ? "--enter and --stay are scores from 0 to 1, with --decision fixed dB"
+                         : "with --decision fixed, --enter and --stay are dB from -140 to 0";
+        }
+    }
+    const auto [enter, stay] = options.thresholds();
+    return stay > enter ? "--stay is above --enter" : "";
 }
 
 /** What is wrong with options that are each right; empty where nothing is. */
@@ -523,7 +643,7 @@ std::string contradiction(const Options& options) {
     if (options.check && (!options.output.empty() || !options.manifest.empty())) {
         return "--check prints nothing, so it goes with neither --output nor --resume";
     }
-    return "";
+    return wrong_thresholds(options);
 }
 
 std::string missing_argument(const Options& options) {

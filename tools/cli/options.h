@@ -4,10 +4,13 @@
 #define KORVANE_TOOLS_CLI_OPTIONS_H
 
 #include <cstdint>
+#include <optional>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
+#include "korvane_stream.h"
 #include "segments/segments.h"
 #include "tools/audio/audio_source.h"
 #include "tools/results/result_writer.h"
@@ -70,6 +73,9 @@ struct Options {
 
     SourceOptions source;
     Span frame;  ///< 0: 10 ms
+    int32_t decision = KORVANE_DECISION_ADAPTIVE;
+    std::optional<double> enter, stay;       ///< scores or dB; not given: the library's
+    std::optional<int32_t> onset, hangover;  ///< ms; not given: the library's
     segments::Align align = segments::Align::kBoth;
     Span pad_start, pad_end, min_speech, min_gap, max_speech;
 
@@ -90,8 +96,11 @@ struct Options {
 
     int every = 1;  ///< selftest: only each row of so many
 
-    /** Throws a Failure about `name` where a frame is not of 1 to 4096 samples at that rate. */
-    int frame_length(const std::string& name, int rate) const;
+    /** What a detector for the input `name` is set to. Throws a Failure about it where a frame is not
+     * of 1 to 4096 samples at that rate. */
+    KorvaneStreamConfig stream(const std::string& name, int rate, int channels) const;
+    /** Where speech begins and above which it goes on, as the decision counts. */
+    std::pair<float, float> thresholds() const;
     segments::Rules rules(int rate) const;
     /** Everything that the result of a recording depends on, besides the recording. */
     std::string fingerprint() const;

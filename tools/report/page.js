@@ -118,7 +118,8 @@ async function start() {
   const spectrogram = async (name) => new Spectrogram(await takePacked(`spectrogram-${name}`), facts.spectrogram);
   const before = await envelope("before");
   const after = await envelope("after");
-  const level = new Envelope(await takePacked("level"), facts.level_bucket, facts.timing.frame / rate, -facts.timing.delay / rate);
+  const measure = async (name) => new Envelope(await takePacked(name), facts.level_bucket, facts.timing.frame / rate, -facts.timing.delay / rate);
+  const [level, score] = [await measure("level"), await measure("score")];
   const spectra = [await spectrogram("before"), await spectrogram("after")];
 
   const view = new View();
@@ -128,7 +129,13 @@ async function start() {
   const scale = new LevelScale(spectra);
   view.add(waveformPanel(host, view, "Waveform before", "before", before, peak));
   view.add(waveformPanel(host, view, "Waveform after", "after", after, peak));
-  view.add(levelPanel(host, view, level));
+  const adaptive = facts.decision === "adaptive";
+  view.add(measurePanel(host, view, level, { title: "Level of the cleaned frames", scale: "dB of full scale", unit: " dB",
+    splits: [-100, -80, -60, -40, -20, 0], steps: facts.level_steps, decides: !adaptive }));
+  if (adaptive) {
+    view.add(measurePanel(host, view, score, { title: "Score", scale: "how much is in favour of speech", unit: "",
+      splits: [0, 0.2, 0.4, 0.6, 0.8, 1], steps: facts.score_steps, decides: true }));
+  }
   view.add(decisionPanel(host, view));
   view.add(spectrogramPanel(host, view, "Spectrogram before", spectra[0], scale));
   view.add(spectrogramPanel(host, view, "Spectrogram after", spectra[1], scale));

@@ -184,26 +184,32 @@ function waveformPanel(host, view, title, name, envelope, peak) {
   });
 }
 
-function levelPanel(host, view, envelope) {
-  const thresholds = [["enter", facts.enter_level, "bottom"], ["stay", facts.stay_level, "top"]];
+/**
+ * What was measured of each frame.
+ *
+ * @param options.decides  whether speech is decided by it: then the thresholds are drawn
+ * @param options.steps    of the envelope in one unit
+ */
+function measurePanel(host, view, envelope, { title, scale, unit, splits, steps, decides }) {
+  const thresholds = decides ? [["enter", facts.enter, "bottom"], ["stay", facts.stay, "top"]] : [];
   return new Panel(host, view, {
-    title: "Level of the cleaned frames",
-    hint: `dB of full scale; speech begins above ${minus(facts.enter_level)} and lasts above ${minus(facts.stay_level)}`,
+    title,
+    hint: scale + (decides ? `; speech begins above ${minus(facts.enter)} and lasts above ${minus(facts.stay)}` : ""),
     height: 130,
-    range: [-100, 0],
-    yAxis: { splits: () => [-100, -80, -60, -40, -20, 0] },
+    range: [splits[0], splits.at(-1)],
+    yAxis: { splits: () => splits },
     series: bandSeries("level", "level-band"),
-    slice: (from, to, pixels) => envelope.slice(from, to, pixels, facts.level_steps),
+    slice: (from, to, pixels) => envelope.slice(from, to, pixels, steps),
     under: shadeSegments,
     over: (plot, ctx, bbox) => {
       const ratio = devicePixelRatio;
       ctx.font = `600 ${11 * ratio}px system-ui, 'DejaVu Sans', sans-serif`;
       ctx.textAlign = "right";
       ctx.lineWidth = 2 * Math.round(ratio); // even and at a whole place: all of it in its full colour
-      for (const [name, decibels, baseline] of thresholds) {
-        const y = Math.round(plot.valToPos(decibels, "y", true));
+      for (const [name, value, baseline] of thresholds) {
+        const y = Math.round(plot.valToPos(value, "y", true));
         const x = bbox.left + bbox.width - 6 * ratio;
-        const text = `${name} ${minus(decibels)} dB`;
+        const text = `${name} ${minus(value)}${unit}`;
         ctx.strokeStyle = ctx.fillStyle = colour(name);
         ctx.setLineDash(name === "enter" ? [] : [6 * ratio, 4 * ratio]);
         ctx.beginPath();

@@ -6,7 +6,6 @@
 #include <optional>
 #include <string_view>
 
-#include "korvane_vad.h"
 #include "tools/report/audio_clip.h"
 #include "tools/report/envelope.h"
 #include "tools/report/packing.h"
@@ -31,9 +30,8 @@ constexpr int64_t kAudioSeconds = 30 * 60;
 constexpr int64_t kAudioBytes = int64_t{64} << 20;
 constexpr int kAudioLowestRate = 3000;
 
-constexpr double kLevelSteps = 100;  // of the embedded level in a dB
-constexpr double kEnterLevel = -45;
-constexpr double kStayLevel = -50;
+constexpr double kLevelSteps = 100;   // of the embedded level in a dB
+constexpr double kScoreSteps = 1000;  // of the embedded score in 1
 
 /** The recording before or after the suppressor. */
 struct Track {
@@ -151,16 +149,19 @@ struct Report::State {
 
     Json facts(const StreamTotals& totals, const std::vector<segments::Segment>& list) const {
         return {{"tool_version", KORVANE_VERSION},
-                {"library_version", VoiceActivityDetectionVersion()},
+                {"library_version", library_name(header.stream)},
                 {"source", json_of(header.source)},
+                {"decision", decision_name(header.stream.decision)},
+                {"delay", header.delay},
                 {"timing", json_of(header.timing)},
                 {"rules", json_of(header.rules)},
                 {"length", totals.length},
                 {"frames", totals.frames},
                 {"sha256", totals.sha256},
-                {"enter_level", kEnterLevel},
-                {"stay_level", kStayLevel},
+                {"enter", thresholds_of(header.stream).enter},
+                {"stay", thresholds_of(header.stream).stay},
                 {"level_steps", kLevelSteps},
+                {"score_steps", kScoreSteps},
                 {"level_bucket", level.bucket()},
                 {"waveform_bucket", before.waveform.bucket()},
                 {"spectrogram", json_of(before.spectrogram)},
@@ -173,6 +174,7 @@ struct Report::State {
     Track before;
     Track after;
     Envelope level{kEnvelopeBuckets};
+    Envelope score{kEnvelopeBuckets};
     std::vector<int64_t> flag_changes;  // frames from which on the answer is another one
     bool speech = false;
     int64_t read = 0;      // sample frames
@@ -185,14 +187,23 @@ Report::~Report() = default;
 
 bool Report::available() { return true; }
 
+void Report::add_input(const int16_t* samples, int64_t n) {
+    state_->read += n;
+    state_->before.add(samples, n);
+    state_->check_audio();
+}
+
+void Report::add_cleaned(const int16_t* samples, int64_t n) {
+    state_->after.add(samples, n);
+    state_->check_audio();
+}
+
 void Report::add(const Frame& frame) {
     State& state = *state_;
-    state.read += frame.noisy_count;
-    state.before.add(frame.noisy, frame.noisy_count);
-    state.after.add(frame.cleaned, frame.cleaned_count);
-    state.check_audio();
     const auto level = static_cast<int16_t>(std::lround(kLevelSteps * frame.level));
     state.level.add(level, level);
+    const auto score = static_cast<int16_t>(std::lround(kScoreSteps * frame.score));
+    state.score.add(score, score);
     if (frame.speech != state.speech) {
         state.speech = frame.speech;
         state.flag_changes.push_back(frame.index);
@@ -212,6 +223,7 @@ std::string Report::page(const StreamTotals& totals, const std::vector<segments:
         }
     }
     append_packed(page, "level", state.level.bytes());
+    append_packed(page, "score", state.score.bytes());
     append_block(page, "facts", safe_text(state.facts(totals, list)));
     page += report::kPageTail;
     return page;

@@ -30,8 +30,10 @@ class Report {
     Report(const Report&) = delete;
     Report& operator=(const Report&) = delete;
 
-    /** The next answer, with the samples before and after. */
+    // As a Listener is told it.
+    void add_input(const int16_t* samples, int64_t n);
     void add(const Frame& frame);
+    void add_cleaned(const int16_t* samples, int64_t n);
 
     /** The page: HTML, complete in itself. Once; nothing may be added after. */
     std::string page(const StreamTotals& totals, const std::vector<segments::Segment>& list);

@@ -13,7 +13,11 @@ Report::~Report() = default;
 
 bool Report::available() { return false; }
 
+void Report::add_input(const int16_t* /*samples*/, int64_t /*n*/) {}
+
 void Report::add(const Frame& /*frame*/) {}
+
+void Report::add_cleaned(const int16_t* /*samples*/, int64_t /*n*/) {}
 
 std::string Report::page(const StreamTotals& /*totals*/,
                          const std::vector<segments::Segment>& /*list*/) {

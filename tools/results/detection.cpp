@@ -9,38 +9,15 @@
 #include <cstddef>
 #include <exception>
 #include <memory>
+#include <optional>
 #include <stdexcept>
 #include <vector>
 
-#include "korvane_vad.h"
 #include "tools/files/failure.h"
 
 namespace korvane::tool {
 
 namespace {
-
-class Detector {
-  public:
-    Detector(int rate, int channels, int frame) {
-        VoiceActivityDetectionInit();
-        VoiceActivityDetectionChannelModeConfig(&handle_, channels);
-        VoiceActivityDetectionSamplingRateConfig(&handle_, static_cast<uint32_t>(rate));
-        VoiceActivityDetectionFrameLengthConfig(&handle_, static_cast<uint32_t>(frame * channels));
-    }
-
-    /** @param samples  a frame, interleaved; replaced by the cleaned one */
-    bool process(int16_t* samples) {
-        VoiceActivityDetectionInOutConfig(&handle_, samples);
-        const bool speech = VoiceActivityDetectionExe(&handle_) != 0;
-        if (handle_.channel_mode == 1) {  // stereo comes back in place
-            std::copy_n(handle_.ch0_work, handle_.frame_length, samples);
-        }
-        return speech;
-    }
-
-  private:
-    VadHandle handle_{};
-};
 
 /** SHA-256 of the samples as 16-bit little-endian words. */
 class SampleDigest {
@@ -101,111 +78,133 @@ double level_of(const int16_t* samples, int frame, int channels) {
 
 class Detection {
   public:
-    Detection(AudioSource& source, int frame, Measures measures)
+    Detection(AudioSource& source, const KorvaneStreamConfig& config, bool digest,
+              const Listener& listener)
         : source_(source),
-          frame_(frame),
-          measures_(measures),
-          channels_(source.info().channels),
-          delay_(segments::delay_of(source.info().rate)),
-          detector_(source.info().rate, channels_, frame),
-          noisy_(static_cast<std::size_t>(frame * channels_)),
-          cleaned_(noisy_.size()) {}
+          listener_(listener),
+          by_detector_(config.decision == KORVANE_DECISION_DETECTOR),
+          frame_(config.frame_length),
+          channels_(config.channels) {
+        KorvaneStreamConfig own = config;
+        own.user = this;
+        // The library cannot pass on an exception of a listener, so that results wait for it here.
+        own.on_result = [](void* user, const KorvaneStreamResult* result) {
+            static_cast<Detection*>(user)->results_.push_back(*result);
+        };
+        int32_t error = KORVANE_OK;
+        stream_.reset(korvane_stream_create(&own, &error));
+        if (!stream_) {
+            throw std::invalid_argument(korvane_stream_error_text(error));
+        }
+        delay_ = korvane_stream_delay(stream_.get());
+        to_skip_ = delay_;
+        input_.resize(static_cast<std::size_t>(frame_ * channels_));
+        cleaned_.resize(static_cast<std::size_t>(std::max(frame_, delay_) * channels_));
+        if (digest) {
+            digest_.emplace();
+        }
+    }
 
-    StreamTotals run(const std::function<bool(const Frame&)>& each) {
-        // Zeros follow the input until its last sample has come back.
-        for (int64_t position = 0; !ended_ || position < totals_.length + delay_;
-             position += frame_) {
-            const int64_t count = next_frame();
-            if (fault_ && totals_.length == 0) {
-                break;  // there is nothing to answer
+    StreamTotals run() {
+        while (const int64_t n = read()) {
+            if (digest_) {
+                digest_->add(input_.data(), static_cast<std::size_t>(n * channels_));
             }
-            if (!each(process(position, count))) {
-                fault_ = nullptr;
-                break;
+            totals_.length += n;
+            if (listener_.input) {
+                listener_.input(input_.data(), n);
             }
+            std::fill(input_.begin() + n * channels_, input_.end(), int16_t{0});
+            feed(by_detector_ ? frame_ : n);
+        }
+        if (by_detector_ && totals_.length > 0) {
+            std::fill(input_.begin(), input_.end(), int16_t{0});
+            while (totals_.frames * frame_ < totals_.length + delay_) {
+                feed(frame_);
+            }
+        } else if (totals_.length > 0) {
+            korvane_stream_end(stream_.get(), cleaned_.data());
+            tell(delay_);
         }
         if (fault_) {
             std::rethrow_exception(fault_);
         }
-        if (measures_.digest) {
-            totals_.sha256 = digest_.hexadecimal();
+        if (digest_) {
+            totals_.sha256 = digest_->hexadecimal();
         }
         return totals_;
     }
 
   private:
-    /** Samples of the input in the next frame; zeros fill it up. */
-    int64_t next_frame() {
-        int64_t count = 0;
-        if (!ended_) {
-            count = read(noisy_.data(), frame_);
-            ended_ = count < frame_;
-            if (count > 0 && ended_) {
-                std::vector<int16_t> nothing(noisy_.size());
-                read(nothing.data(), 1);  // tells whether that was a sound end
-            }
-        }
-        const auto samples = count * channels_;
-        std::fill(noisy_.begin() + samples, noisy_.end(), int16_t{0});
-        if (measures_.digest) {
-            digest_.add(noisy_.data(), static_cast<std::size_t>(samples));
-        }
-        totals_.length += count;
-        return count;
-    }
-
-    int64_t read(int16_t* samples, int64_t n) {
+    /** A frame of the input; at its end fewer samples, then none. */
+    int64_t read() {
         try {
-            return source_.read(samples, n);
+            return source_.read(input_.data(), frame_);
         } catch (const Failure&) {
             fault_ = std::current_exception();
             return 0;
         }
     }
 
-    Frame process(int64_t position, int64_t count) {
-        cleaned_ = noisy_;
-        Frame frame;
-        frame.speech = detector_.process(cleaned_.data());
-        frame.index = totals_.frames++;
-        frame.begin = position - delay_;
-        frame.end = frame.begin + frame_;
-        frame.fed = position + frame_;
-        if (measures_.level) {
-            frame.level = level_of(cleaned_.data(), frame_, channels_);
-        }
-        frame.noisy = noisy_.data();
-        frame.noisy_count = count;
-        frame.cleaned_begin = std::clamp<int64_t>(frame.begin, 0, totals_.length);
-        const int64_t cleaned_end =
-            std::clamp<int64_t>(frame.end, frame.cleaned_begin, totals_.length);
-        frame.cleaned_count = cleaned_end - frame.cleaned_begin;
-        frame.cleaned = cleaned_.data() + (frame.cleaned_begin - frame.begin) * channels_;
-        return frame;
+    void feed(int64_t n) {
+        korvane_stream_process(stream_.get(), input_.data(), cleaned_.data(),
+                               static_cast<int32_t>(n));
+        tell(n);
     }
 
+    /** What has come back: results, and n samples. */
+    void tell(int64_t n) {
+        for (const KorvaneStreamResult& result : results_) {
+            Frame frame;
+            frame.index = totals_.frames++;
+            frame.begin = result.position;
+            frame.end = result.position + result.length;
+            frame.fed = frame.end + delay_;
+            frame.speech = result.speech != 0;
+            frame.score = result.score;
+            frame.level =
+                by_detector_ ? level_of(cleaned_.data(), frame_, channels_) : result.level_db;
+            frame.noise = result.noise_db;
+            if (listener_.frame) {
+                listener_.frame(frame);
+            }
+        }
+        results_.clear();
+        const int64_t skipped = std::min(to_skip_, n);
+        to_skip_ -= skipped;
+        const int64_t count = std::min(n - skipped, totals_.length - returned_);
+        returned_ += count;
+        if (count > 0 && listener_.cleaned) {
+            listener_.cleaned(cleaned_.data() + skipped * channels_, count);
+        }
+    }
+
+    struct Destroy {
+        void operator()(KorvaneStream* stream) const { korvane_stream_destroy(stream); }
+    };
+
     AudioSource& source_;
-    int frame_;
-    Measures measures_;
-    int channels_;
-    int64_t delay_;
-    Detector detector_;
-    SampleDigest digest_;
+    const Listener& listener_;
+    bool by_detector_;
+    int32_t frame_;
+    int32_t channels_;
+    std::unique_ptr<KorvaneStream, Destroy> stream_;
+    int32_t delay_ = 0;
+    int64_t to_skip_ = 0;   // cleaned samples that lie before the input
+    int64_t returned_ = 0;  // cleaned samples that lie in it
+    std::optional<SampleDigest> digest_;
     StreamTotals totals_;
-    bool ended_ = false;
     std::exception_ptr fault_;  // of the source, held back until its samples have been answered
-    std::vector<int16_t> noisy_;
+    std::vector<KorvaneStreamResult> results_;
+    std::vector<int16_t> input_;
     std::vector<int16_t> cleaned_;
 };
 
 }  // namespace
 
-StreamTotals detect(AudioSource& source, int frame, Measures measures,
-                    const std::function<bool(const Frame&)>& each) {
-    if (frame < 1 || frame > KORVANE_VAD_MAX_FRAME) {
-        throw std::invalid_argument("frame length outside 1..4096 samples");
-    }
-    return Detection(source, frame, measures).run(each);
+StreamTotals detect(AudioSource& source, const KorvaneStreamConfig& config, bool digest,
+                    const Listener& listener) {
+    return Detection(source, config, digest, listener).run();
 }
 
 }  // namespace korvane::tool

@@ -3,10 +3,12 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
+#include <cmath>
 #include <iterator>
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 #include <string_view>
+#include <utility>
 
 #include "korvane_vad.h"
 #include "tools/results/times.h"
@@ -117,8 +119,6 @@ std::string text_result(bool several, const ResultHeader& header,
 
 constexpr const char* kCsvHeading =
     "file,start,end,duration,start_sample,end_sample,decided_at,open\n";
-constexpr const char* kCsvFramesHeading =
-    "index,start,end,start_sample,end_sample,fed,speech,level\n";
 
 std::string comma_separated(const std::vector<std::string>& fields) {
     std::string line;
@@ -139,20 +139,30 @@ std::string csv_line(const ResultHeader& header, const Segment& segment) {
 
 // ---- JSON ----
 
+bool by_detector(const ResultHeader& header) {
+    return header.stream.decision == KORVANE_DECISION_DETECTOR;
+}
+
 /** What produced a result: appended to `object`. */
 void describe(ordered_json& object, const ResultHeader& header) {
     const SourceInfo& source = header.source;
     const segments::Rules& rules = header.rules;
     object["tool"] = "korvane-vad " KORVANE_VERSION;
-    object["library"] = VoiceActivityDetectionVersion();
+    object["library"] = library_name(header.stream);
     object["file"] = source.name;
     object["rate"] = source.rate;
     object["channels"] = source.channels;
     object["input_rate"] = source.input_rate;
     object["input_channels"] = source.input_channels;
     object["bit_exact"] = source.bit_exact;
-    object["frame"] = header.frame;
-    object["delay"] = header.timing.delay;
+    if (!by_detector(header)) {
+        object["decision"] = decision_name(header.stream.decision);
+        const Thresholds thresholds = thresholds_of(header.stream);
+        object["enter"] = thresholds.enter;
+        object["stay"] = thresholds.stay;
+    }
+    object["frame"] = header.stream.frame_length;
+    object["delay"] = header.delay;
     object["onset"] = header.timing.onset;
     object["hangover"] = header.timing.hangover;
     object["align"] = align_name(rules.align);
@@ -204,11 +214,40 @@ std::string jsonl_segment(const ResultHeader& header, int64_t index, const Segme
     return text.append(segment_members(segment, header.source.rate)).append("}\n");
 }
 
-std::string jsonl_onset(const ResultHeader& header, const segments::Onset& onset) {
+std::string decimals(double value, int count) {
+    std::array<char, 32> text{};
+    const auto end = std::to_chars(text.data(), text.data() + text.size(), value,
+                                   std::chars_format::fixed, count);
+    return {text.data(), end.ptr};
+}
+
+/** What was measured of a frame, by name. */
+std::vector<std::pair<const char*, std::string>> measures(const ResultHeader& header,
+                                                          const Frame& frame) {
+    if (by_detector(header)) {
+        return {{"level", decimals(frame.level, 2)}};
+    }
+    return {{"level", decimals(frame.level, 2)},
+            {"score", decimals(frame.score, 3)},
+            {"noise", decimals(frame.noise, 2)}};
+}
+
+/** The same as members of an object that has others before. */
+std::string measure_members(const ResultHeader& header, const Frame& frame) {
+    std::string text;
+    for (const auto& [name, value] : measures(header, frame)) {
+        text.append(",\"").append(name).append("\":").append(value);
+    }
+    return text;
+}
+
+std::string jsonl_onset(const ResultHeader& header, const segments::Onset& onset,
+                        const Frame& frame) {
     std::string text = R"({"type":"onset","file":)" + dump(header.source.name);
     text.append(",\"start\":").append(seconds(onset.start, header.source.rate, kMicro));
     text.append(",\"start_sample\":").append(std::to_string(onset.start));
-    return text.append(",\"decided_at\":").append(std::to_string(onset.decided_at)).append("}\n");
+    text.append(",\"decided_at\":").append(std::to_string(onset.decided_at));
+    return text.append(by_detector(header) ? "" : measure_members(header, frame)).append("}\n");
 }
 
 std::string jsonl_header(const ResultHeader& header) {
@@ -329,14 +368,17 @@ std::string textgrid_result(const ResultHeader& header, int64_t length,
 
 // ---- Frames ----
 
-std::string decibels(double level) {
-    std::array<char, 32> text{};
-    const auto end =
-        std::to_chars(text.data(), text.data() + text.size(), level, std::chars_format::fixed, 2);
-    return {text.data(), end.ptr};
+/** A line of fields, and behind them what was measured, or its names. */
+std::vector<std::string> with_measures(std::vector<std::string> fields, const ResultHeader& header,
+                                       const Frame* frame) {
+    for (const auto& [name, value] : measures(header, frame != nullptr ? *frame : Frame{})) {
+        fields.push_back(frame != nullptr ? value : name);
+    }
+    return fields;
 }
 
-std::string jsonl_frame(const Frame& frame, int rate) {
+std::string jsonl_frame(const ResultHeader& header, const Frame& frame) {
+    const int rate = header.source.rate;
     std::string text = R"({"type":"frame","index":)" + std::to_string(frame.index);
     text.append(",\"start\":").append(seconds(frame.begin, rate, kMicro));
     text.append(",\"end\":").append(seconds(frame.end, rate, kMicro));
@@ -344,7 +386,7 @@ std::string jsonl_frame(const Frame& frame, int rate) {
     text.append(",\"end_sample\":").append(std::to_string(frame.end));
     text.append(",\"fed\":").append(std::to_string(frame.fed));
     text.append(",\"speech\":").append(boolean(frame.speech));
-    return text.append(",\"level\":").append(decibels(frame.level)).append("}\n");
+    return text.append(measure_members(header, frame)).append("}\n");
 }
 
 [[noreturn]] void refuse(ResultFormat format) {
@@ -353,6 +395,20 @@ std::string jsonl_frame(const Frame& frame, int rate) {
 }
 
 }  // namespace
+
+Thresholds thresholds_of(const KorvaneStreamConfig& config) {
+    const auto as_given = [](float threshold) { return std::round(threshold * 1e6) / 1e6; };
+    if (config.decision == KORVANE_DECISION_ADAPTIVE) {
+        return {as_given(config.enter_score), as_given(config.stay_score)};
+    }
+    return {as_given(config.enter_db), as_given(config.stay_db)};
+}
+
+std::string library_name(const KorvaneStreamConfig& config) {
+    return config.decision == KORVANE_DECISION_DETECTOR
+               ? VoiceActivityDetectionVersion()
+               : std::string("korvane-streams ") + korvane_stream_version();
+}
 
 const std::vector<std::string>& result_format_names() {
     static const std::vector<std::string> names = {"text", "json", "jsonl", "csv",     "audacity",
@@ -456,11 +512,11 @@ std::string live_begin(ResultFormat format, const ResultHeader& header) {
 }
 
 std::string live_onset(ResultFormat format, const ResultHeader& header,
-                       const segments::Onset& onset) {
+                       const segments::Onset& onset, const Frame& frame) {
     if (!is_live(format)) {
         refuse(format);
     }
-    return format == ResultFormat::kJsonl ? jsonl_onset(header, onset) : "";
+    return format == ResultFormat::kJsonl ? jsonl_onset(header, onset, frame) : "";
 }
 
 std::string live_segment(ResultFormat format, const ResultHeader& header, int64_t index,
@@ -494,11 +550,13 @@ std::string live_end(ResultFormat format, const ResultHeader& header, const Stre
 std::string frames_begin(ResultFormat format, const ResultHeader& header) {
     switch (format) {
         case ResultFormat::kText:
-            return columns({"start", "end", "speech", "level"});
+            return columns(with_measures({"start", "end", "speech"}, header, nullptr));
         case ResultFormat::kJsonl:
             return jsonl_header(header);
         case ResultFormat::kCsv:
-            return kCsvFramesHeading;
+            return comma_separated(with_measures(
+                {"index", "start", "end", "start_sample", "end_sample", "fed", "speech"}, header,
+                nullptr));
         default:
             refuse(format);
     }
@@ -508,15 +566,18 @@ std::string frame_line(ResultFormat format, const ResultHeader& header, const Fr
     const int rate = header.source.rate;
     switch (format) {
         case ResultFormat::kText:
-            return columns({seconds(frame.begin, rate, kMilli), seconds(frame.end, rate, kMilli),
-                            frame.speech ? "1" : "0", decibels(frame.level)});
+            return columns(
+                with_measures({seconds(frame.begin, rate, kMilli), seconds(frame.end, rate, kMilli),
+                               frame.speech ? "1" : "0"},
+                              header, &frame));
         case ResultFormat::kJsonl:
-            return jsonl_frame(frame, rate);
+            return jsonl_frame(header, frame);
         case ResultFormat::kCsv:
-            return comma_separated({std::to_string(frame.index), seconds(frame.begin, rate, kMicro),
-                                    seconds(frame.end, rate, kMicro), std::to_string(frame.begin),
-                                    std::to_string(frame.end), std::to_string(frame.fed),
-                                    boolean(frame.speech), decibels(frame.level)});
+            return comma_separated(with_measures(
+                {std::to_string(frame.index), seconds(frame.begin, rate, kMicro),
+                 seconds(frame.end, rate, kMicro), std::to_string(frame.begin),
+                 std::to_string(frame.end), std::to_string(frame.fed), boolean(frame.speech)},
+                header, &frame));
         default:
             refuse(format);
     }

@@ -24,6 +24,20 @@ constexpr const char* align_name(segments::Align align) {
     constexpr const char* kNames[] = {"none", "onset", "both"};
     return kNames[static_cast<int>(align)];
 }
+/** The same of a decision: adaptive, fixed, detector. */
+constexpr const char* decision_name(int32_t decision) {
+    constexpr const char* kNames[] = {"adaptive", "fixed", "detector"};
+    return kNames[decision];
+}
+/** Where speech begins and above which it goes on: scores with `adaptive`, else dB; as they were given,
+ * without what float adds to them. */
+struct Thresholds {
+    double enter;
+    double stay;
+};
+Thresholds thresholds_of(const KorvaneStreamConfig& config);
+/** The library that decides, and its version. */
+std::string library_name(const KorvaneStreamConfig& config);
 /** File name extension, with its dot: .txt .json .jsonl .csv .txt .rttm .srt .vtt .TextGrid */
 std::string extension_of(ResultFormat format);
 /** Whether results of several inputs can stand in one file. */
@@ -35,8 +49,9 @@ bool holds_digest(ResultFormat format);
 /** What produced the segments of one input. */
 struct ResultHeader {
     SourceInfo source;
-    int frame = 0;
-    segments::Timing timing;
+    KorvaneStreamConfig stream = {};
+    int64_t delay = 0;        ///< of the cleaned sound, in samples
+    segments::Timing timing;  ///< of the decisions
     segments::Rules rules;
 };
 
@@ -65,15 +80,17 @@ std::string whole_result(ResultFormat format, bool several, const ResultHeader& 
 // result. Other formats throw std::invalid_argument, in frames_begin and frame_line too.
 bool is_live(ResultFormat format);
 std::string live_begin(ResultFormat format, const ResultHeader& header);
+/** @param frame  the one that declares it */
 std::string live_onset(ResultFormat format, const ResultHeader& header,
-                       const segments::Onset& onset);
+                       const segments::Onset& onset, const Frame& frame);
 /** @param index  of the segment, from 0 */
 std::string live_segment(ResultFormat format, const ResultHeader& header, int64_t index,
                          const segments::Segment& segment);
 std::string live_end(ResultFormat format, const ResultHeader& header, const StreamTotals& totals,
                      int64_t segment_count);
 
-/** One line of `korvane-vad frames` in text, jsonl or csv, and what stands before the first. */
+/** One line of `korvane-vad frames` in text, jsonl or csv, and what stands before the first. Score and
+ * noise are left out with the decision `detector`, which has none. */
 std::string frames_begin(ResultFormat format, const ResultHeader& header);
 std::string frame_line(ResultFormat format, const ResultHeader& header, const Frame& frame);
 

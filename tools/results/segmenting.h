@@ -1,4 +1,5 @@
-/** The segmenter as the tool uses it: what cannot happen with a detector's answers is an exception. */
+/** From the decisions on frames to segments, as the tool does it: what cannot happen with a detector's
+ * decisions is a std::logic_error. */
 #ifndef KORVANE_TOOLS_RESULTS_SEGMENTING_H
 #define KORVANE_TOOLS_RESULTS_SEGMENTING_H
 
@@ -6,29 +7,49 @@
 #include <stdexcept>
 
 #include "segments/segments.h"
+#include "tools/results/result_writer.h"
 
 namespace korvane::tool {
 
-/** Throws std::logic_error unless all is well. */
-inline void require(segments::Status status) {
-    if (status != segments::Status::kOk) {
-        throw std::logic_error(segments::status_text(status));
+class Segmenting {
+  public:
+    explicit Segmenting(const ResultHeader& header) : late_(header.delay - header.timing.delay) {
+        require(segmenter_init(segmenter_, header.timing, header.rules));
     }
-}
 
-inline segments::Segmenter segmenter_of(const segments::Timing& timing,
-                                        const segments::Rules& rules) {
-    segments::Segmenter segmenter;
-    require(segmenter_init(segmenter, timing, rules));
-    return segmenter;
-}
+    /** Adds a decision; returns where speech begins, if this frame declares it. */
+    std::optional<segments::Onset> add(bool speech) {
+        std::optional<segments::Onset> onset;
+        require(segmenter_add(segmenter_, speech, onset));
+        if (onset) {
+            onset->decided_at += late_;
+        }
+        return onset;
+    }
 
-/** Adds an answer; returns where speech begins, if this frame declares it. */
-inline std::optional<segments::Onset> add_answer(segments::Segmenter& segmenter, bool speech) {
-    std::optional<segments::Onset> onset;
-    require(segmenter_add(segmenter, speech, onset));
-    return onset;
-}
+    /** The input has ended after so many samples. */
+    void finish(int64_t length) { require(segmenter_finish(segmenter_, length)); }
+
+    /** The next segment that nothing to come can change. */
+    std::optional<segments::Segment> take() {
+        segments::Segment segment;
+        if (!segmenter_take(segmenter_, segment)) {
+            return std::nullopt;
+        }
+        segment.decided_at += late_;
+        return segment;
+    }
+
+  private:
+    static void require(segments::Status status) {
+        if (status != segments::Status::kOk) {
+            throw std::logic_error(segments::status_text(status));
+        }
+    }
+
+    segments::Segmenter segmenter_;
+    int64_t late_;  // by which a decision comes after its frame, where frames are the input's
+};
 
 }  // namespace korvane::tool
 
