@@ -28,7 +28,7 @@ ALLOWED = {
     "tools/files": [],
     "tools/audio": ["tools/files"],
     "tools/results": ["tools/files", "tools/audio", "segments", "include"],
-    "tools/cli": ["tools/files", "tools/audio", "tools/results", "segments"],
+    "tools/cli": ["tools/files", "tools/audio", "tools/results", "segments", "include"],
     "tools/batch": ["tools/files", "tools/audio", "tools/results", "tools/cli", "segments", "include"],
     "tools/report": ["tools/audio", "tools/results", "segments", "include"],
     "conformance": ["include"],

@@ -98,8 +98,9 @@ class Detection {
         }
         delay_ = korvane_stream_delay(stream_.get());
         to_skip_ = delay_;
-        input_.resize(static_cast<std::size_t>(frame_ * channels_));
-        cleaned_.resize(static_cast<std::size_t>(std::max(frame_, delay_) * channels_));
+        const auto samples = static_cast<std::size_t>(channels_);
+        input_.resize(static_cast<std::size_t>(frame_) * samples);
+        cleaned_.resize(static_cast<std::size_t>(std::max(frame_, delay_)) * samples);
         if (digest) {
             digest_.emplace();
         }
