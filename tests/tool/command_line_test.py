@@ -63,7 +63,7 @@ class Speech(ToolTest):
 
                 length = rate + 5  # speech that lasts to the end ends there
                 write_wav(self.path("cut.wav"), rate, 1, speech[:length])
-                self.assertEqual(self.segments(self.path("cut.wav"))[-1][1],
+                self.assertEqual(self.segments(self.path("cut.wav"), "--min-speech", "0")[-1][1],
                                  math.floor(length / rate * 1000 + 0.5) / 1000)
 
     def test_in_the_last_samples_is_not_lost(self):
@@ -75,7 +75,7 @@ class Speech(ToolTest):
             with self.subTest(rate):
                 tone = [round(16000 * math.sin(2 * math.pi * 1000 * i / rate)) for i in range(8 * rate // 100)]
                 write_wav(self.path("late.wav"), rate, 1, [0] * rate + tone)
-                rows = self.segments(self.path("late.wav"))
+                rows = self.segments(self.path("late.wav"), "--min-speech", "0")
                 frame = rate // 100
                 self.assertLessEqual(rows[0][0] * rate, rate + frame + rate / 2000)
                 self.assertGreaterEqual(rows[0][0] * rate, rate - spread - frame - rate / 2000)
@@ -315,6 +315,27 @@ class Results(ToolTest):
             self.assertEqual(len(self.rows(twice, "--min-gap", f"{gap}samples")), count)
         self.assertEqual(int(self.rows(twice, "--pad-end", "1sample")[0]["end_sample"]), gap_begin + 1)
 
+    def test_rules_that_nobody_gave(self):
+        words = ("min_gap", "min_speech", "pad_start", "pad_end", "max_speech")
+        talk = self.convert("talk.wav", "repeat", "1", "pad", "0.3", "1", "tempo", "0.7", source=PROMPT)
+        for options, times in (
+                ("", (300, 100, 0, 0, 0)), ("--decision fixed", (300, 100, 0, 0, 0)),
+                ("--decision detector", (0, 0, 0, 0, 0)), ("--preset subtitles", (400, 200, 100, 300, 7000)),
+                ("--preset dictation", (1000, 150, 150, 300, 0)), ("--preset telephone", (200, 80, 50, 100, 0)),
+                ("--preset archive --decision detector", (2000, 500, 250, 500, 0)),
+                ("--pad-end 7ms --preset archive --preset telephone --min-gap 0", (0, 80, 50, 7, 0))):
+            rules = json.loads(self.run_tool(talk, "-f", "json", *options.split()).stdout)["rules"]
+            self.assertEqual([rules[word] for word in words], [8 * ms for ms in times], options)
+        # Where sound is cut or shown, a little is added.
+        padding = ("--pad-start", "50ms", "--pad-end", "150ms")
+        rows = json.loads(self.run_tool(talk, "-f", "json", *padding).stdout)["segments"]
+        cut = {f"{row['start_sample']}-{row['end_sample']}" for row in rows}
+        for form in ("srt", "vtt"):
+            self.assertEqual(self.run_tool(talk, "-f", form).stdout, self.run_tool(talk, "-f", form, *padding).stdout)
+        self.run_tool("split", talk, "-o", self.path("parts"), "--template", "{start_samples}-{end_samples}.wav")
+        self.assertEqual({name[:-4] for name in os.listdir(self.path("parts"))}, cut)
+        self.assertGreater(len(cut), 1)
+
     def test_streams_equal_files(self):
         samples = read_wav(PROMPT)[2]
         for form in ("text", "csv", "json", "srt"):
@@ -356,7 +377,7 @@ class Split(ToolTest):
     def test_pieces_are_the_samples_of_the_segments(self):
         # Segments longer than the 64 Ki sample frames that are copied in one go, in two channels.
         recording = self.convert("talk.wav", "repeat", "9", "remix", "1", "1v0.5")
-        rules = ("--max-speech", "2s", "--min-gap", "1s")
+        rules = ("--max-speech", "2s", "--min-gap", "1s", "--pad-start", "0", "--pad-end", "0.2")
         rows = json.loads(self.run_tool("-f", "json", *rules, recording).stdout)["segments"]
         self.assertGreater(rows[0]["end_sample"] - rows[0]["start_sample"], 65536)
         self.run_tool("clean", recording, self.path("clean.wav"))
@@ -372,7 +393,7 @@ class Split(ToolTest):
                                 (48000, 2, samples[2 * row["start_sample"]:2 * row["end_sample"]]), name)
 
     def test_names(self):
-        out, one = self.path("parts"), ("--min-gap", "1s")
+        out, one = self.path("parts"), ("--min-gap", "1s", "--pad-start", "10ms", "--pad-end", "0")
         row = json.loads(self.run_tool("-f", "json", PROMPT, *one).stdout)["segments"][0]
         pattern = "{{{stem}}}-{start:08}-{end_samples} {start_samples} {end:1}.flac"
         self.assertEqual(self.run_tool("split", PROMPT, "-o", out, *one, "--template", pattern).returncode, 0)

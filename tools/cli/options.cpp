@@ -125,7 +125,7 @@ class Adder {
         app_.add_flag(names, where, about)->group(group_);
     }
 
-    void span(const std::string& name, const std::string& about, Span& where) {
+    void span(const std::string& name, const std::string& about, std::optional<Span>& where) {
         value(name, "TIME", about,
               [&where](const std::string& text) { where = Span(text, Span::Unit::kSeconds); });
     }
@@ -264,11 +264,34 @@ void Adder::segments() {
                                                    {align_name(Align::kOnset), Align::kOnset},
                                                    {align_name(Align::kNone), Align::kNone}});
           });
-    span("--min-gap", "join segments that are less than this apart", options_.min_gap);
-    span("--min-speech", "drop segments shorter than this, after joining", options_.min_speech);
-    span("--pad-start", "begin segments this much earlier", options_.pad_start);
-    span("--pad-end", "end segments this much later", options_.pad_end);
-    span("--max-speech", "split segments longer than this into equal parts", options_.max_speech);
+    value(
+        "--preset", preset_names(),
+        "segments as they are wanted for captions, for dictated text, for the turns of a call, or "
+        "for an overview of long recordings; the options below count before it, wherever they "
+        "stand",
+        [&options = options_](const std::string& text) {
+            options.preset = choice<SegmentTimes>(text, presets());
+        });
+    const auto usually = [](const char* time) {
+        return std::string(" (default ") + time + "; with --decision detector 0)";
+    };
+    const auto padding = [&](const char* time) {
+        return options_.command == Command::kSplit ? usually(time)
+               : options_.command == Command::kReport
+                   ? std::string(" (default 0)")
+                   : std::string(" (default 0; with srt and vtt ") + time + ")";
+    };
+    span("--min-gap", "join segments that are less than this apart" + usually(kUsualTimes.min_gap),
+         options_.min_gap);
+    span("--min-speech",
+         "drop segments shorter than this, after joining" + usually(kUsualTimes.min_speech),
+         options_.min_speech);
+    span("--pad-start", "begin segments this much earlier" + padding(kUsualCuts.pad_start),
+         options_.pad_start);
+    span("--pad-end", "end segments this much later" + padding(kUsualCuts.pad_end),
+         options_.pad_end);
+    span("--max-speech", "split segments longer than this into equal parts (default 0: never)",
+         options_.max_speech);
 }
 
 void Adder::format(bool frames_only) {
@@ -431,14 +454,29 @@ std::pair<float, float> Options::thresholds() const {
     return {first, second};
 }
 
+const SegmentTimes& Options::times() const {
+    if (preset) {
+        return *preset;
+    }
+    if (decision == KORVANE_DECISION_DETECTOR) {
+        return kNoRules;
+    }
+    const bool captions = format == ResultFormat::kSrt || format == ResultFormat::kVtt;
+    return captions || command == Command::kSplit ? kUsualCuts : kUsualTimes;
+}
+
 segments::Rules Options::rules(int rate) const {
+    const SegmentTimes& usual = times();
+    const auto samples = [rate](const std::optional<Span>& given, const char* otherwise) {
+        return given.value_or(Span(otherwise, Span::Unit::kSeconds)).samples(rate);
+    };
     segments::Rules rules;
     rules.align = align;
-    rules.min_gap = min_gap.samples(rate);
-    rules.min_speech = min_speech.samples(rate);
-    rules.pad_start = pad_start.samples(rate);
-    rules.pad_end = pad_end.samples(rate);
-    rules.max_speech = max_speech.samples(rate);
+    rules.min_gap = samples(min_gap, usual.min_gap);
+    rules.min_speech = samples(min_speech, usual.min_speech);
+    rules.pad_start = samples(pad_start, usual.pad_start);
+    rules.pad_end = samples(pad_end, usual.pad_end);
+    rules.max_speech = samples(max_speech, usual.max_speech);
     return rules;
 }
 
@@ -453,9 +491,16 @@ std::string Options::fingerprint() const {
     for (const std::optional<int32_t>& time : {onset, hangover}) {
         text << ' ' << (time ? std::to_string(*time) : "-");
     }
-    for (const Span* span : {&frame, &pad_start, &pad_end, &min_speech, &min_gap, &max_speech}) {
-        text << ' ' << span->text();
-    }
+    const SegmentTimes& usual = times();
+    const auto time = [&text](const std::optional<Span>& given, const char* otherwise) {
+        text << ' ' << (given ? given->text() : otherwise);
+    };
+    text << ' ' << frame.text();
+    time(pad_start, usual.pad_start);
+    time(pad_end, usual.pad_end);
+    time(min_speech, usual.min_speech);
+    time(min_gap, usual.min_gap);
+    time(max_speech, usual.max_speech);
     text << " channels";
     for (const int channel : source.channels) {
         text << ' ' << channel;
@@ -476,8 +521,8 @@ const std::vector<CommandText>& command_texts() {
          "[OPTION...] FILE...|-",
          "prints the segments of speech in recordings or in a stream",
          {{"korvane-vad interview.flac", "one line for each segment: start, end, duration"},
-          {"korvane-vad detect -f srt --min-gap 300ms -o talk.srt talk.wav",
-           "a subtitle file, short pauses closed"},
+          {"korvane-vad detect -f srt --preset subtitles -o talk.srt talk.wav",
+           "a subtitle file, captions of 7 seconds at most"},
           {"arecord -t raw -f S16_LE -r 16000 -c 1 | korvane-vad --raw s16le -r 16000 -f jsonl -",
            "a live stream, each event as it happens"},
           {"find archive -name '*.wav' -print0 | korvane-vad -j 4 --files-from - -0 -f csv "

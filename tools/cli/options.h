@@ -13,6 +13,7 @@
 #include "korvane_stream.h"
 #include "segments/segments.h"
 #include "tools/audio/audio_source.h"
+#include "tools/cli/presets.h"
 #include "tools/results/result_writer.h"
 
 namespace korvane::tool {
@@ -77,7 +78,9 @@ struct Options {
     std::optional<double> enter, stay;       ///< scores or dB; not given: the library's
     std::optional<int32_t> onset, hangover;  ///< ms; not given: the library's
     segments::Align align = segments::Align::kBoth;
-    Span pad_start, pad_end, min_speech, min_gap, max_speech;
+    std::optional<SegmentTimes> preset;
+    std::optional<Span> pad_start, pad_end, min_speech, min_gap,
+        max_speech;  ///< not given: times()
 
     ResultFormat format = ResultFormat::kText;
     std::string output;  ///< -o; empty: standard output
@@ -101,6 +104,8 @@ struct Options {
     KorvaneStreamConfig stream(const std::string& name, int rate, int channels) const;
     /** Where speech begins and above which it goes on, as the decision counts. */
     std::pair<float, float> thresholds() const;
+    /** Where no option gives a time: of the preset, or else what suits the command and the format. */
+    const SegmentTimes& times() const;
     segments::Rules rules(int rate) const;
     /** Everything that the result of a recording depends on, besides the recording. */
     std::string fingerprint() const;
