@@ -76,6 +76,8 @@ double level_of(const int16_t* samples, int frame, int channels) {
     return 20 * std::log10(rms + 1e-7);
 }
 
+constexpr int64_t kBlock = 576;  // of the suppressor; it comes back while the next one goes in
+
 class Detection {
   public:
     Detection(AudioSource& source, const KorvaneStreamConfig& config, bool digest,
@@ -137,10 +139,13 @@ class Detection {
     }
 
   private:
-    /** A frame of the input; at its end fewer samples, then none. */
+    /** A frame of the input, or what completes a block, since then there are answers; at the end fewer
+     * samples, then none. */
     int64_t read() {
+        const int64_t of_block = kBlock - totals_.length % kBlock;
         try {
-            return source_.read(input_.data(), frame_);
+            return source_.read(input_.data(),
+                                by_detector_ ? frame_ : std::min<int64_t>(frame_, of_block));
         } catch (const Failure&) {
             fault_ = std::current_exception();
             return 0;
@@ -160,7 +165,7 @@ class Detection {
             frame.index = totals_.frames++;
             frame.begin = result.position;
             frame.end = result.position + result.length;
-            frame.fed = frame.end + delay_;
+            frame.fed = by_detector_ ? frame.end + delay_ : heard_for(frame.end, delay_);
             frame.speech = result.speech != 0;
             frame.score = result.score;
             frame.level =
@@ -202,6 +207,8 @@ class Detection {
 };
 
 }  // namespace
+
+int64_t heard_for(int64_t end, int64_t delay) { return (end + delay - 1) / kBlock * kBlock; }
 
 StreamTotals detect(AudioSource& source, const KorvaneStreamConfig& config, bool digest,
                     const Listener& listener) {

@@ -24,6 +24,10 @@ struct Frame {
     double noise = 0;  ///< dB of full scale, -140 while it is not known
 };
 
+/** Samples that have gone in when the sample before `end` is clean, of a stream whose sound comes back
+ * so late. With the decision `detector` an answer also waits until the sound comes back. */
+int64_t heard_for(int64_t end, int64_t delay);
+
 /** Who is told what comes of an input, in this order. Samples are interleaved, on the input's own
  * time line, and each call goes on where the one before it ended. What is not set is not told. */
 struct Listener {

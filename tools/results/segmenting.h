@@ -7,13 +7,15 @@
 #include <stdexcept>
 
 #include "segments/segments.h"
+#include "tools/results/detection.h"
 #include "tools/results/result_writer.h"
 
 namespace korvane::tool {
 
 class Segmenting {
   public:
-    explicit Segmenting(const ResultHeader& header) : late_(header.delay - header.timing.delay) {
+    explicit Segmenting(const ResultHeader& header)
+        : delay_(header.delay), on_time_line_(header.timing.delay == 0) {
         require(segmenter_init(segmenter_, header.timing, header.rules));
     }
 
@@ -22,7 +24,7 @@ class Segmenting {
         std::optional<segments::Onset> onset;
         require(segmenter_add(segmenter_, speech, onset));
         if (onset) {
-            onset->decided_at += late_;
+            onset->decided_at = heard_by(onset->decided_at);
         }
         return onset;
     }
@@ -36,7 +38,7 @@ class Segmenting {
         if (!segmenter_take(segmenter_, segment)) {
             return std::nullopt;
         }
-        segment.decided_at += late_;
+        segment.decided_at = heard_by(segment.decided_at);
         return segment;
     }
 
@@ -47,8 +49,11 @@ class Segmenting {
         }
     }
 
+    int64_t heard_by(int64_t end) const { return on_time_line_ ? heard_for(end, delay_) : end; }
+
     segments::Segmenter segmenter_;
-    int64_t late_;  // by which a decision comes after its frame, where frames are the input's
+    int64_t delay_;
+    bool on_time_line_;  // whether frames are the input's, else an answer comes with its frame
 };
 
 }  // namespace korvane::tool
