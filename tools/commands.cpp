@@ -4,11 +4,12 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <filesystem>
 #include <memory>
 #include <optional>
 #include <set>
-#include <utility>
+#include <stdexcept>
 
 #include "tools/audio/audio_sink.h"
 #include "tools/audio/sample_spool.h"
@@ -21,6 +22,7 @@
 #include "tools/files/text_output.h"
 #include "tools/report/report.h"
 #include "tools/results/detection.h"
+#include "tools/results/doubt.h"
 #include "tools/results/segmenting.h"
 #include "tools/selftest.h"
 
@@ -47,6 +49,15 @@ void prepare_for_interruption(const std::string& name) {
 
 int status_after_stream() { return interrupted_by() != 0 ? 128 + interrupted_by() : 0; }
 
+/** The exit status when everything is written; a fault of the input is told. */
+int status_after(const std::string& fault) {
+    if (fault.empty()) {
+        return status_after_stream();
+    }
+    std::fprintf(stderr, "korvane-vad: %s\n", fault.c_str());
+    return std::max(status_after_stream(), 1);
+}
+
 /** A bar for one input. A stream has no end to measure against. */
 ProgressBar bar_for(const Options& options, const std::string& input, bool prints_meanwhile) {
     return {options.progress,
@@ -66,6 +77,7 @@ int detect_live(const std::string& name, const Options& options) {
     const ResultHeader& header = work.header;
     TextOutput output(options.output);
     Segmenting segmenting(header);
+    Doubt doubt;
     int64_t count = 0;
     const auto write_settled = [&] {
         while (const std::optional<segments::Segment> segment = segmenting.take()) {
@@ -80,27 +92,23 @@ int detect_live(const std::string& name, const Options& options) {
         write_settled();
     };
     const auto answer = [&](const Frame& frame) {
+        doubt.add(frame);
         if (const std::optional<segments::Onset> onset = segmenting.add(frame.speech)) {
             output.write(live_onset(format, header, *onset, frame));
         }
         write_settled();
         output.flush();
     };
-    StreamTotals totals;
-    try {
-        totals =
-            detect(*work.source, header.stream, holds_digest(format),
-                   {.input = [&](const int16_t*, int64_t n) { length += n; }, .frame = answer});
-    } catch (const Failure&) {
-        // What came before the fault counts; that no summary follows tells it from a sound end.
-        finish();
-        output.flush();
-        throw;
-    }
+    const StreamTotals totals =
+        listen_to(work, options, holds_digest(format),
+                  {.input = [&](const int16_t*, int64_t n) { length += n; }, .frame = answer});
     finish();
-    output.write(live_end(format, header, totals, count));
+    if (totals.fault.empty()) {  // that no summary follows tells a fault from a sound end
+        output.write(live_end(format, header, totals, count));
+    }
     output.commit();
-    return status_after_stream();
+    warn(options, name, doubt.about(header.source, length));
+    return status_after(totals.fault);
 }
 
 int detect_one(const std::string& name, const Options& options) {
@@ -110,6 +118,9 @@ int detect_one(const std::string& name, const Options& options) {
         ProgressBar bar = bar_for(options, name, false);
         finding = find_speech(name, options, false, drawing(bar));
     }
+    if (options.check && !finding.fault.empty()) {
+        throw std::runtime_error(finding.fault);
+    }
     if (options.check) {
         return finding.speech ? 0 : std::max(status_after_stream(), 1);
     }
@@ -117,7 +128,8 @@ int detect_one(const std::string& name, const Options& options) {
     output.write(file_prologue(options.format, false) + finding.text +
                  file_epilogue(options.format, false));
     output.commit();
-    return status_after_stream();
+    warn(options, name, finding.doubt);
+    return status_after(finding.fault);
 }
 
 int run_detect(const Options& options) {
@@ -152,10 +164,10 @@ int run_frames(const Options& options) {
         }
         work.tick(frame, tick);
     };
-    detect(*work.source, work.header.stream, false, {.frame = write});
+    const StreamTotals totals = listen_to(work, options, false, {.frame = write});
     bar.wipe();
     output.commit();
-    return status_after_stream();
+    return status_after(totals.fault);
 }
 
 // ---- clean ---------------------------------------------------------------------------------
@@ -170,12 +182,16 @@ int run_clean(const Options& options) {
     const std::unique_ptr<AudioSink> sink = open_sink(path, format, info.rate, info.channels);
     ProgressBar bar = bar_for(options, name, false);
     const Tick tick = drawing(bar);
-    detect(*work.source, work.header.stream, false,
-           {.frame = [&](const Frame& frame) { work.tick(frame, tick); },
-            .cleaned = [&](const int16_t* samples, int64_t n) { sink->write(samples, n); }});
+    const StreamTotals totals =
+        listen_to(work, options, false,
+                  {.frame = [&](const Frame& frame) { work.tick(frame, tick); },
+                   .cleaned = [&](const int16_t* samples, int64_t n) { sink->write(samples, n); }});
     bar.wipe();
+    if (!totals.fault.empty()) {
+        check_is_no_input(path, {name});  // of what is damaged nothing is to be lost
+    }
     sink->commit();
-    return status_after_stream();
+    return status_after(totals.fault);
 }
 
 // ---- split ---------------------------------------------------------------------------------
@@ -246,12 +262,14 @@ int run_split(const Options& options) {
     (options.cleaned ? listener.cleaned : listener.input) = [&](const int16_t* samples, int64_t n) {
         spool.append(samples, n);
     };
-    const auto list = segments_of(work, false, listener).second;
+    const auto [totals, list, doubt] = segments_of(work, options, false, listener);
+    bar.wipe();
     const std::vector<std::string> paths = piece_paths(options, work.header, list);
     for (std::size_t i = 0; i < list.size(); ++i) {
         write_piece(paths[i], info, spool, list[i]);
     }
-    return status_after_stream();
+    warn(options, name, doubt);
+    return status_after(totals.fault);
 }
 
 // ---- report --------------------------------------------------------------------------------
@@ -276,11 +294,12 @@ int run_report(const Options& options) {
                 work.tick(frame, tick);
             },
         .cleaned = [&](const int16_t* samples, int64_t n) { report.add_cleaned(samples, n); }};
-    const auto [totals, list] = segments_of(work, true, listener);
+    const auto [totals, list, doubt] = segments_of(work, options, true, listener);
     output.write(report.page(totals, list));
     bar.wipe();
     output.commit();
-    return status_after_stream();
+    warn(options, name, doubt);
+    return status_after(totals.fault);
 }
 
 }  // namespace

@@ -53,7 +53,10 @@ class Batch(ToolTest):
                 self.assertEqual((one.returncode, one.stdout), (1, all_cores.stdout))
                 self.assertRegex(one.stderr, r"^korvane-vad: \S*/cut.wav: .+\nkorvane-vad: \S*/none.wav: .+\n$")
                 if form == "json":
-                    self.assertEqual([r["file"] for r in json.loads(one.stdout)], self.names)
+                    results = [(r["file"], "fault" in r) for r in json.loads(one.stdout)]
+                    self.assertEqual(results, [(name, name == bad) for name in names if "none" not in name])
+                    strict = self.run_tool("--strict", "-f", form, *names)
+                    self.assertEqual([r["file"] for r in json.loads(strict.stdout)], self.names)
         fast = []
         for jobs in "13":
             command = ("-j", jobs, "--fail-fast", "-f", "csv", *names)

@@ -138,7 +138,7 @@ class BadRecordings(ToolTest):
             old = pathlib.Path(folder, "old.wav")
             old.write_text("kept")
             for out in (str(old), os.path.join(folder, "new.wav")):
-                self.fails(recording, reason, "clean", recording, out)
+                self.fails(recording, reason, "clean", "--strict", recording, out)
                 self.assertEqual((os.listdir(folder), old.read_text()), (["old.wav"], "kept"))
 
     def test_unreadable(self):
@@ -174,6 +174,8 @@ class BadRecordings(ToolTest):
                 self.segments(whole)
                 os.truncate(whole, os.path.getsize(whole) * 6 // 10)
                 self.rejected(whole, "")
+                if name != "a.ogg":
+                    self.delivers_what_comes_before_the_fault(whole)
         # Twelve seconds: the reader's first piece of 64 Ki frames and the ninth.
         for place in (0.03, 0.97):
             damaged = self.convert("b.flac", "repeat", "8")
@@ -181,6 +183,45 @@ class BadRecordings(ToolTest):
                 file.seek(int(os.path.getsize(damaged) * place))
                 file.write(bytes(2000))
             self.rejected(damaged, "flac decoder")
+            self.delivers_what_comes_before_the_fault(damaged, "repeat", "8")
+
+    def delivers_what_comes_before_the_fault(self, damaged, *effects):
+        """As if the recording had ended there."""
+        done = self.run_tool("-f", "json", damaged)
+        facts = json.loads(done.stdout)
+        self.assertEqual((done.returncode, done.stderr), (1, f"korvane-vad: {facts['fault']}\n"))
+        rate, _, samples = read_wav(self.convert("sound.wav", *effects))
+        self.assertTrue(0 < facts["samples"] < len(samples))
+        front = self.path("front.wav")
+        write_wav(front, rate, 1, samples[:facts["samples"]])
+        for words, made in (("detect -f csv", ""), ("frames", ""), ("clean", "{}/out.wav"),
+                            ("split --template {{index}}.wav -o {}", ""), ("report -o {}/page.html", "")):
+            results = []
+            for recording, status in ((damaged, 1), (front, 0)):
+                with tempfile.TemporaryDirectory() as folder:
+                    done = self.run_tool(*words.format(folder).split(), recording, *made.format(folder).split())
+                    self.assertEqual((done.returncode, bool(done.stderr)), (status, status == 1), words)
+                    files = {path.name: path.read_bytes() for path in pathlib.Path(folder).iterdir()}
+                    page = files.pop("page.html", None)
+                    results.append((done.stdout.replace(recording, "X"), files, page is None))
+            self.assertEqual(*results, words)
+        before = pathlib.Path(damaged).read_bytes()
+        self.fails(damaged, "is an input", "clean", damaged, damaged)
+        self.assertEqual(pathlib.Path(damaged).read_bytes(), before)
+
+    def test_doubtful_results_are_told(self):
+        hum = [round(9000 * math.sin(i * i / 3e7)) for i in range(8000)]
+        write_wav(self.path("hum.wav"), 8000, 1, hum * 3)
+        write_wav(self.path("quiet.wav"), 8000, 1, [0] * 24000)
+        fixed = ("--decision", "fixed", "--hangover", "5s")
+        for words, said in (((self.path("hum.wav"), "--enter", "1", "--stay", "1"), "hum.wav: no speech is found"),
+                            ((self.path("quiet.wav"), "--enter", "1", "--stay", "1"), ""),
+                            ((PROMPT, *fixed), ""),
+                            ((self.convert("long.wav", "repeat", "4", source=PROMPT), *fixed), "long.wav: nearly all")):
+            for more in ((), ("-f", "json"), ("--files-from", "/dev/null", "-f", "csv")):
+                done = self.run_tool(*words, *more)
+                self.assertEqual((done.returncode, said in done.stderr, bool(done.stderr)), (0, True, bool(said)), words)
+                self.assertEqual(self.run_tool(*words, *more, "-q").stderr, "")
 
 
 class Outputs(ToolTest):
@@ -368,7 +409,7 @@ class Results(ToolTest):
         out.write_text("kept")
         cut = shutil.copy(ALSA, self.path("cut.wav"))
         os.truncate(cut, 100000)
-        self.assertEqual(self.run_tool(cut, "-o", str(out)).returncode, 1)
+        self.assertEqual(self.run_tool("--strict", cut, "-o", str(out)).returncode, 1)
         self.assertEqual(out.read_text(), "kept")
         self.assertEqual(sorted(os.listdir(self.folder)), ["cut.wav", "out.csv"])
 

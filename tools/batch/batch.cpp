@@ -220,11 +220,12 @@ class Batch {
         const int slot = worker.slot();
         const std::size_t file = files_[slot];
         const Outcome& outcome = outcomes_[file].emplace(worker.outcome());
-        worker_failed_ = worker_failed_ || outcome.failed;
+        const bool sound = !outcome.failed && outcome.finding.fault.empty();
+        worker_failed_ = worker_failed_ || !sound;
         done_bytes_ += static_cast<double>(bytes(file));
         done_seconds_ += states_.at(slot)->seconds;
         // A recording that has changed meanwhile will be done again.
-        if (manifest_ && !outcome.failed && states_of_files_[file] &&
+        if (manifest_ && sound && states_of_files_[file] &&
             state_of(names_[file]) == states_of_files_[file]) {
             manifest_->add(names_[file], *states_of_files_[file], outcome.finding);
         }
@@ -237,12 +238,15 @@ class Batch {
         while (next_result_ < names_.size() && outcomes_[next_result_] && !stopped_) {
             const Outcome& outcome = *outcomes_[next_result_];
             bar_.wipe();
-            if (outcome.failed) {
-                std::fprintf(stderr, "korvane-vad: %s\n", outcome.error.c_str());
+            if (!outcome.failed) {
+                results.add(names_[next_result_], outcome.finding);
+                warn(options_, names_[next_result_], outcome.finding.doubt);
+            }
+            const std::string& error = outcome.failed ? outcome.error : outcome.finding.fault;
+            if (!error.empty()) {
+                std::fprintf(stderr, "korvane-vad: %s\n", error.c_str());
                 failed_ = true;
                 stopped_ = options_.fail_fast;
-            } else {
-                results.add(names_[next_result_], outcome.finding);
             }
             outcomes_[next_result_++].reset();
         }

@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <optional>
+#include <stdexcept>
 
+#include "tools/results/doubt.h"
 #include "tools/results/segmenting.h"
 
 namespace korvane::tool {
@@ -42,34 +44,47 @@ void Work::tick(const Frame& frame, const Tick& tick) const {
     tick(length && *length > 0 ? fed / static_cast<double>(*length) : -1, fed / header.source.rate);
 }
 
-std::pair<StreamTotals, std::vector<segments::Segment>> segments_of(const Work& work, bool digest,
-                                                                    const Listener& listener) {
+StreamTotals listen_to(const Work& work, const Options& options, bool digest,
+                       const Listener& listener) {
+    StreamTotals totals = detect(*work.source, work.header.stream, digest, listener);
+    if (options.strict && !totals.fault.empty()) {
+        throw std::runtime_error(totals.fault);
+    }
+    return totals;
+}
+
+Speech segments_of(const Work& work, const Options& options, bool digest,
+                   const Listener& listener) {
     Segmenting segmenting(work.header);
-    std::vector<segments::Segment> list;
+    Doubt doubt;
+    Speech speech;
     const auto collect = [&] {
         while (const std::optional<segments::Segment> segment = segmenting.take()) {
-            list.push_back(*segment);
+            speech.list.push_back(*segment);
         }
     };
     Listener with_segments = listener;
     with_segments.frame = [&](const Frame& frame) {
         segmenting.add(frame.speech);
+        doubt.add(frame);
         collect();
         listener.frame(frame);
     };
-    const StreamTotals totals = detect(*work.source, work.header.stream, digest, with_segments);
-    segmenting.finish(totals.length);
+    speech.totals = listen_to(work, options, digest, with_segments);
+    segmenting.finish(speech.totals.length);
     collect();
-    return {totals, list};
+    speech.doubt = doubt.about(work.header.source, speech.totals.length);
+    return speech;
 }
 
 Finding find_speech(const std::string& name, const Options& options, bool several,
                     const Tick& tick) {
     Work work(name, options);
-    const auto [totals, list] =
-        segments_of(work, holds_digest(options.format),
+    const auto [totals, list, doubt] =
+        segments_of(work, options, holds_digest(options.format),
                     {.frame = [&](const Frame& frame) { work.tick(frame, tick); }});
-    return {!list.empty(), whole_result(options.format, several, work.header, totals, list)};
+    return {!list.empty(), whole_result(options.format, several, work.header, totals, list),
+            totals.fault, doubt};
 }
 
 }  // namespace korvane::tool

@@ -6,7 +6,6 @@
 #include <functional>
 #include <memory>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "segments/segments.h"
@@ -31,14 +30,27 @@ struct Work {
     ResultHeader header;
 };
 
-/** All segments of an input; the listener hears of everything. */
-std::pair<StreamTotals, std::vector<segments::Segment>> segments_of(const Work& work, bool digest,
-                                                                    const Listener& listener);
+/** What became of an input. */
+struct Speech {
+    StreamTotals totals;
+    std::vector<segments::Segment> list;
+    std::string doubt;  ///< as Doubt tells it
+};
+
+/** All segments of an input; the listener hears of everything. With --strict a fault of the source is a
+ * Failure. */
+Speech segments_of(const Work& work, const Options& options, bool digest, const Listener& listener);
+
+/** The same without segments. */
+StreamTotals listen_to(const Work& work, const Options& options, bool digest,
+                       const Listener& listener);
 
 /** What `detect` has to say about one input that it has read to its end. */
 struct Finding {
     bool speech = false;
-    std::string text;  ///< without what stands around the results of a file
+    std::string text;        ///< without what stands around the results of a file
+    std::string fault = {};  ///< what ended the input before its end; empty where nothing did
+    std::string doubt = {};  ///< why the result may not be what is wanted; empty where it may
 };
 /** @param several  whether results of other inputs stand beside it */
 Finding find_speech(const std::string& name, const Options& options, bool several,

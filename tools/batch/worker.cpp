@@ -5,6 +5,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstring>
@@ -23,6 +24,14 @@ namespace {
 constexpr char kSpeech = 's';
 constexpr char kNoSpeech = 'n';
 constexpr char kFailed = 'f';
+constexpr char kEnd = '\0';  // of a line before the result
+
+std::string take_line(std::string& message) {
+    const std::size_t end = std::min(message.find(kEnd), message.size());
+    std::string line = message.substr(0, end);
+    message.erase(0, end + 1);
+    return line;
+}
 
 std::string message_about(const std::string& name, const Options& options, bool several,
                           WorkerState* state) {
@@ -32,7 +41,8 @@ std::string message_about(const std::string& name, const Options& options, bool 
                 state->fraction.store(fraction, std::memory_order_relaxed);
                 state->seconds.store(seconds, std::memory_order_relaxed);
             });
-        return (finding.speech ? kSpeech : kNoSpeech) + finding.text;
+        return (finding.speech ? kSpeech : kNoSpeech) + finding.fault + kEnd + finding.doubt +
+               kEnd + finding.text;
     } catch (const Failure& failure) {
         return kFailed + std::string(failure.what());
     } catch (const std::exception& error) {
@@ -112,8 +122,15 @@ Outcome Worker::outcome() {
         return outcome;
     }
     outcome.failed = received_[0] == kFailed;
-    (outcome.failed ? outcome.error : outcome.finding.text) = received_.substr(1);
     outcome.finding.speech = received_[0] == kSpeech;
+    received_.erase(0, 1);
+    if (outcome.failed) {
+        outcome.error = received_;
+        return outcome;
+    }
+    outcome.finding.fault = take_line(received_);
+    outcome.finding.doubt = take_line(received_);
+    outcome.finding.text = received_;
     return outcome;
 }
 

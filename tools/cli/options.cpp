@@ -325,6 +325,12 @@ void Adder::progress() {
                                                          {"always", Progress::kAlways},
                                                          {"never", Progress::kNever}});
           });
+    flag("-q,--quiet", "no warnings; errors are still reported", options_.quiet);
+    flag("--strict",
+         "write nothing about a recording that is damaged or cut; else what comes before the fault "
+         "is "
+         "worked on and written, with an error and status 1",
+         options_.strict);
 }
 
 void Adder::check() {

@@ -85,6 +85,8 @@ struct Options {
     ResultFormat format = ResultFormat::kText;
     std::string output;  ///< -o; empty: standard output
     Progress progress = Progress::kAuto;
+    bool quiet = false;
+    bool strict = false;
 
     int jobs = 1;
     std::string files_from;

@@ -10,6 +10,7 @@
 #include <cstring>
 
 #include "tools/cli/interruption.h"
+#include "tools/files/failure.h"
 
 namespace korvane::tool {
 
@@ -85,6 +86,12 @@ std::string progress_line(int width, double fraction, double times, double secon
         return bar + percent + words;
     }
     return (percent + words).substr(0, columns);
+}
+
+void warn(const Options& options, const std::string& name, const std::string& what) {
+    if (!what.empty() && !options.quiet && !options.check) {
+        std::fprintf(stderr, "korvane-vad: warning: %s\n", Failure(name, what).what());
+    }
 }
 
 ProgressBar::ProgressBar(Progress when, bool quiet)

@@ -20,6 +20,10 @@ namespace korvane::tool {
 std::string progress_line(int width, double fraction, double times, double seconds,
                           const std::string& note, bool colour);
 
+/** A line on standard error about the input `name`, unless --quiet or --check keeps it back or there is
+ * nothing to say. */
+void warn(const Options& options, const std::string& name, const std::string& what);
+
 class ProgressBar {
   public:
     /** @param quiet  there is nothing to show, or no place for it: only `always` draws then */

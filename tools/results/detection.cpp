@@ -7,7 +7,6 @@
 #include <bit>
 #include <cmath>
 #include <cstddef>
-#include <exception>
 #include <memory>
 #include <optional>
 #include <stdexcept>
@@ -129,9 +128,6 @@ class Detection {
             korvane_stream_end(stream_.get(), cleaned_.data());
             tell(delay_);
         }
-        if (fault_) {
-            std::rethrow_exception(fault_);
-        }
         if (digest_) {
             totals_.sha256 = digest_->hexadecimal();
         }
@@ -146,8 +142,11 @@ class Detection {
         try {
             return source_.read(input_.data(),
                                 by_detector_ ? frame_ : std::min<int64_t>(frame_, of_block));
-        } catch (const Failure&) {
-            fault_ = std::current_exception();
+        } catch (const Failure& failure) {
+            if (totals_.length == 0) {
+                throw;
+            }
+            totals_.fault = failure.what();
             return 0;
         }
     }
@@ -200,7 +199,6 @@ class Detection {
     int64_t returned_ = 0;  // cleaned samples that lie in it
     std::optional<SampleDigest> digest_;
     StreamTotals totals_;
-    std::exception_ptr fault_;  // of the source, held back until its samples have been answered
     std::vector<KorvaneStreamResult> results_;
     std::vector<int16_t> input_;
     std::vector<int16_t> cleaned_;

@@ -42,11 +42,12 @@ struct StreamTotals {
     std::string
         sha256;  ///< if asked for: of the samples as handed to the detector: 16-bit little-endian,
                  ///< interleaved; hexadecimal
+    std::string fault = {};  ///< why the source gave no more; empty where it came to a sound end
 };
 
 /**
- * Runs a fresh detector over the whole source; each frame is told as soon as it is decided. Where the
- * source ends with a Failure, that is thrown after everything that the samples before it give.
+ * Runs a fresh detector over the whole source; each frame is told as soon as it is decided. What
+ * the samples before a fault of the source give is told; a Failure is thrown only where there are none.
  *
  * With the decision `detector` the input is filled up with zeros to whole frames, and levels are those
  * of the sound as the suppressor leaves it: 20*log10(rms + 1e-7), full scale 32768.

@@ -175,6 +175,9 @@ void describe(ordered_json& object, const ResultHeader& header) {
 
 void count(ordered_json& object, const StreamTotals& totals) {
     object["samples"] = totals.length;
+    if (!totals.fault.empty()) {
+        object["fault"] = totals.fault;
+    }
     object["frames"] = totals.frames;
     object["sha256"] = totals.sha256;
 }
