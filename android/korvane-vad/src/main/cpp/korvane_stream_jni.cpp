@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 #include "korvane_stream.h"
 
@@ -18,13 +19,12 @@ jmethodID add_event_method;
 struct Told {
     JNIEnv* env;
     jobject stream;
-    bool
-        failed;  ///< the virtual machine has run out of memory: nothing more can be told; the exception is its own
+    bool failed;  ///< out of memory: nothing more can be told, and the exception is the machine's
 };
 
 /** What is in a buffer: this, and then the stream, aligned. */
 struct Memory {
-    Told* told;
+    Told told;
     KorvaneStream* stream;
     jint channels;
 };
@@ -39,7 +39,7 @@ Memory& memory_of(JNIEnv* env, jobject buffer) {
 
 template <size_t kCount>
 void tell(void* user, jmethodID method, const jvalue (&arguments)[kCount]) {
-    Told& told = *static_cast<Memory*>(user)->told;
+    Told& told = static_cast<Memory*>(user)->told;
     if (!told.failed) {
         told.env->CallVoidMethodA(told.stream, method, arguments);
         told.failed = told.env->ExceptionCheck() != JNI_FALSE;
@@ -135,6 +135,7 @@ struct Shorts {
     using Sample = int16_t;
     using Array = jshortArray;
     static constexpr auto kProcess = korvane_stream_process;
+    static constexpr auto kEnd = korvane_stream_end;
     static constexpr auto kRead = &JNIEnv::GetShortArrayRegion;
     static constexpr auto kWrite = &JNIEnv::SetShortArrayRegion;
 };
@@ -142,38 +143,75 @@ struct Floats {
     using Sample = float;
     using Array = jfloatArray;
     static constexpr auto kProcess = korvane_stream_process_float;
+    static constexpr auto kEnd = korvane_stream_end_float;
     static constexpr auto kRead = &JNIEnv::GetFloatArrayRegion;
     static constexpr auto kWrite = &JNIEnv::SetFloatArrayRegion;
 };
 
-/** n samples per channel, in pieces: nothing may be told while the machine's own arrays are held. */
-template <class Kind>
-void process(JNIEnv* env, jobject self, jobject buffer, typename Kind::Array samples,
-             typename Kind::Array cleaned, jint n) {
-    Memory& memory = memory_of(env, buffer);
-    Told told{env, self, false};
-    memory.told = &told;
+/** n samples per channel, in pieces: nothing may be told while the machine's own arrays are held. read(first, values,
+ * piece) brings samples, all channels together, and write(first, values, piece) takes cleaned ones. */
+template <class Kind, class Read, class Write>
+void process_pieces(JNIEnv* env, jobject self, Memory& memory, jint n, const Read& read,
+                    const Write& write) {
+    memory.told = {env, self, false};
     typename Kind::Sample piece[2 * kPiece];
-    for (jint at = 0; at < n && !told.failed; at += kPiece) {
+    for (jint at = 0; at < n && !memory.told.failed; at += kPiece) {
         const jint count = std::min(kPiece, n - at);
         const jsize first = at * memory.channels;
         const jsize values = count * memory.channels;
-        (env->*Kind::kRead)(samples, first, values, piece);
+        read(first, values, piece);
         Kind::kProcess(memory.stream, piece, piece, count);
-        if (cleaned != nullptr && !told.failed) {
-            (env->*Kind::kWrite)(cleaned, first, values, piece);
+        if (!memory.told.failed) {
+            write(first, values, piece);
         }
     }
 }
 
-void end(JNIEnv* env, jobject self, jobject buffer, jshortArray cleaned) {
+template <class Kind>
+void process(JNIEnv* env, jobject self, jobject buffer, typename Kind::Array samples,
+             typename Kind::Array cleaned, jint n) {
+    using Sample = typename Kind::Sample;
+    process_pieces<Kind>(
+        env, self, memory_of(env, buffer), n,
+        [&](jsize first, jsize values, Sample* piece) {
+            (env->*Kind::kRead)(samples, first, values, piece);
+        },
+        [&](jsize first, jsize values, const Sample* piece) {
+            if (cleaned != nullptr) {
+                (env->*Kind::kWrite)(cleaned, first, values, piece);
+            }
+        });
+}
+
+/** Samples of direct buffers, from byte offsets on, which may be odd. */
+void process_buffers(JNIEnv* env, jobject self, jobject buffer, jobject samples, jint begin,
+                     jobject cleaned, jint cleaned_begin, jint n) {
+    const auto* const in = static_cast<const char*>(env->GetDirectBufferAddress(samples)) + begin;
+    char* const out =
+        cleaned == nullptr
+            ? nullptr
+            : static_cast<char*>(env->GetDirectBufferAddress(cleaned)) + cleaned_begin;
+    const auto bytes = [](jsize values) { return static_cast<size_t>(values) * sizeof(int16_t); };
+    process_pieces<Shorts>(
+        env, self, memory_of(env, buffer), n,
+        [&](jsize first, jsize values, int16_t* piece) {
+            std::memcpy(piece, in + bytes(first), bytes(values));
+        },
+        [&](jsize first, jsize values, const int16_t* piece) {
+            if (out != nullptr) {
+                std::memcpy(out + bytes(first), piece, bytes(values));
+            }
+        });
+}
+
+template <class Kind>
+void end(JNIEnv* env, jobject self, jobject buffer, typename Kind::Array cleaned) {
     Memory& memory = memory_of(env, buffer);
-    Told told{env, self, false};
-    memory.told = &told;
-    int16_t rest[2 * kMostDelay];
-    korvane_stream_end(memory.stream, rest);
-    if (cleaned != nullptr && !told.failed) {
-        env->SetShortArrayRegion(cleaned, 0, env->GetArrayLength(cleaned), rest);
+    memory.told = {env, self, false};
+    typename Kind::Sample rest[2 * kMostDelay];
+    Kind::kEnd(memory.stream, rest);
+    if (cleaned != nullptr && !memory.told.failed) {
+        (env->*Kind::kWrite)(cleaned, 0, env->GetArrayLength(cleaned), rest);
     }
 }
 
@@ -218,7 +256,10 @@ extern "C" JNIEXPORT jint JNICALL JNI_OnLoad(JavaVM* machine, void* /*reserved*/
         method("nativeDelay", "(Ljava/nio/ByteBuffer;)I", delay),
         method("nativeProcess", "(Ljava/nio/ByteBuffer;[S[SI)V", process<Shorts>),
         method("nativeProcess", "(Ljava/nio/ByteBuffer;[F[FI)V", process<Floats>),
-        method("nativeEnd", "(Ljava/nio/ByteBuffer;[S)V", end),
+        method("nativeProcess", "(Ljava/nio/ByteBuffer;Ljava/nio/Buffer;ILjava/nio/Buffer;II)V",
+               process_buffers),
+        method("nativeEnd", "(Ljava/nio/ByteBuffer;[S)V", end<Shorts>),
+        method("nativeEnd", "(Ljava/nio/ByteBuffer;[F)V", end<Floats>),
         method("nativeReset", "(Ljava/nio/ByteBuffer;)V", reset),
         method("nativeVersion", "()Ljava/lang/String;", version),
     };

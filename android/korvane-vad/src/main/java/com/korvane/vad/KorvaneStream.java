@@ -1,6 +1,9 @@
 package com.korvane.vad;
 
+import java.nio.Buffer;
 import java.nio.ByteBuffer;
+import java.nio.ByteOrder;
+import java.nio.ShortBuffer;
 import java.util.ArrayDeque;
 import java.util.Objects;
 import java.util.concurrent.atomic.AtomicBoolean;
@@ -336,12 +339,72 @@ public final class KorvaneStream implements AutoCloseable {
     }
 
     /**
+     * Takes 16-bit samples from a direct buffer, as {@code AudioRecord.read(ByteBuffer, int)} fills it.
+     *
+     * @param samples a direct buffer; from its position to its limit lie the bytes of the samples of all channels, two
+     *     to a sample, in the order of the machine whatever the buffer's own order is. Only read; its position and
+     *     limit stay.
+     * @return whether the last frame that was decided is speech
+     * @throws IllegalArgumentException where the buffer is not direct, or that is half a sample or half a pair
+     * @throws IllegalStateException where closed, ended or in use
+     */
+    public boolean process(ByteBuffer samples) {
+        return run(Objects.requireNonNull(samples, "samples"), null, 1);
+    }
+
+    /**
+     * Takes 16-bit samples from a direct buffer and gives cleaned ones back.
+     *
+     * @param samples as above
+     * @param cleaned as many, {@link #delay} samples late: a direct buffer, not read-only; may be {@code samples}
+     *     itself, otherwise it must not overlap it. Its position and limit stay.
+     * @return whether the last frame that was decided is speech
+     * @throws IllegalArgumentException where a buffer is not direct, {@code cleaned} is read-only, the bytes remaining
+     *     differ, or are half a sample or half a pair
+     * @throws IllegalStateException where closed, ended or in use
+     */
+    public boolean process(ByteBuffer samples, ByteBuffer cleaned) {
+        return run(Objects.requireNonNull(samples, "samples"), Objects.requireNonNull(cleaned, "cleaned"), 1);
+    }
+
+    /**
+     * Takes samples from a direct buffer.
+     *
+     * @param samples a direct buffer in the order of the machine; from its position to its limit lie the samples of
+     *     all channels. Only read; its position and limit stay.
+     * @return whether the last frame that was decided is speech
+     * @throws IllegalArgumentException where the buffer is not direct or has the other order, or that is half a pair
+     * @throws IllegalStateException where closed, ended or in use
+     */
+    public boolean process(ShortBuffer samples) {
+        requireMachineOrder("samples", samples);
+        return run(samples, null, 2);
+    }
+
+    /**
+     * Takes samples from a direct buffer and gives cleaned ones back.
+     *
+     * @param samples as above
+     * @param cleaned as many, {@link #delay} samples late: a direct buffer in the order of the machine, not read-only;
+     *     may be {@code samples} itself, otherwise it must not overlap it. Its position and limit stay.
+     * @return whether the last frame that was decided is speech
+     * @throws IllegalArgumentException where a buffer is not direct or has the other order, {@code cleaned} is
+     *     read-only, the samples remaining differ, or are half a pair
+     * @throws IllegalStateException where closed, ended or in use
+     */
+    public boolean process(ShortBuffer samples, ShortBuffer cleaned) {
+        requireMachineOrder("samples", samples);
+        requireMachineOrder("cleaned", cleaned);
+        return run(samples, cleaned, 2);
+    }
+
+    /**
      * Ends the input: what is still inside is decided. Speech that goes on ends with it.
      *
      * @throws IllegalStateException where closed, ended or in use
      */
     public void end() {
-        end(null);
+        end((short[]) null);
     }
 
     /**
@@ -353,23 +416,18 @@ public final class KorvaneStream implements AutoCloseable {
      * @throws IllegalStateException where closed, ended or in use
      */
     public void end(short[] cleaned) {
-        enterOpen();
-        try {
-            if (ended && untold.isEmpty()) {
-                throw new IllegalStateException(ENDED);
-            }
-            if (cleaned != null && cleaned.length != delay * channels) {
-                throw new IllegalArgumentException(
-                        "cleaned.length is " + cleaned.length + ", must be " + delay * channels);
-            }
-            if (!ended) {
-                ended = true;
-                nativeEnd(memory, cleaned);
-            }
-            tell();
-        } finally {
-            leave();
-        }
+        end(cleaned, cleaned == null ? -1 : cleaned.length);
+    }
+
+    /**
+     * The same with float samples.
+     *
+     * @param cleaned {@link #delay} samples per channel; null for none
+     * @throws IllegalArgumentException where it has another length
+     * @throws IllegalStateException where closed, ended or in use
+     */
+    public void end(float[] cleaned) {
+        end(cleaned, cleaned == null ? -1 : cleaned.length);
     }
 
     /**
@@ -428,9 +486,7 @@ public final class KorvaneStream implements AutoCloseable {
             if (cleanedLength != count) {
                 throw new IllegalArgumentException("cleaned.length is " + cleanedLength + ", must be " + count);
             }
-            if (count % channels != 0) {
-                throw new IllegalArgumentException("there are " + count + " samples, which are not whole pairs");
-            }
+            requireWholePairs(count);
             if (samples instanceof short[]) {
                 nativeProcess(memory, (short[]) samples, (short[]) cleaned, count / channels);
             } else {
@@ -440,6 +496,76 @@ public final class KorvaneStream implements AutoCloseable {
             return speech;
         } finally {
             leave();
+        }
+    }
+
+    private boolean run(Buffer samples, Buffer cleaned, int bytesPerUnit) {
+        enterUnended();
+        try {
+            int remaining = samples.remaining();
+            requireDirect("samples", samples);
+            if (cleaned != null) {
+                requireDirect("cleaned", cleaned);
+                if (cleaned.isReadOnly()) {
+                    throw new IllegalArgumentException("cleaned is read-only");
+                }
+                if (cleaned.remaining() != remaining) {
+                    throw new IllegalArgumentException(
+                            "cleaned.remaining() is " + cleaned.remaining() + ", must be " + remaining);
+                }
+            }
+            int bytes = remaining * bytesPerUnit;
+            if (bytes % 2 != 0) {
+                throw new IllegalArgumentException("there are " + bytes + " bytes, which are not whole samples");
+            }
+            requireWholePairs(bytes / 2);
+            nativeProcess(memory, samples, samples.position() * bytesPerUnit, cleaned,
+                    cleaned == null ? 0 : cleaned.position() * bytesPerUnit, bytes / 2 / channels);
+            tell();
+            return speech;
+        } finally {
+            leave();
+        }
+    }
+
+    private void end(Object cleaned, int length) {
+        enterOpen();
+        try {
+            if (ended && untold.isEmpty()) {
+                throw new IllegalStateException(ENDED);
+            }
+            if (cleaned != null && length != delay * channels) {
+                throw new IllegalArgumentException("cleaned.length is " + length + ", must be " + delay * channels);
+            }
+            if (!ended) {
+                ended = true;
+                if (cleaned instanceof float[]) {
+                    nativeEnd(memory, (float[]) cleaned);
+                } else {
+                    nativeEnd(memory, (short[]) cleaned);
+                }
+            }
+            tell();
+        } finally {
+            leave();
+        }
+    }
+
+    private void requireWholePairs(int count) {
+        if (count % channels != 0) {
+            throw new IllegalArgumentException("there are " + count + " samples, which are not whole pairs");
+        }
+    }
+
+    private static void requireDirect(String name, Buffer buffer) {
+        if (!buffer.isDirect()) {
+            throw new IllegalArgumentException(name + " is not a direct buffer");
+        }
+    }
+
+    private static void requireMachineOrder(String name, ShortBuffer buffer) {
+        if (Objects.requireNonNull(buffer, name).order() != ByteOrder.nativeOrder()) {
+            throw new IllegalArgumentException(name + " is not in the order of the machine");
         }
     }
 
@@ -511,7 +637,12 @@ public final class KorvaneStream implements AutoCloseable {
 
     private native void nativeProcess(ByteBuffer memory, float[] samples, float[] cleaned, int n);
 
+    private native void nativeProcess(ByteBuffer memory, Buffer samples, int begin, Buffer cleaned, int cleanedBegin,
+            int n);
+
     private native void nativeEnd(ByteBuffer memory, short[] cleaned);
+
+    private native void nativeEnd(ByteBuffer memory, float[] cleaned);
 
     private static native void nativeReset(ByteBuffer memory);
 
