@@ -8,10 +8,21 @@ import com.korvane.vad.KorvaneStream;
 import com.korvane.vad.KorvaneStream.Config;
 import com.korvane.vad.KorvaneStream.Decision;
 import com.korvane.vad.KorvaneVad;
+import java.io.BufferedReader;
+import java.io.InputStreamReader;
+import java.math.BigInteger;
+import java.nio.ByteBuffer;
+import java.nio.ByteOrder;
+import java.nio.ShortBuffer;
+import java.security.MessageDigest;
 import java.util.ArrayList;
 import java.util.Arrays;
 import java.util.List;
 import java.util.Random;
+import java.util.function.LongConsumer;
+import java.util.function.Supplier;
+import java.util.stream.Collectors;
+import java.util.stream.LongStream;
 import org.junit.Test;
 import org.junit.function.ThrowingRunnable;
 
@@ -45,6 +56,98 @@ public class KorvaneStreamTest {
         }
     }
 
+    /** Syllables of a vowel in every other second, over noise that grows: proofs/streams/digest.c. */
+    private static final class Sound {
+        private int seed = 1;
+        private final int[] throat = new int[2];
+        private final int[] mouth = new int[2];
+
+        private static int resonate(int[] last, int x, int a, int b) {
+            int y = x + (int) (((long) a * last[0] - (long) b * last[1]) >> 14);
+            last[1] = last[0];
+            last[0] = y;
+            return y;
+        }
+
+        private int next(int at, int rate) {
+            boolean voice = at / rate % 2 == 1 && at % (rate / 4) < rate / 6 && at % (rate / 120) == 0;
+            int vowel = resonate(mouth, resonate(throat, voice ? 1000 : 0, 31366, 15878), 28028, 15753);
+            seed = seed * 1664525 + 1013904223;
+            return (short) (vowel % 16384 + (seed >>> 16) % (10 + at / 100));
+        }
+
+        /** Pairs of n samples, from sample `at` of the sound on. */
+        short[] pairs(int at, int n, int rate) {
+            short[] x = new short[2 * n];
+            for (int i = 0; i < n; ++i) {
+                x[2 * i] = (short) next(at + i, rate);
+                x[2 * i + 1] = (short) (x[2 * i] / 3 + (at + i) % 7);
+            }
+            return x;
+        }
+    }
+
+    /** The calls that give cleaned samples back. */
+    private enum Form {
+        SHORTS, FLOATS, BYTE_BUFFER, SHORT_BUFFER;
+
+        private static final int AROUND = 3; // bytes
+
+        /** A direct buffer that holds them, at an odd address; position and limit are their bytes'. */
+        private static ByteBuffer around(short[] x) {
+            ByteBuffer buffer = ByteBuffer.allocateDirect(2 * x.length + 2 * AROUND);
+            buffer.position(AROUND).limit(AROUND + 2 * x.length);
+            buffer.slice().order(ByteOrder.nativeOrder()).asShortBuffer().put(x);
+            return buffer;
+        }
+
+        private static void take(ByteBuffer buffer, short[] x) {
+            assertEquals(AROUND, buffer.position());
+            assertEquals(2 * x.length, buffer.remaining());
+            buffer.slice().order(ByteOrder.nativeOrder()).asShortBuffer().get(x);
+            buffer.clear();
+            for (int i = 0; i < AROUND; ++i) {
+                assertEquals("beside it", 0, buffer.get(i) | buffer.get(AROUND + 2 * x.length + i));
+            }
+        }
+
+        /** The cleaned samples take their place; in place is every other call. */
+        boolean process(KorvaneStream stream, short[] x, boolean inPlace) {
+            short[] noisy = x.clone();
+            boolean speech;
+            switch (this) {
+                case SHORTS:
+                    speech = stream.process(inPlace ? x : noisy, x);
+                    break;
+                case FLOATS:
+                    float[] floats = new float[x.length];
+                    for (int i = 0; i < x.length; ++i) {
+                        floats[i] = x[i] / 32768F;
+                    }
+                    float[] cleaned = inPlace ? floats : new float[x.length];
+                    speech = stream.process(floats, cleaned);
+                    for (int i = 0; i < x.length; ++i) {
+                        x[i] = (short) (cleaned[i] * 32768);
+                    }
+                    break;
+                case BYTE_BUFFER:
+                    ByteBuffer in = around(x);
+                    ByteBuffer out = inPlace ? in : around(new short[x.length]);
+                    speech = stream.process(inPlace ? in : in.asReadOnlyBuffer(), out);
+                    take(out, x);
+                    break;
+                default:
+                    ByteBuffer bytes = around(x);
+                    ShortBuffer shorts = bytes.slice().order(ByteOrder.nativeOrder()).asShortBuffer();
+                    ShortBuffer other = inPlace ? shorts : around(noisy).slice()
+                            .order(ByteOrder.nativeOrder()).asShortBuffer().asReadOnlyBuffer();
+                    speech = stream.process(other, shorts);
+                    take(bytes, x);
+            }
+            return speech;
+        }
+    }
+
     private static Config config(int channels) {
         return new Config(16000, channels).segments(100, 50, 700).padding(20, 30);
     }
@@ -56,6 +159,95 @@ public class KorvaneStreamTest {
             stream.process(SOUND, cleaned);
             stream.end();
             return cleaned;
+        }
+    }
+
+    /** As a C program hears it, in all forms in turn: results, events, answers and cleaned samples. */
+    @Test
+    public void allFormsGiveTheAnswersOfTheCLibrary() throws Exception {
+        MessageDigest sha = MessageDigest.getInstance("SHA-256");
+        LongConsumer add = value ->
+                sha.update(ByteBuffer.allocate(8).order(ByteOrder.LITTLE_ENDIAN).putLong(value).array());
+        boolean[] speech = new boolean[1];
+        KorvaneStream.Listener listener = new KorvaneStream.Listener() {
+            @Override
+            public void onResult(KorvaneStream.Result r) {
+                speech[0] = r.speech;
+                LongStream.of(r.position, r.length, r.speech ? 1 : 0, (long) (r.score * 32768),
+                        (long) (r.levelDb * 256), (long) (r.noiseDb * 256)).forEach(add);
+            }
+
+            @Override
+            public void onEvent(KorvaneStream.Event e) {
+                LongStream.of(e.kind == KorvaneStream.Event.Kind.START ? 1 : 2, e.open ? 1 : 0, e.position, e.start)
+                        .forEach(add);
+            }
+        };
+        Sound sound = new Sound();
+        for (int rate : new int[] {8000, 16000, 22050, 48000}) {
+            for (Decision decision : new Decision[] {Decision.ADAPTIVE, Decision.FIXED}) {
+                try (KorvaneStream stream = new KorvaneStream(new Config(rate, 2).decision(decision), listener)) {
+                    add.accept(0);
+                    int n = 441;
+                    for (int at = 0; at < 3 * rate; at += n) {
+                        short[] x = sound.pairs(at, n, rate);
+                        Form form = Form.values()[at / n % 4];
+                        add.accept(form.process(stream, x, at / n % 8 < 4) ? 1 : 0);
+                        for (short sample : x) {
+                            add.accept(sample);
+                        }
+                    }
+                    stream.end();
+                    add.accept(speech[0] ? 1 : 0);
+                }
+            }
+        }
+        Process c = new ProcessBuilder(System.getProperty("digest")).start();
+        String expected = new BufferedReader(new InputStreamReader(c.getInputStream())).readLine();
+        assertEquals(expected, String.format("%064x", new BigInteger(1, sha.digest())));
+    }
+
+    /** Of the events in a sound. */
+    private static List<Long> positions(Config config, short[] sound) {
+        Told told = new Told();
+        try (KorvaneStream stream = new KorvaneStream(config, told)) {
+            config.padding(-1, -1); // which comes too late to matter
+            stream.process(sound);
+            stream.end();
+        }
+        return told.lines.stream().filter(line -> Character.isLetter(line.charAt(0)))
+                .map(line -> Long.valueOf(line.split(" ")[1])).collect(Collectors.toList());
+    }
+
+    /** Each setting does what its name says, and no other's work. */
+    @Test
+    public void settingsReachTheLibrary() {
+        short[] sound = new Sound().pairs(0, 64000, 16000);
+        Supplier<Config> level = () -> new Config(16000, 2).decision(Decision.FIXED).levels(-30, -30);
+        Supplier<Config> whole = () -> level.get().segments(300, 0, 0);
+        List<Long> plain = positions(whole.get(), sound);
+        assertEquals("in the second and in the fourth second", 4, plain.size());
+        long start = plain.get(0);
+        long end = plain.get(1);
+        assertTrue(positions(level.get(), sound).size() > 4);
+        Object[][] cases = {
+            {whole.get().padding(100, 0), start - 1600, end},
+            {whole.get().padding(0, 200), start, end + 3200},
+            {level.get().segments(300, 0, 600), start, start + (end - start + 1) / 2},
+            {level.get().segments(300, 5000, 0), -1L, -1L},
+            {whole.get().times(2000, 60), -1L, -1L},
+            {level.get().times(0, 300), start, end},
+            {whole.get().frameLength(4000), start / 4000 * 4000, (end + 3999) / 4000 * 4000},
+            {whole.get().levels(0, -30), -1L, -1L},
+            {whole.get().levels(-30, -140), start, 64000L},
+            {new Config(16000, 2).scores(1, 0), -1L, -1L},
+            {new Config(16000, 2).scores(0, 0), 0L, 64000L},
+        };
+        for (Object[] row : cases) {
+            List<Long> told = positions((Config) row[0], sound);
+            String text = "case " + Arrays.asList(cases).indexOf(row);
+            assertEquals(text, row[1], told.isEmpty() ? -1L : told.get(0));
+            assertEquals(text, row[2], told.isEmpty() ? -1L : told.get(1));
         }
     }
 
@@ -110,13 +302,18 @@ public class KorvaneStreamTest {
                     }
                     at += n;
                 }
-                stream.end(new short[stream.delay() * channels]);
+                short[] tail = new short[stream.delay() * channels];
+                stream.end(tail);
                 assertEquals(expected.lines, told.lines);
                 assertThrows(IllegalStateException.class, stream::end);
                 stream.reset();
                 told.lines.clear();
                 stream.process(SOUND);
-                stream.end();
+                float[] floatTail = new float[tail.length];
+                stream.end(floatTail);
+                for (int i = 0; i < tail.length; ++i) {
+                    assertEquals(tail[i], Math.round(floatTail[i] * 32768));
+                }
                 assertEquals(expected.lines, told.lines);
             }
             assertTrue(expected.lines.stream().anyMatch(line -> line.startsWith("END")));
@@ -146,6 +343,15 @@ public class KorvaneStreamTest {
         assertEquals(expected.lines, told.lines);
     }
 
+    private static ByteBuffer direct(int bytes) {
+        return ByteBuffer.allocateDirect(bytes);
+    }
+
+    private static ShortBuffer shorts(boolean order, int samples) {
+        boolean little = order == (ByteOrder.nativeOrder() == ByteOrder.LITTLE_ENDIAN);
+        return direct(2 * samples).order(little ? ByteOrder.LITTLE_ENDIAN : ByteOrder.BIG_ENDIAN).asShortBuffer();
+    }
+
     @Test
     public void whatIsRefusedChangesNothing() {
         Told expected = new Told();
@@ -161,9 +367,15 @@ public class KorvaneStreamTest {
             }
         };
         for (ThrowingRunnable call : new ThrowingRunnable[] {() -> stream.process(new short[3]),
-                () -> stream.process(new float[1]), () -> stream.process(SOUND, -2), () -> stream.process(new short[2], 4),
-                () -> stream.process(SOUND, new short[2]), () -> stream.process(new float[2], new float[4]),
-                () -> stream.end(new short[720])}) {
+                () -> stream.process(new float[1]), () -> stream.process(SOUND, -2),
+                () -> stream.process(new short[2], 4), () -> stream.process(SOUND, new short[2]),
+                () -> stream.process(new float[2], new float[4]), () -> stream.process(direct(6)),
+                () -> stream.process(direct(5)), () -> stream.process(ByteBuffer.allocate(4)),
+                () -> stream.process(direct(4), direct(8)), () -> stream.process(direct(4), ByteBuffer.allocate(4)),
+                () -> stream.process(direct(4), direct(4).asReadOnlyBuffer()),
+                () -> stream.process(ShortBuffer.allocate(2)), () -> stream.process(shorts(true, 3)),
+                () -> stream.process(shorts(false, 2)), () -> stream.process(shorts(true, 2), shorts(false, 2)),
+                () -> stream.end(new short[720]), () -> stream.end(new float[1439])}) {
             assertThrows(IllegalArgumentException.class, call);
         }
         assertThrows(NullPointerException.class, () -> stream.process((short[]) null));

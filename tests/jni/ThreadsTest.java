@@ -1,6 +1,7 @@
 import static org.junit.Assert.assertEquals;
 import static org.junit.Assert.assertTrue;
 
+import com.korvane.vad.KorvaneStream;
 import com.korvane.vad.KorvaneVad;
 import com.korvane.vad.KorvaneVad.ChannelMode;
 import java.nio.ByteBuffer;
@@ -17,13 +18,17 @@ import java.util.concurrent.Executors;
 import java.util.concurrent.Future;
 import java.util.concurrent.TimeUnit;
 import java.util.concurrent.atomic.AtomicInteger;
+import java.util.concurrent.locks.LockSupport;
 import java.util.function.Consumer;
+import java.util.function.Supplier;
 import org.junit.Test;
 
-/** Two threads and one detector. The class runs with locks that are slow (standins/slow). */
+/** Two threads and one detector or stream. The classes run with locks that are slow (standins/slow). */
 public class ThreadsTest {
     private static final String IN_USE =
             "this KorvaneVad is in use by another thread: calls must not overlap";
+    private static final String STREAM_IN_USE =
+            "this KorvaneStream is in use, by another thread or its own listener: calls must not overlap";
     private static final int N = KorvaneVadTest.N;
 
     /** Runs the same in two threads, so many times at once. */
@@ -92,30 +97,75 @@ public class ThreadsTest {
         }
     }
 
-    /** One thread processes a frame while another calls, until they meet. */
+    /** A stream that tells the positions of its results, after something else. */
+    private static KorvaneStream stream(Runnable first, List<Long> positions) {
+        return new KorvaneStream(new KorvaneStream.Config(16000, 1), new KorvaneStream.Listener() {
+            @Override
+            public void onResult(KorvaneStream.Result r) {
+                first.run();
+                positions.add(r.position);
+            }
+
+            @Override
+            public void onEvent(KorvaneStream.Event e) {}
+        });
+    }
+
+    /** Whoever got through a gap in the lock would find another call's results. */
     @Test
-    public void callsThatOverlapAreRefused() throws Exception {
-        List<Consumer<KorvaneVad>> calls = Arrays.asList(vad -> vad.process(new short[N]),
-                vad -> vad.process(ByteBuffer.allocateDirect(2 * N)), KorvaneVad::init,
-                vad -> vad.configure(16000, ChannelMode.MONO, N), KorvaneVad::close);
-        for (Consumer<KorvaneVad> call : calls) {
+    public void aStreamIsOneThreads() throws Exception {
+        List<Long> positions = Collections.synchronizedList(new ArrayList<>());
+        AtomicInteger refused = new AtomicInteger();
+        try (KorvaneStream stream = stream(() -> LockSupport.parkNanos(5_000_000), positions)) {
+            inTwoThreads(20, () -> {
+                try {
+                    stream.process(new short[1728]);
+                } catch (IllegalStateException e) {
+                    assertEquals(STREAM_IN_USE, e.getMessage());
+                    refused.incrementAndGet();
+                }
+                return null;
+            });
+        }
+        assertTrue(refused + " of 40 refused", refused.get() > 10);
+        for (int i = 0; i < positions.size(); ++i) {
+            assertEquals((long) N * i, (long) positions.get(i));
+        }
+    }
+
+    /** One thread makes the first call while another makes each of them, until they meet. */
+    private static <T> void assertRefusedWhenTheyOverlap(Supplier<T> open, String refusal, Consumer<T> close,
+            List<Consumer<T>> calls) throws Exception {
+        for (Consumer<T> call : calls) {
             List<String> refusals = Collections.synchronizedList(new ArrayList<>());
             long deadline = System.nanoTime() + 30_000_000_000L;
-            while (!refusals.contains(IN_USE)) {
+            while (!refusals.contains(refusal)) {
                 assertTrue("not refused in 30 s", System.nanoTime() < deadline);
-                try (KorvaneVad vad = KorvaneVadTest.configured()) {
-                    Queue<Consumer<KorvaneVad>> both =
-                            new ConcurrentLinkedQueue<>(Arrays.asList(calls.get(0), call));
-                    inTwoThreads(1, () -> {
-                        try {
-                            both.remove().accept(vad);
-                        } catch (IllegalStateException e) {
-                            refusals.add(e.getMessage());
-                        }
-                        return null;
-                    });
-                }
+                T opened = open.get();
+                Queue<Consumer<T>> both = new ConcurrentLinkedQueue<>(Arrays.asList(calls.get(0), call));
+                inTwoThreads(1, () -> {
+                    try {
+                        both.remove().accept(opened);
+                    } catch (IllegalStateException e) {
+                        refusals.add(e.getMessage());
+                    }
+                    return null;
+                });
+                close.accept(opened);
             }
         }
+    }
+
+    @Test
+    public void callsThatOverlapAreRefused() throws Exception {
+        assertRefusedWhenTheyOverlap(KorvaneVadTest::configured, IN_USE, KorvaneVad::close,
+                Arrays.asList(vad -> vad.process(new short[N]),
+                        vad -> vad.process(ByteBuffer.allocateDirect(2 * N)), KorvaneVad::init,
+                        vad -> vad.configure(16000, ChannelMode.MONO, N), KorvaneVad::close));
+        assertRefusedWhenTheyOverlap(() -> stream(() -> {}, new ArrayList<>()), STREAM_IN_USE,
+                KorvaneStream::close,
+                Arrays.asList(stream -> stream.process(new short[N]), stream -> stream.process(new float[N]),
+                        stream -> stream.process(ByteBuffer.allocateDirect(2 * N)), KorvaneStream::end,
+                        stream -> stream.end(new float[720]), KorvaneStream::reset, KorvaneStream::close));
     }
 }

@@ -3,7 +3,7 @@ package slow;
 import java.util.concurrent.locks.LockSupport;
 
 /**
- * What the class takes its locks with, but every access waits first: of two threads, the other gets between
+ * What the classes take their locks with, but every access waits first: of two threads, the other gets between
  * any two of them.
  */
 public class AtomicReference<T> {
