@@ -1,5 +1,6 @@
 import static org.junit.Assert.assertArrayEquals;
 import static org.junit.Assert.assertEquals;
+import static org.junit.Assert.assertFalse;
 import static org.junit.Assert.assertSame;
 import static org.junit.Assert.assertThrows;
 import static org.junit.Assert.assertTrue;
@@ -111,6 +112,15 @@ public class KorvaneStreamTest {
             }
         }
 
+        /** A view that begins a sample before and stands at its second one. */
+        private static ShortBuffer fromTheSecondOn(ByteBuffer buffer) {
+            ByteBuffer longer = buffer.duplicate();
+            longer.position(AROUND - 2);
+            ShortBuffer view = longer.slice().order(ByteOrder.nativeOrder()).asShortBuffer();
+            view.position(1);
+            return view;
+        }
+
         /** The cleaned samples take their place; in place is every other call. */
         boolean process(KorvaneStream stream, short[] x, boolean inPlace) {
             short[] noisy = x.clone();
@@ -138,10 +148,9 @@ public class KorvaneStreamTest {
                     break;
                 default:
                     ByteBuffer bytes = around(x);
-                    ShortBuffer shorts = bytes.slice().order(ByteOrder.nativeOrder()).asShortBuffer();
-                    ShortBuffer other = inPlace ? shorts : around(noisy).slice()
-                            .order(ByteOrder.nativeOrder()).asShortBuffer().asReadOnlyBuffer();
-                    speech = stream.process(other, shorts);
+                    ShortBuffer shorts = fromTheSecondOn(bytes);
+                    ShortBuffer other = fromTheSecondOn(around(noisy)).asReadOnlyBuffer();
+                    speech = stream.process(inPlace ? shorts : other, shorts);
                     take(bytes, x);
             }
             return speech;
@@ -265,6 +274,9 @@ public class KorvaneStreamTest {
             }
             // The frame that holds sample 24000, where the bursts begin; frames lie at multiples of N, the delay less.
             assertTrue(told.lines.contains("START 23920 23920 false"));
+            assertTrue(stream.process(new short[0]));
+            stream.reset();
+            assertFalse(stream.process(new short[0]));
         }
     }
 
@@ -339,6 +351,16 @@ public class KorvaneStreamTest {
             assertSame(trouble, assertThrows(RuntimeException.class, stream::end));
             assertThrows(IllegalStateException.class, () -> stream.process(SOUND)); // it has ended
             stream.end();
+            assertEquals(expected.lines, told.lines);
+            stream.reset();
+            told.lines.clear();
+            told.trouble = 1;
+            assertSame(trouble, assertThrows(RuntimeException.class, () -> stream.process(SOUND)));
+            told.lines.clear();
+            told.trouble = -1;
+            stream.reset(); // forgets the rest
+            stream.process(SOUND);
+            stream.end();
         }
         assertEquals(expected.lines, told.lines);
     }
@@ -362,7 +384,7 @@ public class KorvaneStreamTest {
         told.trouble = 30;
         told.action = () -> {
             for (ThrowingRunnable call : calls) {
-                assertEquals("this KorvaneStream is in use, by another thread or its own listener: calls must not overlap",
+                assertEquals(ThreadsTest.STREAM_IN_USE,
                         assertThrows(IllegalStateException.class, call).getMessage());
             }
         };

@@ -27,7 +27,7 @@ import org.junit.Test;
 public class ThreadsTest {
     private static final String IN_USE =
             "this KorvaneVad is in use by another thread: calls must not overlap";
-    private static final String STREAM_IN_USE =
+    static final String STREAM_IN_USE =
             "this KorvaneStream is in use, by another thread or its own listener: calls must not overlap";
     private static final int N = KorvaneVadTest.N;
 
