@@ -178,7 +178,8 @@ int run_clean(const Options& options) {
     prepare_for_interruption(name);
     Work work(name, options);
     const SourceInfo& info = work.header.source;
-    const int format = path == "-" ? 0 : sink_format(info, path);
+    check_sink(info, path);
+    const int format = sink_format(info, path);
     const std::unique_ptr<AudioSink> sink = open_sink(path, format, info.rate, info.channels);
     ProgressBar bar = bar_for(options, name, false);
     const Tick tick = drawing(bar);
@@ -224,11 +225,22 @@ std::vector<std::string> piece_paths(const Options& options, const ResultHeader&
         if (!different.insert(paths.back()).second) {
             throw Failure(paths.back(), "is the name of two segments; --template needs {index}");
         }
+        check_is_no_input(paths.back(), {options.files[0]});
         if (!options.force && std::filesystem::exists(std::filesystem::symlink_status(path))) {
             throw Failure(paths.back(), "is there already; --force overwrites");
         }
     }
     return paths;
+}
+
+/** Before any work: whether pieces can be written under such names. */
+void check_pieces(const Options& options, const SourceInfo& info) {
+    SourceInfo piece = info;
+    piece.length.reset();
+    PieceName name;
+    name.stem = stem_of(info.name);
+    name.extension = piece_extension(info);
+    check_sink(piece, NameTemplate(options.name_template).fill(name));
 }
 
 void write_piece(const std::string& path, const SourceInfo& info, const SampleSpool& spool,
@@ -249,6 +261,7 @@ int run_split(const Options& options) {
     const std::string& name = options.files[0];
     prepare_for_interruption(name);
     Work work(name, options);
+    check_pieces(options, work.header.source);
     std::error_code error;
     std::filesystem::create_directories(options.output, error);
     if (error) {

@@ -254,17 +254,19 @@ class Outputs(ToolTest):
         self.assertTrue(os.path.islink(self.path("link.wav")) and os.path.islink(self.path("circle.wav")))
 
     def test_results_never_replace_what_is_read(self):
-        own, raw = (shutil.copy(PROMPT, self.path(name)) for name in ("own.wav", "raw.txt"))
+        own, raw, other = (shutil.copy(PROMPT, self.path(name)) for name in ("own.wav", "raw.txt", "own.txt"))
         link, manifest = self.path("link"), self.path("manifest")
         os.symlink("own.wav", link)
         for named, arguments in (
                 (own, (own, "-o", own)), (link, (own, "-o", link)), (own, (PROMPT, own, "-o", own)),
                 (own, ("frames", own, "-o", own)), (own, ("report", own, "-o", own)), (own, ("-", "-o", own)),
-                (raw, (*RAW, raw, "-o", self.folder)), (own, (PROMPT, "--files-from", own, "--null", "-o", own)),
+                (own, ("split", own, "-o", self.folder, "--force", "--template", "own.wav")),
+                (raw, (*RAW, raw, "-o", self.folder)), (other, (*RAW, own, other, "-o", self.folder)),
+                (own, (PROMPT, "--files-from", own, "--null", "-o", own)),
                 (manifest, (PROMPT, "--resume", manifest, "-o", manifest))):
             with self.subTest(arguments), open(own, "rb") as stdin:
                 self.fails(named, "is an input", *arguments, stdin=stdin)
-        for file in (own, raw):
+        for file in (own, raw, other):
             self.assertEqual(pathlib.Path(file).read_bytes(), pathlib.Path(PROMPT).read_bytes())
 
     def test_places_that_cannot_be_written(self):
@@ -289,6 +291,30 @@ class Outputs(ToolTest):
                         self.path("out.wav")], check=True, stdout=subprocess.DEVNULL)
         self.segments_and_cleaned(ALSA, self.path("expected.wav"))
         self.assertEqual(read_wav(self.path("out.wav")), read_wav(self.path("expected.wav")))
+
+    def test_names_that_no_file_can_bear(self):
+        """An error before any work: no folder is made, no old file touched, no hour waited."""
+        old = self.path("old.m4a")
+        pathlib.Path(old).write_text("kept")
+        for name in ("old.m4a", "new.gsm", "new.amr"):
+            self.fails(self.path(name), "is written here", "clean", ALSA, self.path(name))
+        self.fails("0.m4a", ".m4a is written", "split", ALSA, "-o",
+                   self.path("parts"), "--template", "{index}.m4a")
+        long = self.path("long.w64")  # ten hours in two channels, of which the file holds none
+        subprocess.run(["sox", "-n", "-r", "48000", "-c", "2", "-b", "16", long, "trim", "0", "0.1"], check=True)
+        header = bytearray(pathlib.Path(long).read_bytes()[:-19200])
+        data_size = 40000 * 48000 * 4
+        header[-8:] = struct.pack("<Q", data_size + 24)
+        with open(long, "wb") as file:
+            file.write(header)
+            file.truncate(len(header) + data_size)
+        start = time.monotonic()
+        self.fails(self.path("out.wav"), "too long for this format", "clean", long, self.path("out.wav"))
+        self.assertLess(time.monotonic() - start, 5)
+        self.assertEqual((pathlib.Path(old).read_text(), sorted(os.listdir(self.folder))),
+                         ("kept", ["long.w64", "old.m4a"]))
+        for name in ("plain", "1.907", "x.FLAC"):  # no extension, a number's end, one in capitals
+            self.assertEqual(self.run_tool("clean", ALSA, self.path(name)).returncode, 0)
 
     def test_signals_in_the_middle(self):
         # Seven hours of silence, which are not over as soon as the output begins.

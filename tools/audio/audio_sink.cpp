@@ -227,6 +227,19 @@ int encoding_for(int container, const SourceInfo& source, bool opus) {
     return 0;
 }
 
+constexpr const char* kTooLong =
+    "too long for this format (4 GiB); .w64, .rf64 and .flac hold more";
+
+/** Why a file of this format cannot be written; empty where it can. */
+std::string cannot_hold(int format, int rate, int channels) {
+    if (holds(format, rate, channels)) {
+        return "";
+    }
+    return "the format (" + format_name(format) + ") cannot hold " +
+           (channels == 1 ? "mono" : std::to_string(channels) + " channels") + " at " +
+           std::to_string(rate) + " Hz and keep its length";
+}
+
 /** A file in the making, or standard output. */
 class Target {
   public:
@@ -291,10 +304,8 @@ class SndfileSink : public AudioSink {
           format_(format),
           rate_(rate),
           channels_(channels) {
-        if (!holds(format, rate, channels)) {
-            target_.fail("the format (" + format_name(format) + ") cannot hold " +
-                         (channels == 1 ? "mono" : std::to_string(channels) + " channels") +
-                         " at " + std::to_string(rate) + " Hz and keep its length");
+        if (const std::string reason = cannot_hold(format, rate, channels); !reason.empty()) {
+            target_.fail(reason);
         }
         file_ = open_for_writing(output_, format, rate, channels);
         if (!file_) {
@@ -305,7 +316,7 @@ class SndfileSink : public AudioSink {
     void write(const int16_t* samples, int64_t n) override {
         const int64_t count = n * channels_;
         if (count > max_samples(format_) - samples_written_) {
-            target_.fail("too long for this format (4 GiB); .w64, .rf64 and .flac hold more");
+            target_.fail(kTooLong);
         }
         samples_written_ += count;
         pending_.insert(pending_.end(), samples, samples + count);
@@ -381,6 +392,29 @@ int sink_format(const SourceInfo& source, const std::string& path) {
     }
     // A name must not lie about what is in the file: opening it will say why that cannot be.
     return named.empty() ? SF_FORMAT_WAV | SF_FORMAT_PCM_16 : container | SF_FORMAT_PCM_16;
+}
+
+void check_sink(const SourceInfo& source, const std::string& path) {
+    const std::string extension = path == "-" ? "" : extension_of(path);
+    // The end of a number of seconds is no extension.
+    const bool named = extension.find_first_not_of("0123456789") != std::string::npos;
+    if (named && extension != extension_of(source.name) && containers_named(extension).empty()) {
+        throw Failure(path,
+                      "no ." + extension +
+                          " is written here, but .wav .flac .ogg .opus .mp3 .aiff .au .caf .w64 "
+                          ".rf64 .raw and others; without an extension it is the input's format");
+    }
+    const int format = sink_format(source, path);
+    if (format == 0) {
+        return;
+    }
+    if (const std::string reason = cannot_hold(format, source.rate, source.channels);
+        !reason.empty()) {
+        throw Failure(path, reason);
+    }
+    if (source.length && *source.length > max_samples(format) / source.channels) {
+        throw Failure(path, kTooLong);
+    }
 }
 
 std::unique_ptr<AudioSink> open_sink(const std::string& path, int sf_format, int rate,

@@ -19,6 +19,10 @@ namespace korvane::tool {
  */
 int sink_format(const SourceInfo& source, const std::string& path);
 
+/** Throws a Failure where a file of that name cannot hold what the source gives: its extension stands
+ * for no format that is written, or the format cannot hold the rate, the channels or the length. */
+void check_sink(const SourceInfo& source, const std::string& path);
+
 class AudioSink {
   public:
     virtual ~AudioSink() = default;

@@ -14,7 +14,9 @@
 #include <memory>
 #include <new>
 #include <optional>
+#include <set>
 #include <sstream>
+#include <utility>
 
 #include "korvane_stream.h"
 #include "tools/audio/input_descriptor.h"
@@ -287,11 +289,31 @@ class Batch {
     double done_seconds_ = 0;
 };
 
+using FileId = std::pair<dev_t, ino_t>;
+
+std::optional<FileId> id_of(const std::string& name) {
+    struct stat status {};
+    if (stat(name.c_str(), &status) != 0) {
+        return std::nullopt;
+    }
+    return FileId{status.st_dev, status.st_ino};
+}
+
 void check_names_differ(const Options& options, const std::vector<std::string>& names) {
+    std::set<FileId> inputs;
+    std::vector<std::string> all = names;
+    all.insert(all.end(), {options.files_from, options.manifest});
+    for (const std::string& name : all) {
+        if (const std::optional<FileId> id = id_of(name == "-" ? "/dev/stdin" : name)) {
+            inputs.insert(*id);
+        }
+    }
     std::map<std::string, std::string> written;
     for (const std::string& name : names) {
         const std::string path = Results::path_in(options, name);
-        check_is_no_input(path, {name});
+        if (const std::optional<FileId> id = id_of(path); id && inputs.count(*id) != 0) {
+            throw Failure(path, "is an input; the results would overwrite it");
+        }
         const auto [place, is_new] = written.try_emplace(path, name);
         if (!is_new) {
             throw Failure(path, "would hold the results of both " + place->second + " and " + name);
