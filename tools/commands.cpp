@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <filesystem>
 #include <memory>
@@ -207,11 +208,12 @@ std::string piece_extension(const SourceInfo& info) {
 }
 
 std::vector<std::string> piece_paths(const Options& options, const ResultHeader& header,
+                                     const SourceInfo& cut,
                                      const std::vector<segments::Segment>& list) {
     const NameTemplate name_template(options.name_template);
     PieceName piece;
     piece.stem = stem_of(header.source.name);
-    piece.extension = piece_extension(header.source);
+    piece.extension = piece_extension(cut);
     piece.rate = header.source.rate;
     std::vector<std::string> paths;
     std::set<std::string> different;
@@ -243,16 +245,40 @@ void check_pieces(const Options& options, const SourceInfo& info) {
     check_sink(piece, NameTemplate(options.name_template).fill(name));
 }
 
-void write_piece(const std::string& path, const SourceInfo& info, const SampleSpool& spool,
-                 const segments::Segment& segment) {
+/** What `split` cuts: the recording as it came in, or the cleaned sound as it was judged. */
+struct Cut {
+    SourceInfo info;
+    SampleKind kind = SampleKind::kShort;
+    std::optional<SampleSpool> spool;
+};
+
+int64_t value_bytes(SampleKind kind) {
+    return kind == SampleKind::kShort ? int64_t{sizeof(int16_t)}
+           : kind == SampleKind::kInt ? int64_t{sizeof(int32_t)}
+                                      : int64_t{sizeof(double)};
+}
+
+/** As it came in. */
+SourceInfo original_of(const SourceInfo& judged) {
+    SourceInfo info = judged;
+    info.rate = judged.input_rate;
+    info.channels = judged.input_channels;
+    info.length.reset();
+    return info;
+}
+
+void write_piece(const std::string& path, const Cut& cut, const segments::Segment& segment) {
+    const SourceInfo& info = cut.info;
     const std::unique_ptr<AudioSink> sink =
         open_sink(path, sink_format(info, path), info.rate, info.channels);
-    constexpr int64_t kPiece = 65536;
-    std::vector<int16_t> samples(static_cast<std::size_t>(kPiece * info.channels));
-    for (int64_t at = segment.start; at < segment.end; at += kPiece) {
-        const int64_t count = std::min(kPiece, segment.end - at);
-        spool.read(at, samples.data(), count);
-        sink->write(samples.data(), count);
+    constexpr int64_t kPieceValues = 131072;
+    const int64_t piece = std::max<int64_t>(kPieceValues / info.channels, 1);
+    std::vector<double> samples(
+        static_cast<std::size_t>(piece * info.channels));  // room for any kind
+    for (int64_t at = segment.start; at < segment.end; at += piece) {
+        const int64_t count = std::min(piece, segment.end - at);
+        cut.spool->read(at, samples.data(), count);
+        sink->write_original(samples.data(), count, cut.kind);
     }
     sink->commit();
 }
@@ -260,26 +286,45 @@ void write_piece(const std::string& path, const SourceInfo& info, const SampleSp
 int run_split(const Options& options) {
     const std::string& name = options.files[0];
     prepare_for_interruption(name);
-    Work work(name, options);
-    check_pieces(options, work.header.source);
+    Cut cut;
+    Options with_original = options;
+    if (!options.cleaned) {
+        with_original.source.original = [&cut](const void* samples, int64_t n) {
+            cut.spool->append(samples, n);
+        };
+    }
+    Work work(name, with_original);
+    const SourceInfo& judged = work.header.source;
+    cut.info = options.cleaned ? judged : original_of(judged);
+    check_pieces(options, cut.info);
     std::error_code error;
     std::filesystem::create_directories(options.output, error);
     if (error) {
         throw Failure(options.output, error.message());
     }
+    cut.kind = options.cleaned ? SampleKind::kShort : sample_kind(judged.sf_format);
+    cut.spool.emplace(options.output, value_bytes(cut.kind) * cut.info.channels);
     ProgressBar bar = bar_for(options, name, false);
     const Tick tick = drawing(bar);
-    const SourceInfo& info = work.header.source;
-    SampleSpool spool(options.output, info.channels);
     Listener listener = {.frame = [&](const Frame& frame) { work.tick(frame, tick); }};
-    (options.cleaned ? listener.cleaned : listener.input) = [&](const int16_t* samples, int64_t n) {
-        spool.append(samples, n);
-    };
+    if (options.cleaned) {
+        listener.cleaned = [&](const int16_t* samples, int64_t n) {
+            cut.spool->append(samples, n);
+        };
+    }
     const auto [totals, list, doubt] = segments_of(work, options, false, listener);
     bar.wipe();
-    const std::vector<std::string> paths = piece_paths(options, work.header, list);
+    const std::vector<std::string> paths = piece_paths(options, work.header, cut.info, list);
+    const auto place = [&](int64_t sample) {
+        const auto at = static_cast<double>(sample) * cut.info.rate / judged.rate;
+        return std::min(static_cast<int64_t>(std::llround(at)), cut.spool->length());
+    };
     for (std::size_t i = 0; i < list.size(); ++i) {
-        write_piece(paths[i], info, spool, list[i]);
+        write_piece(paths[i], cut, {.start = place(list[i].start), .end = place(list[i].end)});
+    }
+    if (!list.empty() && is_inexact(sink_format(cut.info, paths[0])) && cut.info.sf_format != 0) {
+        warn(options, name,
+             "the pieces are encoded anew; --template with .flac or .wav loses nothing more");
     }
     warn(options, name, doubt);
     return status_after(totals.fault);

@@ -459,6 +459,35 @@ class Split(ToolTest):
                 self.assertTrue(read_wav(os.path.join(out, name)) ==
                                 (48000, 2, samples[2 * row["start_sample"]:2 * row["end_sample"]]), name)
 
+    def test_pieces_keep_what_the_recording_is(self):
+        def values(path):
+            return subprocess.run(["sox", "-D", path, "-t", "raw", "-e", "float", "-b", "64", "-"], check=True,
+                                  capture_output=True).stdout
+        six = ("remix", "1", "1v0.5", "1v0.1", "0", "1v0.7", "1")
+        loud = ("gain", "-0.1", "vol", "0.87654321")  # fills the low bits
+        for name, depth, rate, channels, effects, options in (
+                ("a.wav", ("-b", "24"), 48000, 1, loud, ()), ("b.flac", ("-b", "24"), 48000, 1, loud, ()),
+                ("c.wav", ("-e", "float", "-b", "32"), 48000, 1, loud, ()),
+                ("d.wav", ("-b", "24"), 96000, 1, (*loud, "rate", "96000"), ("--resample",)),
+                ("e.flac", ("-b", "24"), 48000, 6, (*loud, *six), ("--downmix",)),
+                ("f.wav", ("-b", "16"), 192000, 2, ("rate", "192000", "remix", "1", "1v0.5"), ("--resample", "--downmix")),
+                ("g.wav", ("-e", "mu-law"), 48000, 2, ("remix", "1", "1"), ("--channels", "2"))):
+            recording, out = self.convert(name, *effects, options=depth), self.path(name + " parts")
+            rows = json.loads(self.run_tool("-f", "json", recording, *options, "--pad-start", "50ms", "--pad-end",
+                                            "150ms").stdout)
+            done = self.run_tool("split", recording, "-o", out, *options)
+            self.assertEqual((done.returncode, done.stderr), (0, ""))
+            whole, pieces = values(recording), sorted(pathlib.Path(out).iterdir())
+            self.assertEqual(len(pieces), len(rows["segments"]))
+            for piece, row in zip(pieces, rows["segments"]):
+                begin, end = (row[key] * rate // rows["rate"] * channels * 8 for key in ("start_sample", "end_sample"))
+                self.assertTrue(values(str(piece)) == whole[begin:end], (name, len(whole), begin, end))
+            kinds = [subprocess.run(["soxi", option, piece], capture_output=True, text=True).stdout
+                     for option in ("-r", "-c", "-b", "-e") for piece in (recording, str(pieces[0]))]
+            self.assertEqual(kinds[::2], kinds[1::2], name)
+        done = self.run_tool("split", self.convert("h.ogg"), "-o", self.path("ogg"))
+        self.assertIn("encoded anew", done.stderr)
+
     def test_names(self):
         out, one = self.path("parts"), ("--min-gap", "1s", "--pad-start", "10ms", "--pad-end", "0")
         row = json.loads(self.run_tool("-f", "json", PROMPT, *one).stdout)["segments"][0]

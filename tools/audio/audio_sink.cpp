@@ -121,6 +121,7 @@ SndfileHandle open_for_writing(Output& output, int format, int rate, int channel
         file.reset(sf_open_virtual(&calls, SFM_WRITE, &info, &output));
     }
     if (file) {
+        sf_command(file.get(), SFC_SET_CLIPPING, nullptr, SF_TRUE);  // what is beyond full scale
         sf_command(file.get(), SFC_SET_ADD_PEAK_CHUNK, nullptr,
                    SF_FALSE);  // it holds the time of day
     }
@@ -240,6 +241,21 @@ std::string cannot_hold(int format, int rate, int channels) {
            std::to_string(rate) + " Hz and keep its length";
 }
 
+/** Rounded to 16 bits. */
+std::vector<int16_t> narrowed(const void* samples, int64_t count, SampleKind kind) {
+    std::vector<int16_t> narrow(static_cast<std::size_t>(count));
+    if (kind == SampleKind::kInt) {
+        const auto* wide = static_cast<const int32_t*>(samples);
+        std::transform(wide, wide + count, narrow.begin(), sample_from_int);
+    } else if (kind == SampleKind::kReal) {
+        const auto* real = static_cast<const double*>(samples);
+        std::transform(real, real + count, narrow.begin(), sample_from_float);
+    } else {
+        std::copy_n(static_cast<const int16_t*>(samples), count, narrow.begin());
+    }
+    return narrow;
+}
+
 /** A file in the making, or standard output. */
 class Target {
   public:
@@ -278,6 +294,10 @@ class RawSink : public AudioSink {
         }
     }
 
+    void write_original(const void* samples, int64_t n, SampleKind kind) override {
+        write(narrowed(samples, n * channels_, kind).data(), n);
+    }
+
     void commit() override {
         flush();
         target_.commit();
@@ -313,12 +333,33 @@ class SndfileSink : public AudioSink {
         }
     }
 
+    void write_original(const void* samples, int64_t n, SampleKind kind) override {
+        const int64_t count = n * channels_;
+        const SampleKind own = sample_kind(format_);
+        if (own == SampleKind::kShort || kind == SampleKind::kShort) {
+            write(narrowed(samples, count, kind).data(), n);
+            return;
+        }
+        add_length(count);
+        flush();
+        sf_count_t written = 0;
+        if (kind == SampleKind::kReal) {
+            written = sf_write_double(file_.get(), static_cast<const double*>(samples), count);
+        } else if (own == SampleKind::kInt) {
+            written = sf_write_int(file_.get(), static_cast<const int32_t*>(samples), count);
+        } else {
+            const auto* wide = static_cast<const int32_t*>(samples);
+            std::vector<double> real(static_cast<std::size_t>(count));
+            std::transform(wide, wide + count, real.begin(),
+                           [](int32_t sample) { return sample / 2147483648.0; });
+            written = sf_write_double(file_.get(), real.data(), count);
+        }
+        check_written(written, count);
+    }
+
     void write(const int16_t* samples, int64_t n) override {
         const int64_t count = n * channels_;
-        if (count > max_samples(format_) - samples_written_) {
-            target_.fail(kTooLong);
-        }
-        samples_written_ += count;
+        add_length(count);
         pending_.insert(pending_.end(), samples, samples + count);
         if (pending_.size() >= kPieceSamples) {
             flush();
@@ -341,12 +382,23 @@ class SndfileSink : public AudioSink {
 
   private:
     void flush() {
-        const sf_count_t written = write_samples(file_.get(), format_, pending_);
+        check_written(write_samples(file_.get(), format_, pending_),
+                      static_cast<sf_count_t>(pending_.size()));
+        pending_.clear();
+    }
+
+    void add_length(int64_t count) {
+        if (count > max_samples(format_) - samples_written_) {
+            target_.fail(kTooLong);
+        }
+        samples_written_ += count;
+    }
+
+    void check_written(sf_count_t written, sf_count_t count) const {
         check_output();
-        if (written != static_cast<sf_count_t>(pending_.size())) {
+        if (written != count) {
             target_.fail(sndfile_reason(sf_strerror(file_.get())));
         }
-        pending_.clear();
     }
 
     void check_output() const {

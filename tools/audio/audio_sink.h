@@ -7,6 +7,7 @@
 #include <string>
 
 #include "tools/audio/audio_source.h"
+#include "tools/audio/sample_conversion.h"
 
 namespace korvane::tool {
 
@@ -28,6 +29,8 @@ class AudioSink {
     virtual ~AudioSink() = default;
     /** Appends n sample frames, interleaved. Throws a Failure, as every call does. */
     virtual void write(const int16_t* samples, int64_t n) = 0;
+    /** The same of samples as an OriginalListener hears them, without loss where the format has room. */
+    virtual void write_original(const void* samples, int64_t n, SampleKind kind) = 0;
     /** Writes what is left, sees to it that all of it is on the disk, and gives the file its name.
      * Without this call nothing stays. */
     virtual void commit() = 0;

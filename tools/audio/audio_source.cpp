@@ -47,9 +47,9 @@ std::unique_ptr<AudioSource> open_source(const std::string& name, const SourceOp
     std::unique_ptr<AudioSource> source;
     if (options.raw) {
         check_raw_format(name, *options.raw);
-        source = std::make_unique<RawSource>(name, *options.raw);
+        source = std::make_unique<RawSource>(name, *options.raw, options.original);
     } else {
-        source = std::make_unique<SndfileSource>(name);
+        source = std::make_unique<SndfileSource>(name, options.original);
     }
     check_rate(source->info(), options.resample);
     source = select_channels(std::move(source), options);

@@ -4,6 +4,7 @@
 #define KORVANE_TOOLS_AUDIO_AUDIO_SOURCE_H
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -21,12 +22,17 @@ struct RawFormat {
     int channels = 1;
 };
 
+/** Hears the input's own samples, all of them, n of each channel at a time: interleaved, of all its
+ * channels and at its rate, and as sample_kind says int16_t, int32_t or double. */
+using OriginalListener = std::function<void(const void* samples, int64_t n)>;
+
 struct SourceOptions {
     std::optional<RawFormat> raw;
     std::vector<int> channels;  ///< one or two of the input's, counted from 1; empty: all
     bool downmix = false;       ///< the mean of all (or of `channels`, then any number), rounded
                                 ///< to nearest, halves to even
     bool resample = false;      ///< to 48000 Hz where the input has 50000 Hz or more
+    OriginalListener original = {};
 };
 
 /** What a source is and what was done to it. */

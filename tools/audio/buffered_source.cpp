@@ -1,6 +1,7 @@
 #include "tools/audio/buffered_source.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "tools/files/failure.h"
 
@@ -36,7 +37,10 @@ int64_t BufferedSource::read(int16_t* out, int64_t n) {
     return static_cast<int64_t>(filled) / info_.channels;
 }
 
-InputSource::InputSource(const std::string& name) : input_(name) { info_.name = name; }
+InputSource::InputSource(const std::string& name, OriginalListener original)
+    : input_(name), original_(std::move(original)) {
+    info_.name = name;
+}
 
 void InputSource::refill(int64_t wanted) {
     const int64_t most = std::clamp<int64_t>(kPieceSamples / info_.channels, 1, kPieceFrames);

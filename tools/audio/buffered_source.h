@@ -37,9 +37,10 @@ class BufferedSource : public AudioSource {
 /** Reads a file in large pieces; of a live input what is asked for and no more. */
 class InputSource : public BufferedSource {
   protected:
-    explicit InputSource(const std::string& name);
+    InputSource(const std::string& name, OriginalListener original);
 
     InputDescriptor input_;
+    OriginalListener original_;
 
   private:
     /** The next `frames` sample frames; fewer at the end and before a fault. */

@@ -1,6 +1,7 @@
 #include "tools/audio/raw_source.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "tools/files/failure.h"
 
@@ -18,8 +19,8 @@ int16_t decode(const uint8_t* bytes, bool big_endian) {
 
 }  // namespace
 
-RawSource::RawSource(const std::string& name, const RawFormat& format)
-    : InputSource(name), format_(format) {
+RawSource::RawSource(const std::string& name, const RawFormat& format, OriginalListener original)
+    : InputSource(name, std::move(original)), format_(format) {
     info_.rate = info_.input_rate = format.rate;
     info_.channels = info_.input_channels = format.channels;
     const int64_t frame_bytes = int64_t{kSampleBytes} * format.channels;
@@ -47,6 +48,9 @@ int64_t RawSource::read_piece(int16_t* piece, int64_t frames) {
     const int64_t count =
         format_.planar ? read_planar(piece, frames) : read_interleaved(piece, frames);
     position_ += count;
+    if (original_) {
+        original_(piece, count);
+    }
     return count;
 }
 

@@ -14,7 +14,7 @@ namespace korvane::tool {
 /** With all of its channels, interleaved whatever the layout. */
 class RawSource : public InputSource {
   public:
-    RawSource(const std::string& name, const RawFormat& format);
+    RawSource(const std::string& name, const RawFormat& format, OriginalListener original = {});
 
   private:
     int64_t read_piece(int16_t* piece, int64_t frames) override;

@@ -15,8 +15,7 @@ namespace korvane::tool {
 
 namespace {
 
-constexpr std::size_t kPieceValues = 131072;
-constexpr int64_t kBytes = sizeof(int16_t);
+constexpr std::size_t kPieceBytes = 262144;
 
 /** Moves all bytes; `step` is one pread or pwrite. False with errno set where it cannot. */
 template <typename Step>
@@ -37,8 +36,8 @@ bool move_all(std::size_t bytes, Step step) {
 
 }  // namespace
 
-SampleSpool::SampleSpool(const std::string& folder, int channels)
-    : folder_(folder), channels_(static_cast<std::size_t>(channels)) {
+SampleSpool::SampleSpool(const std::string& folder, int64_t frame_bytes)
+    : folder_(folder), frame_bytes_(frame_bytes) {
     std::string name = folder + "/.korvane-vad-XXXXXX";
     const EndingSignalsDeferred deferred;
     descriptor_ = mkostemp(name.data(), O_CLOEXEC);
@@ -50,44 +49,47 @@ SampleSpool::SampleSpool(const std::string& folder, int channels)
 
 SampleSpool::~SampleSpool() { close(descriptor_); }
 
-void SampleSpool::append(const int16_t* samples, int64_t n) {
-    pending_.insert(pending_.end(), samples, samples + static_cast<std::size_t>(n) * channels_);
-    if (pending_.size() >= kPieceValues) {
+void SampleSpool::append(const void* samples, int64_t n) {
+    const auto* bytes = static_cast<const char*>(samples);
+    pending_.insert(pending_.end(), bytes, bytes + n * frame_bytes_);
+    if (pending_.size() >= kPieceBytes) {
         flush();
     }
 }
 
 void SampleSpool::flush() {
-    const std::size_t bytes = pending_.size() * sizeof(int16_t);
-    const auto* data = reinterpret_cast<const char*>(pending_.data());
+    const std::size_t bytes = pending_.size();
     const bool done = move_all(bytes, [&](std::size_t at) {
-        return pwrite(descriptor_, data + at, bytes - at,
-                      flushed_ * kBytes + static_cast<off_t>(at));
+        return pwrite(descriptor_, pending_.data() + at, bytes - at,
+                      flushed_ + static_cast<off_t>(at));
     });
     if (!done) {
         throw Failure(folder_, std::strerror(errno));
     }
-    flushed_ += static_cast<int64_t>(pending_.size());
+    flushed_ += static_cast<int64_t>(bytes);
     pending_.clear();
 }
 
-void SampleSpool::read(int64_t begin, int16_t* out, int64_t n) const {
-    const int64_t first = begin * static_cast<int64_t>(channels_);
-    const int64_t count = n * static_cast<int64_t>(channels_);
+void SampleSpool::read(int64_t begin, void* out, int64_t n) const {
+    const int64_t first = begin * frame_bytes_;
+    const int64_t count = n * frame_bytes_;
     const int64_t on_disk = std::clamp<int64_t>(flushed_ - first, 0, count);
-    const auto bytes = static_cast<std::size_t>(on_disk * kBytes);
-    auto* bytes_out = reinterpret_cast<char*>(out);
+    const auto bytes = static_cast<std::size_t>(on_disk);
+    auto* bytes_out = static_cast<char*>(out);
     const bool done = move_all(bytes, [&](std::size_t at) {
-        return pread(descriptor_, bytes_out + at, bytes - at,
-                     first * kBytes + static_cast<off_t>(at));
+        return pread(descriptor_, bytes_out + at, bytes - at, first + static_cast<off_t>(at));
     });
     if (!done) {
         throw Failure(folder_, std::strerror(errno));
     }
     if (on_disk < count) {
         std::copy_n(pending_.begin() + (first + on_disk - flushed_), count - on_disk,
-                    out + on_disk);
+                    bytes_out + on_disk);
     }
+}
+
+int64_t SampleSpool::length() const {
+    return (flushed_ + static_cast<int64_t>(pending_.size())) / frame_bytes_;
 }
 
 }  // namespace korvane::tool

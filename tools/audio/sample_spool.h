@@ -10,25 +10,31 @@ namespace korvane::tool {
 
 class SampleSpool {
   public:
-    /** In `folder`, which must have the room. Throws a Failure, as every call does. */
-    SampleSpool(const std::string& folder, int channels);
+    /**
+     * In `folder`, which must have the room. Throws a Failure, as every call does.
+     *
+     * @param frame_bytes  of a sample of each channel
+     */
+    SampleSpool(const std::string& folder, int64_t frame_bytes);
     ~SampleSpool();
     SampleSpool(const SampleSpool&) = delete;
     SampleSpool& operator=(const SampleSpool&) = delete;
 
     /** n sample frames, interleaved; n may be 0. */
-    void append(const int16_t* samples, int64_t n);
+    void append(const void* samples, int64_t n);
     /** n sample frames from `begin` on, all of which have been appended. */
-    void read(int64_t begin, int16_t* out, int64_t n) const;
+    void read(int64_t begin, void* out, int64_t n) const;
+    /** In sample frames. */
+    int64_t length() const;
 
   private:
     void flush();
 
     std::string folder_;
-    std::size_t channels_;
+    int64_t frame_bytes_;
     int descriptor_ = -1;
-    int64_t flushed_ = 0;  // values on the disk
-    std::vector<int16_t> pending_;
+    int64_t flushed_ = 0;  // bytes on the disk
+    std::vector<char> pending_;
 };
 
 }  // namespace korvane::tool

@@ -4,6 +4,7 @@
 #include <array>
 #include <cstring>
 #include <sstream>
+#include <utility>
 
 #include "tools/audio/ogg_links.h"
 #include "tools/audio/unfinished_wav.h"
@@ -87,7 +88,8 @@ std::string sndfile_reason(const std::string& message) {
     return line;
 }
 
-SndfileSource::SndfileSource(const std::string& name) : InputSource(name) {
+SndfileSource::SndfileSource(const std::string& name, OriginalListener original)
+    : InputSource(name, std::move(original)) {
     if (!input_.live() && input_.size() == 0) {
         throw Failure(input_name(name), "empty file");
     }
@@ -218,6 +220,7 @@ int64_t SndfileSource::read_piece(int16_t* piece, int64_t frames) {
 int64_t SndfileSource::read_converted(int16_t* piece, int64_t frames) {
     const auto size = static_cast<std::size_t>(frames * info_.channels);
     sf_count_t count = 0;
+    const void* original = piece;
     switch (kind_) {
         case SampleKind::kShort:
             count = sf_readf_short(file_.get(), piece, frames);
@@ -225,17 +228,23 @@ int64_t SndfileSource::read_converted(int16_t* piece, int64_t frames) {
         case SampleKind::kInt:
             wide_.resize(size);
             count = sf_readf_int(file_.get(), wide_.data(), frames);
+            original = wide_.data();
             std::transform(wide_.begin(), wide_.end(), piece, sample_from_int);
             break;
         case SampleKind::kReal:
             real_.resize(size);
             count = sf_readf_double(file_.get(), real_.data(), frames);
+            original = real_.data();
             std::transform(real_.begin(), real_.end(), piece, sample_from_float);
             break;
     }
-    return sf_error(file_.get()) == SF_ERR_NO_ERROR
-               ? count
-               : std::clamp<int64_t>(count, 0, std::max<int64_t>(frames - 1, 0));
+    if (sf_error(file_.get()) != SF_ERR_NO_ERROR) {
+        count = std::clamp<int64_t>(count, 0, std::max<int64_t>(frames - 1, 0));
+    }
+    if (original_) {
+        original_(original, count);
+    }
+    return count;
 }
 
 void SndfileSource::check_end(int64_t frames_read) {

@@ -27,7 +27,7 @@ std::string sndfile_reason(const std::string& message);
 /** As the file has it: any number of channels, any rate. */
 class SndfileSource : public InputSource {
   public:
-    explicit SndfileSource(const std::string& name);
+    explicit SndfileSource(const std::string& name, OriginalListener original = {});
 
   private:
     void open();
