@@ -83,6 +83,8 @@ int run_words(const std::vector<std::string>& words) {
         return run(options);
     } catch (const UsageError&) {
         throw;
+    } catch (const ReaderGone&) {
+        throw;
     } catch (const std::exception& error) {
         const int status = options.check ? kExitUsage : kExitFailure;
         return report_failure(error, interrupted_by() != 0 ? 128 + interrupted_by() : status);
@@ -102,6 +104,8 @@ int main(int argc, char** argv) {
         std::fprintf(stderr, "korvane-vad: %s\n%s", error.what(),
                      usage_line(error.command).c_str());
         return kExitUsage;
+    } catch (const ReaderGone&) {
+        return 128 + SIGPIPE;
     } catch (const std::exception& error) {
         return report_failure(error, kExitFailure);
     }

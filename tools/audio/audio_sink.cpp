@@ -306,6 +306,9 @@ class RawSink : public AudioSink {
   private:
     void flush() {
         if (!write_all(target_.descriptor(), {pending_.data(), pending_.size()})) {
+            if (errno == EPIPE && target_.is_stdout()) {
+                throw ReaderGone();
+            }
             target_.fail(std::strerror(errno));
         }
         pending_.clear();

@@ -28,6 +28,7 @@ constexpr ExitStatus kExitStatus[] = {
      "a recording failed or the output could not be written; with --check: there is no speech; "
      "with selftest: a row differs"},
     {"2", "wrong usage; with --check: a recording failed"},
+    {"141", "whoever read standard output wanted no more, as head does; nothing is said"},
     {"130",
      "interrupted by Ctrl-C (SIGINT); 143: by SIGTERM. The open segment of a stream is closed and "
      "written; files that are finished stay"}};

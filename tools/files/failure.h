@@ -22,6 +22,11 @@ struct Failure : std::runtime_error {
     }
 };
 
+/** Whoever reads standard output wants no more, as `head` does: nothing that has to be told. */
+struct ReaderGone : Failure {
+    ReaderGone() : Failure("standard output", "nobody reads it any more") {}
+};
+
 }  // namespace korvane::tool
 
 #endif

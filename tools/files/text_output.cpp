@@ -81,6 +81,11 @@ void TextOutput::commit() {
     }
 }
 
-void TextOutput::fail() const { throw Failure(name_, std::strerror(errno)); }
+void TextOutput::fail() const {
+    if (errno == EPIPE && descriptor_ == STDOUT_FILENO) {
+        throw ReaderGone();
+    }
+    throw Failure(name_, std::strerror(errno));
+}
 
 }  // namespace korvane::tool
