@@ -76,7 +76,9 @@
  * EVENTS
  *   Speech is a list of segments, and each is told by two events: where it begins and where it ends.
  *   They are made from the frames' decisions in this order: the onset and the hang-over are taken out
- *   again, so that a segment holds what was above the threshold; segments closer than min_gap_ms
+ *   again, so that a segment holds what was above the threshold; with KORVANE_DECISION_ADAPTIVE it is
+ *   moved 40 ms back, since the score hears that much of the sound before it answers (at most three
+ *   times onset and hang-over together); segments closer than min_gap_ms
  *   become one; those shorter than min_speech_ms are dropped; pad_start_ms and pad_end_ms are added,
  *   within the input, and segments that then touch become one; those longer than max_speech_ms are
  *   split into the fewest parts that fit, equal within one sample. Positions in events are final and
@@ -120,6 +122,9 @@ extern "C" {
 
 /** Longest frame, in samples per channel. */
 #define KORVANE_STREAM_MAX_FRAME 4096
+
+/** How late the decision `adaptive` is, in ms: events count that in. */
+#define KORVANE_STREAM_SCORE_LAG_MS 40
 
 /** Longest time in a configuration, in ms: an hour. */
 #define KORVANE_STREAM_MAX_MS 3600000

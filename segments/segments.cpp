@@ -202,7 +202,7 @@ Status segmenter_init(Segmenter& s, const Timing& timing, const Rules& rules) {
     if (timing.hangover < timing.frame || timing.hangover > kHuge) {
         return Status::kHangover;
     }
-    if (timing.delay < 0 || timing.delay / 3 > timing.onset + timing.hangover) {
+    if (timing.delay < 0 || timing.delay > longest_delay(timing.onset, timing.hangover)) {
         return Status::kDelay;
     }
     Segmenter fresh;

@@ -33,6 +33,9 @@ int64_t delay_of(int rate);
  * all is 0, which segmenter_init refuses. */
 Timing timing_of(int rate, int frame);
 
+/** The longest delay that a segmenter takes with these runs. */
+constexpr int64_t longest_delay(int64_t onset, int64_t hangover) { return 3 * (onset + hangover); }
+
 /** The next multiple of a frame, `samples` itself where it is one. */
 int64_t whole_frames(int64_t samples, int64_t frame);
 

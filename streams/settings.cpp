@@ -66,7 +66,7 @@ int32_t error_in(const KorvaneStreamConfig& c) {
     return KORVANE_OK;
 }
 
-/** When frames are decided, and when the input says so. */
+/** When frames are decided, and how late. */
 segments::Timing timing_of(const StreamSettings& s) {
     if (s.decision == KORVANE_DECISION_DETECTOR) {
         return segments::timing_of(s.rate, s.frame);
@@ -74,7 +74,13 @@ segments::Timing timing_of(const StreamSettings& s) {
     const auto run = [&](int32_t samples) {
         return segments::whole_frames(std::max<int32_t>(samples, 1), s.frame);
     };
-    return {s.frame, 0, run(s.onset), run(s.hangover)};  // whose frames are the input's
+    segments::Timing timing{s.frame, 0, run(s.onset),
+                            run(s.hangover)};  // whose frames are the input's
+    if (s.decision == KORVANE_DECISION_ADAPTIVE) {
+        timing.delay = std::min<int64_t>(samples_of(KORVANE_STREAM_SCORE_LAG_MS, s.rate),
+                                         segments::longest_delay(timing.onset, timing.hangover));
+    }
+    return timing;
 }
 
 }  // namespace

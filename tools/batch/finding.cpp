@@ -19,11 +19,18 @@ segments::Timing timing_of(const KorvaneStreamConfig& config) {
     if (config.decision == KORVANE_DECISION_DETECTOR) {
         return segments::timing_of(rate, frame);
     }
-    const auto run = [&](int32_t milliseconds) {
-        const int64_t samples = (int64_t{milliseconds} * rate + 500) / 1000;
-        return segments::whole_frames(std::max<int64_t>(samples, 1), frame);
+    const auto samples = [rate](int32_t milliseconds) {
+        return (int64_t{milliseconds} * rate + 500) / 1000;
     };
-    return {frame, 0, run(config.onset_ms), run(config.hangover_ms)};
+    const auto run = [&](int32_t milliseconds) {
+        return segments::whole_frames(std::max<int64_t>(samples(milliseconds), 1), frame);
+    };
+    segments::Timing timing{frame, 0, run(config.onset_ms), run(config.hangover_ms)};
+    if (config.decision == KORVANE_DECISION_ADAPTIVE) {
+        timing.delay = std::min(samples(KORVANE_STREAM_SCORE_LAG_MS),
+                                segments::longest_delay(timing.onset, timing.hangover));
+    }
+    return timing;
 }
 
 }  // namespace

@@ -67,9 +67,12 @@ Json json_of(const SourceInfo& source) {
             {"bit_exact", source.bit_exact}};
 }
 
-Json json_of(const segments::Timing& timing) {
+/** Of the decisions; their delay is how far before the input the first frame begins. */
+Json json_of(const ResultHeader& header) {
+    const segments::Timing& timing = header.timing;
+    const bool before = header.stream.decision == KORVANE_DECISION_DETECTOR;
     return {{"frame", timing.frame},
-            {"delay", timing.delay},
+            {"delay", before ? timing.delay : 0},
             {"onset", timing.onset},
             {"hangover", timing.hangover}};
 }
@@ -153,7 +156,7 @@ struct Report::State {
                 {"source", json_of(header.source)},
                 {"decision", decision_name(header.stream.decision)},
                 {"delay", header.delay},
-                {"timing", json_of(header.timing)},
+                {"timing", json_of(header)},
                 {"rules", json_of(header.rules)},
                 {"length", totals.length},
                 {"frames", totals.frames},

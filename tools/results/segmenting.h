@@ -15,7 +15,7 @@ namespace korvane::tool {
 class Segmenting {
   public:
     explicit Segmenting(const ResultHeader& header)
-        : delay_(header.delay), on_time_line_(header.timing.delay == 0) {
+        : delay_(header.delay), on_time_line_(header.stream.decision != KORVANE_DECISION_DETECTOR) {
         require(segmenter_init(segmenter_, header.timing, header.rules));
     }
 
