@@ -344,23 +344,9 @@ public class KorvaneStreamTest {
             };
             told.trouble = 1;
             assertSame(trouble, assertThrows(RuntimeException.class, () -> stream.process(SOUND)));
-            told.trouble = 40;
-            assertSame(trouble, assertThrows(RuntimeException.class, () -> stream.process(new short[0])));
-            assertEquals(40, told.lines.size());
-            told.trouble = expected.lines.size() - 2;
+            told.trouble = expected.lines.size() - 1;
             assertSame(trouble, assertThrows(RuntimeException.class, stream::end));
             assertThrows(IllegalStateException.class, () -> stream.process(SOUND)); // it has ended
-            stream.end();
-            assertEquals(expected.lines, told.lines);
-            stream.reset();
-            told.lines.clear();
-            told.trouble = 1;
-            assertSame(trouble, assertThrows(RuntimeException.class, () -> stream.process(SOUND)));
-            told.lines.clear();
-            told.trouble = -1;
-            stream.reset(); // forgets the rest
-            stream.process(SOUND);
-            stream.end();
         }
         assertEquals(expected.lines, told.lines);
     }

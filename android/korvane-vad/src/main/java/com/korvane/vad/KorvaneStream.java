@@ -34,8 +34,8 @@ import java.util.concurrent.atomic.AtomicBoolean;
  *
  * <h2>Listener</h2>
  * It is called on the thread that calls {@code process} or {@code end}, before that returns: each result, and behind it
- * the events that it settles. What it throws comes out of that call. All samples have been taken then, and what it has
- * not been told yet it is told first in the next call. It may not call its own stream.
+ * the events that it settles. What it throws comes out of that call, the first of several, when all samples have been
+ * taken and all has been told. It may not call its own stream.
  *
  * <h2>Threads</h2>
  * Different streams may be used by any threads at once. One stream takes one call at a time: another that comes
@@ -408,8 +408,7 @@ public final class KorvaneStream implements AutoCloseable {
     }
 
     /**
-     * The same, and gives the last cleaned samples back. Where the listener has thrown, and there is something that it
-     * has not been told, a further call tells that.
+     * The same, and gives the last cleaned samples back.
      *
      * @param cleaned {@link #delay} samples per channel; null for none
      * @throws IllegalArgumentException where it has another length
@@ -431,7 +430,7 @@ public final class KorvaneStream implements AutoCloseable {
     }
 
     /**
-     * Begins anew with the same configuration. What the listener has not been told is forgotten.
+     * Begins anew with the same configuration.
      *
      * @throws IllegalStateException where closed or in use
      */
@@ -439,7 +438,6 @@ public final class KorvaneStream implements AutoCloseable {
         enterOpen();
         try {
             nativeReset(memory);
-            untold.clear();
             ended = false;
             speech = false;
         } finally {
@@ -529,21 +527,16 @@ public final class KorvaneStream implements AutoCloseable {
     }
 
     private void end(Object cleaned, int length) {
-        enterOpen();
+        enterUnended();
         try {
-            if (ended && untold.isEmpty()) {
-                throw new IllegalStateException(ENDED);
-            }
             if (cleaned != null && length != delay * channels) {
                 throw new IllegalArgumentException("cleaned.length is " + length + ", must be " + delay * channels);
             }
-            if (!ended) {
-                ended = true;
-                if (cleaned instanceof float[]) {
-                    nativeEnd(memory, (float[]) cleaned);
-                } else {
-                    nativeEnd(memory, (short[]) cleaned);
-                }
+            ended = true;
+            if (cleaned instanceof float[]) {
+                nativeEnd(memory, (float[]) cleaned);
+            } else {
+                nativeEnd(memory, (short[]) cleaned);
             }
             tell();
         } finally {
@@ -569,14 +562,29 @@ public final class KorvaneStream implements AutoCloseable {
         }
     }
 
+    /** All of it, whatever the listener throws; the first that it threw comes out then. */
     private void tell() {
+        Throwable thrown = null;
         for (Object next = untold.poll(); next != null; next = untold.poll()) {
-            if (next instanceof Result) {
-                listener.onResult((Result) next);
-            } else {
-                listener.onEvent((Event) next);
+            try {
+                if (next instanceof Result) {
+                    listener.onResult((Result) next);
+                } else {
+                    listener.onEvent((Event) next);
+                }
+            } catch (Throwable t) { // in Kotlin it may be of any kind
+                thrown = thrown == null ? t : thrown;
             }
         }
+        if (thrown != null) {
+            KorvaneStream.<RuntimeException>pass(thrown);
+        }
+    }
+
+    /** Throws what is not declared. */
+    @SuppressWarnings("unchecked")
+    private static <T extends Throwable> void pass(Throwable thrown) throws T {
+        throw (T) thrown;
     }
 
     private void enter() {
