@@ -128,7 +128,8 @@ int32_t settings_of(const KorvaneStreamConfig& c, StreamSettings& settings) {
     s.timing = timing_of(s);
     s.rules.min_gap = samples(c.min_gap_ms);
     s.rules.min_speech = samples(c.min_speech_ms);
-    s.rules.max_speech = samples(c.max_speech_ms);
+    // At least a sample: none would mean never.
+    s.rules.max_speech = c.max_speech_ms > 0 ? std::max<int32_t>(samples(c.max_speech_ms), 1) : 0;
     s.rules.pad_start = samples(c.pad_start_ms);
     s.rules.pad_end = samples(c.pad_end_ms);
     settings = s;

@@ -38,12 +38,17 @@ Level noise_level(const NrssState& s) {
     return least == kSilence ? kSilence : least + kBelowMean[two_bands ? 1 : 0];
 }
 
+/** Samples per channel of the input in a hop. */
+int32_t hop_of(const Stream& s) {
+    return s.detector.suppressor.rate_class == kTwoBandClass ? 2 * kHopSize : kHopSize;
+}
+
 /**
  * Adds the scores of n cleaned samples, from sample `at` of their block on. They are one hop late
  * (framing.h), so the score of the same hop of the block has heard one hop more than they hold.
  */
 void add_scores(Stream& s, int32_t at, int32_t n) {
-    const int32_t hop = s.detector.suppressor.rate_class == kTwoBandClass ? 2 * kHopSize : kHopSize;
+    const int32_t hop = hop_of(s);
     for (const int32_t end = at + n; at < end;) {
         const int32_t next = std::min(end, (at / hop + 1) * hop);
         s.evidence += s.score.hops.score[at / hop] * (next - at);
@@ -133,9 +138,25 @@ void add_samples(Stream& s, const int16_t* ch0, const int16_t* ch1, int32_t n) {
     }
 }
 
+/** Behind the end of the input are the zeros that flush the ring. A hop that has heard some of them says
+ * nothing of the input, a steady tone that breaks off looks like speech: the score before it stays. */
+void leave_out_the_silence(Stream& s) {
+    HopScores& hops = s.score.hops;
+    const int32_t hop = hop_of(s);
+    int64_t heard_by_hop = s.next_position + s.filled - s.to_skip + s.settings.delay - kBlockSize;
+    for (int32_t i = 0; i < hops.count; ++i) {
+        heard_by_hop += hop;
+        if (heard_by_hop > s.heard) {
+            hops.score[i] = s.last_score;
+        }
+        s.last_score = hops.score[i];
+    }
+}
+
 /** Decides what it can of the block just cleaned, which waits in the ring to be handed back. */
 void decide_block(Stream& s) {
     const NrssStreamState& ring = s.detector.stream;
+    leave_out_the_silence(s);
     int32_t at = s.to_skip;
     s.to_skip = 0;
     // Behind the end of the input are the zeros that flush the ring.

@@ -31,7 +31,8 @@ struct Stream {
     uint64_t squares[2];    ///< of each channel of the frame
     int32_t evidence;       ///< sum of the scores of the frame's samples
     Level noise;
-    SpeechScore score;  ///< of the decision `adaptive`
+    SpeechScore score;   ///< of the decision `adaptive`
+    int16_t last_score;  ///< of the last hop that holds the input alone
     KorvaneStreamResult last;
 };
 

@@ -413,8 +413,10 @@ TEST(Streams, DecisionAdaptiveFollowsTheScoresOfTheSoundsOwnHops) {
         for (const auto& [position, length, is_speech, score, level, noise] : told.results) {
             int64_t sum = 0;
             for (int64_t at = position; at < position + length; ++at) {
-                // The hop after the one that holds the sample, which from 25000 Hz on is 3 samples late.
-                sum += scores[static_cast<size_t>((at + (hop == 288 ? 3 : 0)) / hop + 1)];
+                // The hop after the one that holds the sample, which from 25000 Hz on is 3 samples late; at
+                // the end the last one that holds nothing but the input.
+                const int64_t next = (at + (hop == 288 ? 3 : 0)) / hop + 1;
+                sum += scores[static_cast<size_t>(std::min<int64_t>(next, n / hop - 1))];
             }
             const auto mean = static_cast<int>(sum / length);
             ASSERT_EQ(score * 32768, static_cast<float>(mean)) << rate << ' ' << position;
@@ -474,6 +476,17 @@ Samples tone_after_silence(int rate, int silence, int length, double amplitude) 
             std::lround(amplitude * std::sin(2 * std::numbers::pi * 1000 * i / rate))));
     }
     return x;
+}
+
+TEST(Streams, AToneThatBreaksOffWithTheInputIsNoSpeech) {
+    for (const int rate : {8000, 16000, 48000}) {
+        for (int length = 4 * rate; length < 4 * rate + 2000; length += 97) {
+            const Told told = whole(config_of(rate, 1), tone_after_silence(rate, 0, length, 8000));
+            for (const auto& [kind, open, position, start] : told.events) {
+                ASSERT_LT(position, 2 * rate) << rate << ' ' << length;
+            }
+        }
+    }
 }
 
 TEST(Streams, TheInputsLevelComesBackAtEveryRate) {
