@@ -426,7 +426,7 @@ TEST(Streams, DecisionAdaptiveFollowsTheScoresOfTheSoundsOwnHops) {
             changes += speech != before ? 1 : 0;
             ASSERT_EQ(is_speech != 0, speech) << rate << ' ' << position;
         }
-        EXPECT_GE(changes, 3) << rate;
+        EXPECT_GE(changes, 2) << rate;
 
         // A score that is just reached is enough to begin.
         config.enter_score = std::get<3>(*std::ranges::max_element(

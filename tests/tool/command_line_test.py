@@ -69,7 +69,8 @@ class Speech(ToolTest):
     def test_in_the_last_samples_is_not_lost(self):
         # A tone of 80 ms at the very end: most of it is still in the delay when the input ends. It
         # begins somewhere in a frame; the first loud frame is that one or the next, or, where the
-        # suppressor spreads the tone by one of its frames of 288 values, one before.
+        # suppressor spreads the tone by one of its frames of 288 values, one before. The score answers a tone
+        # at once, so the 40 ms by which it is late with voices come too early.
         # Figures are rounded to half a millisecond.
         for rate, spread in ((8000, 288), (44100, 576)):
             with self.subTest(rate):
@@ -78,7 +79,7 @@ class Speech(ToolTest):
                 rows = self.segments(self.path("late.wav"), "--min-speech", "0")
                 frame = rate // 100
                 self.assertLessEqual(rows[0][0] * rate, rate + frame + rate / 2000)
-                self.assertGreaterEqual(rows[0][0] * rate, rate - spread - frame - rate / 2000)
+                self.assertGreaterEqual(rows[0][0] * rate, rate - spread - frame - 0.0405 * rate)
                 self.assertEqual([row[1] for row in rows], [1.08])
 
     def test_channels_are_kept_apart_and_either_counts(self):
