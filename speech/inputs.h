@@ -135,13 +135,11 @@ KORVANE_INLINE void take_inputs(SpeechScore& s, int hop) {
         const auto lately =
             follow_level(s.level_40 + band, level[i], constant<Bands>(s.steps.ms40));
         flux = add_wrap(flux, distance(level[i], lately));
-        // Above the floors, now and lately.
+        // Above the floors.
         const Bands floor = follow_floor(s.floor + band, level[i], quarter_step);
         const Bands above = clamp(sub_wrap(level[i], floor), -3 * kK, 10 * kK);
         above_sum = add_wrap(above_sum, above);
         store(input + band, above);
-        store(input + kSpeechBands + band,
-              follow_level(s.above_floor_100 + band, above, constant<Bands>(s.steps.ms100)));
     }
     // Against each other.
     const auto mean = constant<Bands>(band_mean(level_sum));
@@ -151,7 +149,7 @@ KORVANE_INLINE void take_inputs(SpeechScore& s, int hop) {
         const Bands shape = sub_wrap(level[i], mean);
         const auto lately = follow_level(s.shape_60 + band, shape, constant<Bands>(s.steps.ms60));
         shape_flux = add_wrap(shape_flux, distance(shape, lately));
-        store(input + 2 * kSpeechBands + band, clamp(shape, -10 * kK, 10 * kK));
+        store(input + kSpeechBands + band, clamp(shape, -10 * kK, 10 * kK));
     }
 
     // How all of them have moved.
@@ -171,7 +169,7 @@ KORVANE_INLINE void take_inputs(SpeechScore& s, int hop) {
     const int32_t lasting = follow_level(&s.loudness_100, loudness, s.steps.ms100);
     s.loudness_peak = std::max<int32_t>(s.loudness_peak - s.peak_step, lasting * kK);
     const int32_t loudness_floor = follow_floor(&s.loudness_floor, loudness, quarter_step);
-    int16_t* const others = input + 3 * kSpeechBands;
+    int16_t* const others = input + 2 * kSpeechBands;
     store(others, moved);
     others[4] = static_cast<int16_t>(means[1]);
     others[5] = static_cast<int16_t>(above_mean - means[0]);

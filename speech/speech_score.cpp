@@ -16,6 +16,8 @@ constexpr int32_t kFloorSpeed = 8166;  // of the floors in a second, Q10: 24 dB
 constexpr int32_t kPeakSpeed = 1021;   // of the peak: 3 dB
 constexpr int32_t kFirstHurry = 8 << 10;
 
+constexpr int32_t kUnitTimes[4] = {30, 100, 400, 1500};  // ms, of a quarter of the units each
+
 }  // namespace
 
 void speech_init(SpeechScore& s, int32_t rate) {
@@ -46,7 +48,11 @@ void speech_init(SpeechScore& s, int32_t rate) {
                step(60),
                step(100),
                {step(100), step(400), step(500), step(2000)},
-               {step(500), step(2000), step(100), step(300)}};
+               {step(500), step(2000), step(100), step(300)},
+               {}};
+    for (int unit = 0; unit < kSpeechUnits; ++unit) {
+        s.steps.units[unit] = step(kUnitTimes[unit * 4 / kSpeechUnits]);
+    }
     s.floor_step = per_hop(kFloorSpeed);
     s.peak_step = per_hop(kPeakSpeed);
     s.hurry_decay = 32767 - step(1000);

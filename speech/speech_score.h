@@ -5,8 +5,9 @@
  * 3.9 kHz. What it looks at (speech/inputs.h) are levels above a floor and among each other, and how they
  * have moved during the last seconds. The floor is its own: beside it the suppressor's estimate of the
  * noise was not worth its time. A small network with trained weights (speech/network.h) makes the score of
- * these. All of it is in integers, so that a sound has the same scores on every machine, and times are in
- * milliseconds, so that it has much the same scores at every rate.
+ * these, and of what it found in them during the last second or two. All of it is in integers, so that a
+ * sound has the same scores on every machine, and times are in milliseconds, so that it has much the same
+ * scores at every rate.
  */
 #ifndef KORVANE_SPEECH_SPEECH_SCORE_H
 #define KORVANE_SPEECH_SPEECH_SCORE_H
@@ -18,7 +19,8 @@
 namespace korvane {
 
 inline constexpr int kSpeechBands = 12;
-inline constexpr int kSpeechInputs = 44;                 ///< of the network
+inline constexpr int kSpeechInputs = 32;                 ///< of the network
+inline constexpr int kSpeechUnits = 16;                  ///< of its first layer
 inline constexpr int32_t kMaxBandPower = INT32_MAX - 4;  ///< for level_q10
 inline constexpr int kMaxHopScores = 32;  ///< as many as 4096 samples and a started block have
 
@@ -34,6 +36,7 @@ struct HopSteps {
     int32_t ms20, ms40, ms60, ms100;
     int32_t above_slow[4];  ///< of the averages of the same name
     int32_t moved[4];
+    int32_t units[kSpeechUnits];
 };
 
 /** All that the score remembers of a stream. Nothing in it points into it. Levels are logarithms to base
@@ -56,12 +59,12 @@ struct SpeechScore {
     int32_t hurry;    ///< how much faster the floors go yet, Q10, at the start
     int32_t smooth_power[kSpeechBands];
     int32_t floor[kSpeechBands];
-    int32_t above_floor_100[kSpeechBands];
     int32_t level_40[kSpeechBands];
     int32_t shape_60[kSpeechBands];
     int32_t above_slow[4];  ///< means over the bands, over 100, 400, 500 and 2000 ms
     int32_t moved[4];       ///< distances from the last two, flux, flux of the shape
     int32_t loudness_100, loudness_floor, loudness_peak;
+    int32_t units[kSpeechUnits];  ///< averages of the first layer's units, Q20
 
     HopScores hops;
 };

@@ -4,20 +4,27 @@
 #ifndef KORVANE_SPEECH_WEIGHTS_H
 #define KORVANE_SPEECH_WEIGHTS_H
 
+#include <cstddef>
 #include <cstdint>
 
 #include "speech/speech_score.h"
 
 namespace korvane {
 
-inline constexpr int kSpeechUnits = 16;
+inline constexpr int kSecondUnits = 8;  ///< of the second layer
 
-// Weights Q12, biases Q22: an input in Q10 times a weight is in Q22. The units' weights lie as pairs of
-// inputs meet them.
+/** Weights Q12, biases Q22: what is in Q10 times a weight is in Q22. The weights of the units lie as pairs
+ * of what comes in meet them. */
+template <size_t kIn, size_t kUnits>
+struct SpeechLayer {
+    int16_t weight[kIn / 2][kUnits][2];
+    int32_t bias[kUnits];
+};
+
 inline constexpr struct {
-    int16_t unit[kSpeechInputs / 2][kSpeechUnits][2];
-    int32_t unit_bias[kSpeechUnits];
-    int16_t score[kSpeechUnits];
+    SpeechLayer<kSpeechInputs, kSpeechUnits> first;
+    SpeechLayer<kSpeechUnits, kSecondUnits> second;
+    int16_t score[kSecondUnits];
     int32_t score_bias;
 } kSpeechWeights = {
 #include "speech/weights.inc"
@@ -25,25 +32,32 @@ inline constexpr struct {
 
 namespace speech_detail {
 constexpr int64_t magnitude(int64_t x) { return x < 0 ? -x : x; }
-/** The largest sums that units and score can reach, with inputs of at most 15 times 1024. */
-constexpr bool sums_fit() {
-    int64_t up = magnitude(kSpeechWeights.score_bias);  // units are never negative
-    int64_t down = up;
-    for (int unit = 0; unit < kSpeechUnits; ++unit) {
-        int64_t sum = magnitude(kSpeechWeights.unit_bias[unit]);
-        for (const auto& pair : kSpeechWeights.unit) {
-            sum += 15 * 1024 * (magnitude(pair[unit][0]) + magnitude(pair[unit][1]));
+/** Whether no unit's sum can leave 32 bits, with `largest` coming in. */
+template <size_t kIn, size_t kUnits>
+constexpr bool layer_fits(const SpeechLayer<kIn, kUnits>& layer, int64_t largest) {
+    for (size_t unit = 0; unit < kUnits; ++unit) {
+        int64_t sum = magnitude(layer.bias[unit]);
+        for (const auto& pair : layer.weight) {
+            sum += largest * (magnitude(pair[unit][0]) + magnitude(pair[unit][1]));
         }
         if (sum > INT32_MAX) {
             return false;
         }
-        (kSpeechWeights.score[unit] > 0 ? up : down) +=
-            32767 * magnitude(kSpeechWeights.score[unit]);
+    }
+    return true;
+}
+constexpr bool score_fits() {
+    int64_t up = magnitude(kSpeechWeights.score_bias);  // units are never negative
+    int64_t down = up;
+    for (const int16_t weight : kSpeechWeights.score) {
+        (weight > 0 ? up : down) += 32767 * magnitude(weight);
     }
     return up <= INT32_MAX && down <= INT32_MAX;
 }
+static_assert(layer_fits(kSpeechWeights.first, 15 * 1024));
+static_assert(layer_fits(kSpeechWeights.second, 32767));
+static_assert(score_fits());
 }  // namespace speech_detail
-static_assert(speech_detail::sums_fit(), "no sum of the network may leave 32 bits");
 
 }  // namespace korvane
 

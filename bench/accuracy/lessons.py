@@ -31,7 +31,10 @@ def equalised(rng, x, rate, depth=10):
 
 
 def hiss(rng, n, rate, _):
-    return coloured(rng, n, rate, rng.uniform(-0.5, 2.5))
+    """Noise that lasts, still or drifting a little."""
+    x = coloured(rng, n, rate, rng.uniform(-0.5, 2.5))
+    drift = rng.choice([0, 0, rng.uniform(0.05, 0.3)])
+    return x * np.exp(drift * slow(rng, n, rate, between(rng, 0.05, 3)))
 
 
 def machine(rng, n, rate, _):
@@ -44,6 +47,79 @@ def machine(rng, n, rate, _):
     beat = 1 + rng.uniform(0, 1) * np.sin(2 * np.pi * between(rng, 0.5, 30) * np.arange(n) / rate)
     noise = coloured(rng, n, rate, rng.uniform(0, 2))
     return x + between(rng, 0.01, 2) * beat * noise / noise.std()
+
+
+def buzz(rng, n, rate, _):
+    """What mains and motors leave in a line: many harmonics of a steady base, all or the odd ones, next to no noise."""
+    base = rng.choice([16.7, 50, 60, 100, 120, between(rng, 20, 200)]) * (1 + 0.002 * rng.standard_normal())
+    phase = 2 * np.pi * base * np.arange(n) / rate + rng.choice([0, 0.05, 1]) * slow(rng, n, rate, between(rng, 0.1, 4))
+    tilt = rng.uniform(0, 2)
+    orders = np.arange(1, int(min(between(rng, 3, 60), 0.45 * rate / base)) + 1)
+    x = np.zeros(n)
+    for k in orders[::rng.choice([1, 1, 2])]:
+        x += rng.uniform(0.05, 1) / k**tilt * np.sin(k * phase + rng.uniform(0, 6.3))
+    x *= np.exp(rng.choice([0, rng.uniform(0.05, 0.4)]) * slow(rng, n, rate, between(rng, 0.1, 4)))
+    noise = coloured(rng, n, rate, rng.uniform(0, 2))
+    return x / x.std() + between(rng, 0.002, 0.2) * noise / noise.std()
+
+
+def beeps(rng, n, rate, _):
+    """Signals: one tone or two at once, still, in a rhythm or gliding."""
+    x = np.zeros(n)
+    t = rng.uniform(0, 1)
+    length, pause = between(rng, 0.04, 3), rng.choice([0, 1]) * between(rng, 0.04, 2)
+    tones = between(rng, 150, 3500) * np.array([1, between(rng, 1.05, 2)])[:rng.integers(1, 3)]
+    glide = rng.choice([0, 0, rng.uniform(-1, 1)])  # octaves
+    hold = rng.random() < 0.6  # the same signal each time
+    while t < n / rate:
+        samples = int(length * rate) + 1
+        s = np.arange(samples) / rate
+        course = 2**(glide * s / length)
+        edge = np.clip(np.minimum(s, s[::-1]) / 0.004, 0, 1)
+        turns = np.cumsum(course) / rate
+        beep = edge * sum(np.sin(2 * np.pi * f * turns) for f in tones if f * 2**abs(glide) < rate / 2)
+        at = int(t * rate)
+        x[at:at + samples] += beep[:n - at]
+        t += length + pause
+        if not hold:
+            length, tones = length * between(rng, 0.6, 1.6), tones * between(rng, 0.7, 1.4)
+            length = np.clip(length, 0.03, 4)
+            tones = np.clip(tones, 120, 3600)
+    noise = coloured(rng, n, rate, rng.uniform(0, 2))
+    return x + between(rng, 0.0005, 0.1) * noise / noise.std()
+
+
+def tune(rng, n, rate, _):
+    """One instrument, a note at a time or with an echo of the last ones: plucked, struck, blown or bowed."""
+    x = np.zeros(n)
+    beat = between(rng, 0.08, 0.8)
+    low = rng.uniform(70, 700)
+    steps = rng.choice([[0, 2, 4, 7, 9, 12, 14, 16], [0, 3, 5, 7, 10, 12, 15, 17], [0, 2, 4, 5, 7, 9, 11, 12],
+                        [0, 1, 2, 3, 4, 5, 6, 7]])
+    strengths = rng.uniform(0.05, 1, 12) / np.arange(1, 13)**rng.uniform(0, 2)
+    strengths[1::2] *= rng.choice([1, 1, 0.1])
+    strengths[rng.integers(1, 13):] = 0
+    strengths[0] += 0.2
+    attack, decay = between(rng, 0.002, 0.12), rng.choice([between(rng, 1, 15), 0])
+    faster = rng.uniform(0, 1.5)  # decay of the higher harmonics
+    vibrato, pace = rng.choice([0, 0.003, 0.012]), rng.uniform(3, 7)
+    t = 0.0
+    while t < n / rate:
+        f = low * 2**(rng.choice(steps) / 12)
+        duration = beat * rng.choice([0.5, 1, 1, 1, 2, 3])
+        samples = int((duration * rng.choice([1, 0.7]) if decay == 0 else min(6 / decay, 2)) * rate) + 2
+        s = np.arange(samples) / rate
+        phase = 2 * np.pi * f * (s + vibrato / pace * np.sin(2 * np.pi * pace * s) / 6.3)
+        note = np.zeros(samples)
+        for k, strength in enumerate(strengths, 1):
+            if strength and f * k < 0.45 * rate:
+                note += strength * np.sin(k * phase) * np.exp(-decay * (1 + faster * (k - 1)) * s)
+        note *= np.minimum(s / attack, 1) * np.minimum(s[::-1] / 0.02, 1) * rng.uniform(0.5, 1)
+        at = int(t * rate)
+        x[at:at + samples] += note[:n - at]
+        t += duration if rng.random() > 0.08 else duration + rng.uniform(0.2, 2)
+    noise = coloured(rng, n, rate, rng.uniform(0, 2))
+    return x / x.std() + between(rng, 1e-4, 0.05) * noise / noise.std()
 
 
 def gusts(rng, n, rate, _):
@@ -115,7 +191,7 @@ def effects(rng, n, source):
     return x + 1e-3 * rng.standard_normal(n)
 
 
-NOISES = {hiss: 4, machine: 2, gusts: 3, knocks: 3, notes: 1.5, recorded(effects): 1.5,
+NOISES = {hiss: 4, machine: 2, buzz: 1.5, beeps: 0.7, gusts: 3, knocks: 3, notes: 1.5, tune: 1.5, recorded(effects): 1.5,
           recorded(lambda rng, n, source: tiled(rng, [source.music[rng.integers(len(source.music))]], n)): 3,
           recorded(lambda rng, n, source: babble(rng, source.others(rng), n, int(rng.integers(3, 10)))): 3}
 
@@ -207,7 +283,7 @@ class Source:
         n = SECONDS * rate
         truth = np.zeros(SECONDS * 100, bool)
         x = np.zeros(n)
-        alone = rng.random() < 0.12
+        alone = rng.random() < 0.13
         if not alone:
             x, truth = self.speech(rng)
             x = room(rng, x) if rng.random() < 0.4 else x

@@ -47,9 +47,9 @@ def decide(scores, per_second, enter=0.5, stay=0.4, hold=0.06):
     return out
 
 
-def on_frames(answers, per_second, frames):
-    """Answers that follow each other in equal steps, at the middle of each frame."""
-    at = (np.arange(frames) + 0.5) * FRAME * per_second
+def on_frames(answers, per_second, frames, late):
+    """Answers that follow each other in equal steps, `late` seconds after the middle of each frame."""
+    at = ((np.arange(frames) + 0.5) * FRAME + late) * per_second
     return answers[np.clip(at.astype(int), 0, len(answers) - 1)]
 
 

@@ -1,6 +1,7 @@
 """Spoken prompts and music from Debian's packages, for what is learnt and for what is tested."""
 import subprocess
 import tempfile
+import zlib
 from pathlib import Path
 
 import numpy as np
@@ -18,15 +19,16 @@ LESSON_TALKERS = {"italian": "asterisk/sounds/it_IT_f_Menardi/**/*.alaw",
                   **{f"ktuberling-{x}": f"ktuberling/sounds/{x}/*.*" for x in ("ca", "el", "lt", "uk")},
                   **{f"dutch-{voice}": f"games/fillets-ng/sound/**/nl/*-{voice}-*.ogg" for voice in "mv"},
                   **{f"klettres-{x}": f"klettres/{x}/*/*.*" for x in
-                     "da de lt pt_BR ru tn uk".split()}}
+                     "da de en_GB fr lt nds nl pt_BR ru tn uk".split()}}
+# No tracker music: notes that vary by chance are decoded another way each time.
 LESSON_MUSIC = ("games/asc/music/*.mp3", "games/etr/music/*.ogg", "games/frozen-bubble/snd/*zik*.ogg",
-                "games/pingus/data/music/*.it")
+                "games/fillets-ng/music/*.ogg", "games/colobot/music/*.ogg", "hyperrogue/music/hr3-*.ogg")
 EFFECTS = ("sounds/freedesktop/**/*.oga", "games/xblast-tnt/sounds/*.raw", "games/etr/sounds/*.wav",
-           "games/frozen-bubble/snd/[!fins]*.ogg")
+           "games/frozen-bubble/snd/[!fins]*.ogg", "games/colobot/sounds/*.wav")
 PACKAGES = (*(f"asterisk-core-sounds-{language}-g722" for language in ("en", "es", "fr", "it", "ru")),
-            "asterisk-moh-opsound-g722", "asterisk-prompt-it-menardi-alaw", "ktuberling-data", "fillets-ng-data-nl",
-            "klettres-data", "asc-music", "extremetuxracer-data",
-            "frozen-bubble-data", "pingus-data", "sound-theme-freedesktop", "xblast-tnt-sounds")
+            "asterisk-moh-opsound-g722", "asterisk-prompt-it-menardi-alaw", "ktuberling-data", "fillets-ng-data",
+            "fillets-ng-data-nl", "klettres-data", "asc-music", "extremetuxracer-data",
+            "frozen-bubble-data", "hyperrogue-music", "colobot-common-sounds", "sound-theme-freedesktop", "xblast-tnt-sounds")
 RAW_FORMATS = {".g722": ["-f", "g722"], ".gsm": ["-f", "gsm"], ".alaw": ["-f", "alaw", "-ar", "8000"],
                ".raw": ["-f", "s16le", "-ar", "11025"]}
 
@@ -107,11 +109,12 @@ class Store:
         self.kept = Path(folder, "decoded")
         self.kept.mkdir(parents=True, exist_ok=True)
 
-    def clips(self, name, files, keep=lambda x: True):
-        path = self.kept / (name.replace("/", "-") + ".npz")
+    def clips(self, name, files):
+        """What of the files can be decoded. What is kept belongs to these very files."""
+        mark = zlib.crc32("\n".join(f"{file.relative_to(self.share)} {file.stat().st_size}" for file in files).encode())
+        path = self.kept / f"{name}-{mark:08x}.npz"
         if not path.exists():
-            clips = [x for x in read(files) if len(x) and keep(x)]
-            np.savez(path, *clips)
+            np.savez(path, *[x for x in read(files) if len(x)])
         with np.load(path) as archive:
             return [archive[key] for key in archive.files]
 
@@ -134,7 +137,7 @@ class Store:
         for name, pattern in LESSON_TALKERS.items():
             files = self.files(pattern)
             order = np.random.default_rng(len(files)).permutation(len(files))[:250]
-            talkers.append(self.clips(name, [files[i] for i in sorted(order)], is_clean))
+            talkers.append([x for x in self.clips(name, [files[i] for i in sorted(order)]) if is_clean(x)])
         return [clips for clips in talkers if len(clips) >= 15]
 
     def lesson_music(self):
