@@ -158,7 +158,7 @@ public class KorvaneStreamTest {
     }
 
     private static Config config(int channels) {
-        return new Config(16000, channels).segments(100, 50, 700).padding(20, 30);
+        return new Config(16000, channels).scores(0.05F, 0.02F).segments(100, 50, 700).padding(20, 30); // bursts of noise count
     }
 
     /** What is told of the sound handed over whole, and the cleaned samples. */
