@@ -43,7 +43,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* input, size_t size) {
             require(samples >= 0 && samples <= 1'000'000'000'000'000, "times are in range");
         }
         try {
-            const int frame = options.frame_length("x", rate);
+            const int frame = options.stream("x", rate, 1).frame_length;
             require(frame >= 1 && frame <= 4096, "a frame fits");
         } catch (const Failure&) {
         }
