@@ -9,7 +9,6 @@
 #include <cstring>
 
 #include "korvane_stream.h"
-#include "native_methods.h"
 
 namespace {
 
@@ -224,10 +223,32 @@ jstring version(JNIEnv* env, jclass /*type*/) {
     return env->NewStringUTF(korvane_stream_version());
 }
 
+template <typename Function>
+JNINativeMethod method(const char* name, const char* signature, Function* function) {
+    // Only the desktop's jni.h asks for strings that may be written to.
+    return {const_cast<char*>(name), const_cast<char*>(signature),
+            reinterpret_cast<void*>(function)};
+}
+
 }  // namespace
 
+/** Binds the native methods and finds the class's own when the library is loaded: a name or signature that
+ * does not match the class fails here, not at the first call. */
 extern "C" JNIEXPORT jint JNICALL JNI_OnLoad(JavaVM* machine, void* /*reserved*/) {
-    using korvane::method;
+    JNIEnv* env = nullptr;
+    if (machine->GetEnv(reinterpret_cast<void**>(&env), JNI_VERSION_1_6) != JNI_OK) {
+        return JNI_ERR;
+    }
+    jclass type = env->FindClass("com/korvane/vad/KorvaneStream");
+    if (type == nullptr) {
+        return JNI_ERR;
+    }
+    add_result_method = env->GetMethodID(type, "addResult", "(JIZFFF)V");
+    add_event_method =
+        add_result_method == nullptr ? nullptr : env->GetMethodID(type, "addEvent", "(ZJJZ)V");
+    if (add_event_method == nullptr) {
+        return JNI_ERR;
+    }
     const JNINativeMethod methods[] = {
         method("nativeDefaults", "(II[I[F)Ljava/lang/String;", defaults),
         method("nativeSize", "()I", size),
@@ -242,12 +263,6 @@ extern "C" JNIEXPORT jint JNICALL JNI_OnLoad(JavaVM* machine, void* /*reserved*/
         method("nativeReset", "(Ljava/nio/ByteBuffer;)V", reset),
         method("nativeVersion", "()Ljava/lang/String;", version),
     };
-    return korvane::bind_methods(
-        machine, "com/korvane/vad/KorvaneStream", methods, [](JNIEnv* env, jclass type) {
-            add_result_method = env->GetMethodID(type, "addResult", "(JIZFFF)V");
-            add_event_method = add_result_method == nullptr
-                                   ? nullptr
-                                   : env->GetMethodID(type, "addEvent", "(ZJJZ)V");
-            return add_event_method != nullptr;
-        });
+    const jint count = sizeof methods / sizeof methods[0];
+    return env->RegisterNatives(type, methods, count) == JNI_OK ? JNI_VERSION_1_6 : JNI_ERR;
 }

@@ -9,7 +9,6 @@
 #include <cstring>
 
 #include "korvane_vad.h"
-#include "native_methods.h"
 
 namespace {
 
@@ -62,16 +61,32 @@ jstring version(JNIEnv* env, jclass /*type*/) {
     return env->NewStringUTF(VoiceActivityDetectionVersion());
 }
 
+template <typename Function>
+JNINativeMethod method(const char* name, const char* signature, Function* function) {
+    // Only the desktop's jni.h asks for strings that may be written to.
+    return {const_cast<char*>(name), const_cast<char*>(signature),
+            reinterpret_cast<void*>(function)};
+}
+
 }  // namespace
 
+/** Binds the native methods when the library is loaded: a name or signature that does not match the
+ * class fails here, not at the first call. */
 extern "C" JNIEXPORT jint JNICALL JNI_OnLoad(JavaVM* machine, void* /*reserved*/) {
-    using korvane::method;
+    JNIEnv* env = nullptr;
+    if (machine->GetEnv(reinterpret_cast<void**>(&env), JNI_VERSION_1_6) != JNI_OK) {
+        return JNI_ERR;
+    }
+    jclass type = env->FindClass("com/korvane/vad/KorvaneVad");
+    if (type == nullptr) {
+        return JNI_ERR;
+    }
     const JNINativeMethod methods[] = {
         method("nativeStart", "(III)V", start),
         method("nativeProcess", "([S[S)Z", process_array),
         method("nativeProcess", "(Ljava/nio/ByteBuffer;I)Z", process_buffer),
         method("nativeVersion", "()Ljava/lang/String;", version),
     };
-    return korvane::bind_methods(machine, "com/korvane/vad/KorvaneVad", methods,
-                                 [](JNIEnv* /*env*/, jclass /*type*/) { return true; });
+    const jint count = sizeof methods / sizeof methods[0];
+    return env->RegisterNatives(type, methods, count) == JNI_OK ? JNI_VERSION_1_6 : JNI_ERR;
 }
