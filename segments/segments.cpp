@@ -14,6 +14,8 @@ constexpr int64_t kHangoverSamples = 19200;
 constexpr int64_t kHuge = int64_t{1} << 60;
 constexpr int64_t kNever = 2 * kHuge;
 
+int64_t longest_delay(int64_t onset, int64_t hangover) { return 3 * (onset + hangover); }
+
 /** Joins a segment with one that begins no earlier. */
 void absorb(Segment& segment, const Segment& next) {
     segment.end = std::max(segment.end, next.end);
@@ -164,6 +166,15 @@ Timing timing_of(int rate, int frame) {
     }
     return {frame, delay_of(rate), whole_frames(kOnsetSamples, frame),
             whole_frames(kHangoverSamples, frame)};
+}
+
+Timing timing_of(int rate, int frame, int onset_ms, int hangover_ms, int lag_ms) {
+    const auto run = [&](int milliseconds) {
+        return whole_frames(std::max<int64_t>(samples_of(milliseconds, rate), 1), frame);
+    };
+    Timing timing{frame, 0, run(onset_ms), run(hangover_ms)};
+    timing.delay = std::min(samples_of(lag_ms, rate), longest_delay(timing.onset, timing.hangover));
+    return timing;
 }
 
 const char* status_text(Status status) {

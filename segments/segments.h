@@ -33,8 +33,14 @@ int64_t delay_of(int rate);
  * all is 0, which segmenter_init refuses. */
 Timing timing_of(int rate, int frame);
 
-/** The longest delay that a segmenter takes with these runs. */
-constexpr int64_t longest_delay(int64_t onset, int64_t hangover) { return 3 * (onset + hangover); }
+/** The nearest number of samples. */
+constexpr int64_t samples_of(int milliseconds, int rate) {
+    return (int64_t{milliseconds} * rate + 500) / 1000;
+}
+
+/** Of decisions on the input's own frames, which take at least a frame for onset and hang-over. A lag is
+ * cut to the longest delay that a segmenter takes with these runs. Rate and frame as above. */
+Timing timing_of(int rate, int frame, int onset_ms, int hangover_ms, int lag_ms);
 
 /** The next multiple of a frame, `samples` itself where it is one. */
 int64_t whole_frames(int64_t samples, int64_t frame);

@@ -22,11 +22,6 @@ constexpr int32_t kTwoBandRate = 25000;
 constexpr int32_t kDetectorOnset = 480;
 constexpr int32_t kDetectorHangover = 19200;
 
-/** The nearest number of samples. */
-int32_t samples_of(int32_t milliseconds, int32_t rate) {
-    return static_cast<int32_t>((int64_t{milliseconds} * rate + 500) / 1000);
-}
-
 int32_t nearest_q15(float score) { return static_cast<int32_t>(std::lround(score * 32768)); }
 
 bool is_score(float score) { return score >= 0 && score <= 1; }
@@ -67,20 +62,13 @@ int32_t error_in(const KorvaneStreamConfig& c) {
 }
 
 /** When frames are decided, and how late. */
-segments::Timing timing_of(const StreamSettings& s) {
-    if (s.decision == KORVANE_DECISION_DETECTOR) {
-        return segments::timing_of(s.rate, s.frame);
+segments::Timing timing_of(const KorvaneStreamConfig& c) {
+    if (c.decision == KORVANE_DECISION_DETECTOR) {
+        return segments::timing_of(c.sampling_rate, c.frame_length);
     }
-    const auto run = [&](int32_t samples) {
-        return segments::whole_frames(std::max<int32_t>(samples, 1), s.frame);
-    };
-    segments::Timing timing{s.frame, 0, run(s.onset),
-                            run(s.hangover)};  // whose frames are the input's
-    if (s.decision == KORVANE_DECISION_ADAPTIVE) {
-        timing.delay = std::min<int64_t>(samples_of(KORVANE_STREAM_SCORE_LAG_MS, s.rate),
-                                         segments::longest_delay(timing.onset, timing.hangover));
-    }
-    return timing;
+    const bool adaptive = c.decision == KORVANE_DECISION_ADAPTIVE;
+    return segments::timing_of(c.sampling_rate, c.frame_length, c.onset_ms, c.hangover_ms,
+                               adaptive ? KORVANE_STREAM_SCORE_LAG_MS : 0);
 }
 
 }  // namespace
@@ -107,7 +95,7 @@ int32_t settings_of(const KorvaneStreamConfig& c, StreamSettings& settings) {
         return error;
     }
     const auto samples = [&](int32_t milliseconds) {
-        return samples_of(milliseconds, c.sampling_rate);
+        return static_cast<int32_t>(segments::samples_of(milliseconds, c.sampling_rate));
     };
     const BandGain& gain = c.sampling_rate < kTwoBandRate ? kOneBand : kTwoBands;
     StreamSettings s = {};
@@ -125,7 +113,7 @@ int32_t settings_of(const KorvaneStreamConfig& c, StreamSettings& settings) {
     s.hangover = counts ? kDetectorHangover : samples(c.hangover_ms);
     s.loss = gain.loss;
     s.restoring = c.restore_level != 0 ? gain.restoring : 0;
-    s.timing = timing_of(s);
+    s.timing = timing_of(c);
     s.rules.min_gap = samples(c.min_gap_ms);
     s.rules.min_speech = samples(c.min_speech_ms);
     // At least a sample: none would mean never.

@@ -1,6 +1,5 @@
 #include "tools/batch/finding.h"
 
-#include <algorithm>
 #include <optional>
 #include <stdexcept>
 
@@ -11,26 +10,15 @@ namespace korvane::tool {
 
 namespace {
 
-/** When frames are decided. The detector's lie before the input by the delay and its counts are
- * samples; the others' are the input's, and their times are rounded as the library rounds them. */
-segments::Timing timing_of(const KorvaneStreamConfig& config) {
-    const int rate = config.sampling_rate;
-    const int frame = config.frame_length;
-    if (config.decision == KORVANE_DECISION_DETECTOR) {
-        return segments::timing_of(rate, frame);
+/** When frames are decided, as the library has it. */
+segments::Timing timing_of(const KorvaneStreamConfig& c) {
+    const int rate = c.sampling_rate;
+    if (c.decision == KORVANE_DECISION_DETECTOR) {
+        return segments::timing_of(rate, c.frame_length);
     }
-    const auto samples = [rate](int32_t milliseconds) {
-        return (int64_t{milliseconds} * rate + 500) / 1000;
-    };
-    const auto run = [&](int32_t milliseconds) {
-        return segments::whole_frames(std::max<int64_t>(samples(milliseconds), 1), frame);
-    };
-    segments::Timing timing{frame, 0, run(config.onset_ms), run(config.hangover_ms)};
-    if (config.decision == KORVANE_DECISION_ADAPTIVE) {
-        timing.delay = std::min(samples(KORVANE_STREAM_SCORE_LAG_MS),
-                                segments::longest_delay(timing.onset, timing.hangover));
-    }
-    return timing;
+    const bool adaptive = c.decision == KORVANE_DECISION_ADAPTIVE;
+    return segments::timing_of(rate, c.frame_length, c.onset_ms, c.hangover_ms,
+                               adaptive ? KORVANE_STREAM_SCORE_LAG_MS : 0);
 }
 
 }  // namespace
