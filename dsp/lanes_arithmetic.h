@@ -14,7 +14,7 @@
 namespace korvane::KORVANE_ISA {
 
 // NOLINTBEGIN(bugprone-macro-parentheses): a name cannot stand in them
-// The operation on each half, where there is more than one register; one that takes a constant.
+// Where there is more than one register, an operation goes by halves.
 #define KORVANE_BY_HALVES(operation)                                                        \
     template <int N, class... Rest>                                                         \
     requires(!OneRegister<N>) KORVANE_INLINE Lanes<N> operation(Lanes<N> a, Rest... rest) { \
@@ -25,33 +25,50 @@ namespace korvane::KORVANE_ISA {
     requires(!OneRegister<N>) KORVANE_INLINE Lanes<N> operation(Lanes<N> a) {  \
         return {operation<kConstant>(a.lower), operation<kConstant>(a.upper)}; \
     }
+/** An operation on two vectors, with its result on one register. */
+#define KORVANE_OF_TWO(operation, ...)                                                   \
+    KORVANE_BY_HALVES(operation)                                                         \
+    template <int N>                                                                     \
+    requires(OneRegister<N>) KORVANE_INLINE Lanes<N> operation(Lanes<N> a, Lanes<N> b) { \
+        return __VA_ARGS__;                                                              \
+    }
+/** One on a vector and a number of bits. */
+#define KORVANE_BY_BITS(operation, ...) \
+    KORVANE_BY_HALVES_WITH(operation)   \
+    template <int kBits, int N>         \
+    requires(OneRegister<N>) KORVANE_INLINE Lanes<N> operation(Lanes<N> a) { return __VA_ARGS__; }
 // NOLINTEND(bugprone-macro-parentheses)
-KORVANE_BY_HALVES(add_wrap)
-KORVANE_BY_HALVES(sub_wrap)
+KORVANE_OF_TWO(add_wrap, Lanes<N>::of_bits(a.bits() + b.bits()))
+KORVANE_OF_TWO(sub_wrap, Lanes<N>::of_bits(a.bits() - b.bits()))
+KORVANE_OF_TWO(bit_and, {a.v & b.v})
+KORVANE_OF_TWO(bit_or, {a.v | b.v})
+KORVANE_OF_TWO(greater, {a.v > b.v})
+KORVANE_OF_TWO(minimum, {a.v < b.v ? a.v : b.v})
+KORVANE_OF_TWO(maximum, {a.v > b.v ? a.v : b.v})
+KORVANE_BY_BITS(shl, Lanes<N>::of_bits(a.bits() << kBits))
+KORVANE_BY_BITS(asr, {a.v >> kBits})
+KORVANE_BY_BITS(lsr, Lanes<N>::of_bits(a.bits() >> kBits))
+KORVANE_OF_TWO(mul_wrap, Lanes<N>::of_bits(a.bits() * b.bits()))
+KORVANE_OF_TWO(mul_samples, mul_wrap(a, b))
+KORVANE_OF_TWO(mul_narrow, mul_wrap(a, b))
+KORVANE_OF_TWO(mul_add_pairs, add_wrap(mul_wrap(asr<16>(a), asr<16>(b)),
+                                       mul_wrap(asr<16>(shl<16>(a)), asr<16>(shl<16>(b)))))
+// With a = 65536*h + l, l not negative, both products fit 32 bits.
+KORVANE_OF_TWO(mul_half_q15,
+               add_wrap(mul_wrap(asr<16>(a), b),
+                        asr<16>(mul_wrap(bit_and(a, Lanes<N>::broadcast(0xFFFF)), b))))
+KORVANE_OF_TWO(mul_half_positive, mul_half_q15(a, b))
+KORVANE_OF_TWO(mul_half_negative, mul_half_q15(a, b))
+KORVANE_OF_TWO(mul_half_upper, mul_half_q15(a, asr<16>(b)))
+KORVANE_OF_TWO(mul_half_upper_positive, mul_half_upper(a, b))
+KORVANE_OF_TWO(shl_each, select(greater(b, Lanes<N>::broadcast(31)), Lanes<N>::broadcast(0),
+                                Lanes<N>::of_bits(a.bits() << (b.bits() & 31))))
+KORVANE_OF_TWO(asr_each, {a.v >> (b.v & 31)})
 KORVANE_BY_HALVES(neg_wrap)
-KORVANE_BY_HALVES(bit_and)
-KORVANE_BY_HALVES(bit_or)
-KORVANE_BY_HALVES(greater)
 KORVANE_BY_HALVES(select)
-KORVANE_BY_HALVES(minimum)
-KORVANE_BY_HALVES(maximum)
-KORVANE_BY_HALVES(mul_wrap)
-KORVANE_BY_HALVES(mul_samples)
-KORVANE_BY_HALVES(mul_narrow)
-KORVANE_BY_HALVES(mul_add_pairs)
-KORVANE_BY_HALVES(mul_half_q15)
-KORVANE_BY_HALVES(mul_half_positive)
-KORVANE_BY_HALVES(mul_half_negative)
-KORVANE_BY_HALVES(mul_half_upper)
-KORVANE_BY_HALVES(mul_half_upper_positive)
 KORVANE_BY_HALVES(add_half_negative)
 KORVANE_BY_HALVES(leading_zeros)
 KORVANE_BY_HALVES(straight_log2)
-KORVANE_BY_HALVES(shl_each)
-KORVANE_BY_HALVES(asr_each)
-KORVANE_BY_HALVES_WITH(shl)
-KORVANE_BY_HALVES_WITH(asr)
-KORVANE_BY_HALVES_WITH(lsr)
 KORVANE_BY_HALVES_WITH(mul_half_by)
 #if KORVANE_LANES > 1 && !defined(__ARM_NEON)
 KORVANE_BY_HALVES(normalising_scale)
@@ -60,79 +77,18 @@ KORVANE_BY_HALVES(root_scale)
 KORVANE_BY_HALVES(root_scale_up)
 KORVANE_BY_HALVES(root_scale_down)
 #endif
+#undef KORVANE_OF_TWO
+#undef KORVANE_BY_BITS
 #undef KORVANE_BY_HALVES
 #undef KORVANE_BY_HALVES_WITH
 
-// On one register.
-
-template <int N>
-requires(OneRegister<N>) KORVANE_INLINE Lanes<N> add_wrap(Lanes<N> a, Lanes<N> b) {
-    return Lanes<N>::of_bits(a.bits() + b.bits());
-}
-template <int N>
-requires(OneRegister<N>) KORVANE_INLINE Lanes<N> sub_wrap(Lanes<N> a, Lanes<N> b) {
-    return Lanes<N>::of_bits(a.bits() - b.bits());
-}
 template <int N>
 requires(OneRegister<N>) KORVANE_INLINE Lanes<N> neg_wrap(Lanes<N> a) {
     return Lanes<N>::of_bits(-a.bits());
 }
 template <int N>
-requires(OneRegister<N>) KORVANE_INLINE Lanes<N> bit_and(Lanes<N> a, Lanes<N> b) {
-    return {a.v & b.v};
-}
-template <int N>
-requires(OneRegister<N>) KORVANE_INLINE Lanes<N> bit_or(Lanes<N> a, Lanes<N> b) {
-    return {a.v | b.v};
-}
-template <int kBits, int N>
-requires(OneRegister<N>) KORVANE_INLINE Lanes<N> shl(Lanes<N> a) {
-    return Lanes<N>::of_bits(a.bits() << kBits);
-}
-template <int kBits, int N>
-requires(OneRegister<N>) KORVANE_INLINE Lanes<N> asr(Lanes<N> a) { return {a.v >> kBits}; }
-template <int kBits, int N>
-requires(OneRegister<N>) KORVANE_INLINE Lanes<N> lsr(Lanes<N> a) {
-    return Lanes<N>::of_bits(a.bits() >> kBits);
-}
-template <int N>
-requires(OneRegister<N>) KORVANE_INLINE Lanes<N> greater(Lanes<N> a, Lanes<N> b) {
-    return {a.v > b.v};
-}
-template <int N>
 requires(OneRegister<N>) KORVANE_INLINE Lanes<N> select(Lanes<N> mask, Lanes<N> a, Lanes<N> b) {
     return {mask.v != 0 ? a.v : b.v};
-}
-template <int N>
-requires(OneRegister<N>) KORVANE_INLINE Lanes<N> minimum(Lanes<N> a, Lanes<N> b) {
-    return {a.v < b.v ? a.v : b.v};
-}
-template <int N>
-requires(OneRegister<N>) KORVANE_INLINE Lanes<N> maximum(Lanes<N> a, Lanes<N> b) {
-    return {a.v > b.v ? a.v : b.v};
-}
-template <int N>
-requires(OneRegister<N>) KORVANE_INLINE Lanes<N> mul_wrap(Lanes<N> a, Lanes<N> b) {
-    return Lanes<N>::of_bits(a.bits() * b.bits());
-}
-template <int N>
-requires(OneRegister<N>) KORVANE_INLINE Lanes<N> mul_samples(Lanes<N> a, Lanes<N> b) {
-    return mul_wrap(a, b);
-}
-template <int N>
-requires(OneRegister<N>) KORVANE_INLINE Lanes<N> mul_narrow(Lanes<N> a, Lanes<N> b) {
-    return mul_wrap(a, b);
-}
-template <int N>
-requires(OneRegister<N>) KORVANE_INLINE Lanes<N> mul_add_pairs(Lanes<N> a, Lanes<N> b) {
-    return add_wrap(mul_wrap(asr<16>(a), asr<16>(b)),
-                    mul_wrap(asr<16>(shl<16>(a)), asr<16>(shl<16>(b))));
-}
-template <int N>
-requires(OneRegister<N>) KORVANE_INLINE Lanes<N> mul_half_q15(Lanes<N> a, Lanes<N> c) {
-    // With a = 65536*h + l, l not negative, both products fit 32 bits.
-    const Lanes<N> low = bit_and(a, Lanes<N>::broadcast(0xFFFF));
-    return add_wrap(mul_wrap(asr<16>(a), c), asr<16>(mul_wrap(low, c)));
 }
 template <int kC, int N>
 requires(OneRegister<N>) KORVANE_INLINE Lanes<N> mul_half_by(Lanes<N> a) {
@@ -151,22 +107,6 @@ KORVANE_INLINE Opposites<Lanes<N>> mul_half_both(Lanes<N> a) {
         const auto high = mul_half_both<kC>(a.upper);
         return {{low.positive, high.positive}, {low.negative, high.negative}};
     }
-}
-template <int N>
-requires(OneRegister<N>) KORVANE_INLINE Lanes<N> mul_half_positive(Lanes<N> a, Lanes<N> c) {
-    return mul_half_q15(a, c);
-}
-template <int N>
-requires(OneRegister<N>) KORVANE_INLINE Lanes<N> mul_half_negative(Lanes<N> a, Lanes<N> c) {
-    return mul_half_q15(a, c);
-}
-template <int N>
-requires(OneRegister<N>) KORVANE_INLINE Lanes<N> mul_half_upper(Lanes<N> a, Lanes<N> b) {
-    return mul_half_q15(a, asr<16>(b));
-}
-template <int N>
-requires(OneRegister<N>) KORVANE_INLINE Lanes<N> mul_half_upper_positive(Lanes<N> a, Lanes<N> b) {
-    return mul_half_upper(a, b);
 }
 template <int N>
 requires(OneRegister<N>) KORVANE_INLINE Lanes<N> add_half_negative(Lanes<N> sum, Lanes<N> a,
@@ -188,15 +128,6 @@ requires(OneRegister<N>) KORVANE_INLINE Lanes<N> straight_log2(Lanes<N> a) {
     const auto floats = convert<typename Vectors<N>::Floats>(a.v & ~low.v);
     const Lanes<N> bits = {reinterpret_cast<typename Lanes<N>::Register>(floats)};
     return sub_wrap(lsr<8>(bits), Lanes<N>::broadcast(127 << 15));
-}
-template <int N>
-requires(OneRegister<N>) KORVANE_INLINE Lanes<N> shl_each(Lanes<N> a, Lanes<N> n) {
-    const Lanes<N> shifted = Lanes<N>::of_bits(a.bits() << (n.bits() & 31));
-    return select(greater(n, Lanes<N>::broadcast(31)), Lanes<N>::broadcast(0), shifted);
-}
-template <int N>
-requires(OneRegister<N>) KORVANE_INLINE Lanes<N> asr_each(Lanes<N> a, Lanes<N> n) {
-    return {a.v >> (n.v & 31)};
 }
 
 /** The sum of the lanes, wrapping. */

@@ -20,39 +20,15 @@
 namespace korvane::KORVANE_ISA {
 
 // Of plain numbers.
-using korvane::add_half_negative;
-using korvane::add_wrap;
-using korvane::any_negative;
-using korvane::asr;
-using korvane::asr_each;
-using korvane::bit_and;
-using korvane::bit_or;
-using korvane::greater;
-using korvane::leading_zeros;
-using korvane::lsr;
-using korvane::maximum;
-using korvane::minimum;
-using korvane::mul_add_pairs;
-using korvane::mul_half_both;
-using korvane::mul_half_by;
-using korvane::mul_half_negative;
-using korvane::mul_half_positive;
-using korvane::mul_half_q15;
-using korvane::mul_half_upper;
-using korvane::mul_half_upper_positive;
-using korvane::mul_narrow;
-using korvane::mul_q15;
-using korvane::mul_samples;
-using korvane::mul_wrap;
-using korvane::neg_wrap;
-using korvane::reverse;
-using korvane::select;
-using korvane::shl;
-using korvane::shl_each;
-using korvane::store;
-using korvane::straight_log2;
-using korvane::sub_wrap;
-using korvane::sum_lanes;
+using korvane::add_half_negative, korvane::add_wrap, korvane::any_negative, korvane::asr,
+    korvane::asr_each, korvane::bit_and, korvane::bit_or, korvane::greater, korvane::leading_zeros,
+    korvane::lsr, korvane::maximum, korvane::minimum, korvane::mul_add_pairs,
+    korvane::mul_half_both, korvane::mul_half_by, korvane::mul_half_negative,
+    korvane::mul_half_positive, korvane::mul_half_q15, korvane::mul_half_upper,
+    korvane::mul_half_upper_positive, korvane::mul_narrow, korvane::mul_q15, korvane::mul_samples,
+    korvane::mul_wrap, korvane::neg_wrap, korvane::reverse, korvane::select, korvane::shl,
+    korvane::shl_each, korvane::store, korvane::straight_log2, korvane::sub_wrap,
+    korvane::sum_lanes;
 
 inline constexpr int kNativeLanes = KORVANE_LANES;
 /** Whether there are operations for values that are not negative that save instructions. */

@@ -86,12 +86,7 @@ template <int N>
 KORVANE_INLINE Lanes<N> lower_bits(Lanes<N> a) {
     return bit_and(a, Lanes<N>::broadcast(0xFFFF));
 }
-/** The product with the upper 16 bits of c, read as unsigned; the lower ones are zero. */
-template <int N>
-KORVANE_INLINE Lanes<N> mul_unsigned(Lanes<N> a, Lanes<N> c) {
-    return add_wrap(multiply_add_halves(a, c), multiply_high_halves(a, lsr<16>(c)));
-}
-/** What that is too much: l where c is negative. */
+/** What is too much where c, negative, was read as unsigned: l. */
 template <int N>
 KORVANE_INLINE Lanes<N> excess(Lanes<N> a, Lanes<N> c) {
     return bit_and(a, lsr<16>(asr<31>(c)));
@@ -116,7 +111,8 @@ requires(FullRegister<N>) KORVANE_INLINE Lanes<N> add_half_negative(Lanes<N> sum
 }
 template <int N>
 requires(FullRegister<N>) KORVANE_INLINE Lanes<N> mul_half_upper_positive(Lanes<N> a, Lanes<N> b) {
-    return mul_unsigned(a, bit_and(b, Lanes<N>::broadcast(-65536)));
+    const Lanes<N> upper = bit_and(b, Lanes<N>::broadcast(-65536));
+    return add_wrap(multiply_add_halves(a, upper), multiply_high_halves(a, lsr<16>(b)));
 }
 template <int N>
 requires(FullRegister<N>) KORVANE_INLINE Lanes<N> mul_half_upper(Lanes<N> a, Lanes<N> b) {

@@ -136,7 +136,6 @@ TEST(Tables, WindowIsTheKaiserBesselDerived) {
     for (size_t k = 0; k < 144; ++k) {
         const long value = std::lround(32768 * std::sqrt(sums[k] / sum));
         EXPECT_EQ(kWindow[k], std::min(value, 32767L)) << k;
-        EXPECT_EQ(kWindow[144 + k], 0);
     }
 }
 
