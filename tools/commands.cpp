@@ -6,11 +6,13 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <deque>
 #include <filesystem>
 #include <memory>
 #include <optional>
 #include <set>
 #include <stdexcept>
+#include <utility>
 
 #include "tools/audio/audio_sink.h"
 #include "tools/audio/sample_spool.h"
@@ -71,45 +73,81 @@ Tick drawing(ProgressBar& bar) {
 
 // ---- detect --------------------------------------------------------------------------------
 
+/** The result of one detector, line by line, each as soon as it is certain. */
+class LiveResult {
+  public:
+    /** @param lines_begun  whether a segment has been written, by this one or by another */
+    LiveResult(ResultFormat format, const ResultHeader& header, TextOutput& output,
+               bool& lines_begun)
+        : format_(format),
+          header_(header),
+          output_(output),
+          lines_begun_(lines_begun),
+          segmenting_(header) {}
+
+    void add(const Frame& frame) {
+        doubt_.add(frame);
+        if (const std::optional<segments::Onset> onset = segmenting_.add(frame.speech)) {
+            output_.write(live_onset(format_, header_, *onset, frame));
+        }
+        write_settled();
+        output_.flush();
+    }
+
+    void finish(int64_t length) {
+        segmenting_.finish(length);
+        write_settled();
+    }
+
+    void sum_up(const StreamTotals& totals) {
+        output_.write(live_end(format_, header_, totals, count_));
+    }
+
+    std::string doubt(int64_t length) const { return doubt_.about(header_, length); }
+
+  private:
+    void write_settled() {
+        while (const std::optional<segments::Segment> segment = segmenting_.take()) {
+            const bool heads = !std::exchange(lines_begun_, true);
+            output_.write(live_segment(format_, header_, heads, count_++, *segment));
+        }
+    }
+
+    ResultFormat format_;
+    const ResultHeader& header_;
+    TextOutput& output_;
+    bool& lines_begun_;
+    Segmenting segmenting_;
+    Doubt doubt_;
+    int64_t count_ = 0;
+};
+
 int detect_live(const std::string& name, const Options& options) {
     prepare_for_interruption(name);
     Work work(name, options);
-    const ResultFormat format = options.format;
-    const ResultHeader& header = work.header;
     TextOutput output(options.output);
-    Segmenting segmenting(header);
-    Doubt doubt;
-    int64_t count = 0;
-    const auto write_settled = [&] {
-        while (const std::optional<segments::Segment> segment = segmenting.take()) {
-            output.write(live_segment(format, header, count++, *segment));
-        }
-    };
-    output.write(live_begin(format, header));
+    bool lines_begun = false;
+    std::deque<LiveResult> results;
+    std::vector<Listener> listeners;
+    for (const ResultHeader& header : work.headers) {
+        LiveResult& result = results.emplace_back(options.format, header, output, lines_begun);
+        listeners.push_back({.frame = [&result](const Frame& frame) { result.add(frame); }});
+    }
+    output.write(live_begin(options.format, work.headers));
     output.flush();
-    int64_t length = 0;
-    const auto finish = [&] {
-        segmenting.finish(length);
-        write_settled();
-    };
-    const auto answer = [&](const Frame& frame) {
-        doubt.add(frame);
-        if (const std::optional<segments::Onset> onset = segmenting.add(frame.speech)) {
-            output.write(live_onset(format, header, *onset, frame));
-        }
-        write_settled();
-        output.flush();
-    };
-    const StreamTotals totals =
-        listen_to(work, options, holds_digest(format),
-                  {.input = [&](const int16_t*, int64_t n) { length += n; }, .frame = answer});
-    finish();
-    if (totals.fault.empty()) {  // that no summary follows tells a fault from a sound end
-        output.write(live_end(format, header, totals, count));
+    const std::vector<StreamTotals> totals =
+        listen_to(work, options, holds_digest(options.format), listeners);
+    for (std::size_t i = 0; i < results.size(); ++i) {
+        results[i].finish(totals[i].length);
+    }
+    for (std::size_t i = 0; i < results.size(); ++i) {
+        results[i].sum_up(totals[i]);
     }
     output.commit();
-    warn(options, name, doubt.about(header.source, length));
-    return status_after(totals.fault);
+    for (std::size_t i = 0; i < results.size(); ++i) {
+        warn(options, name, results[i].doubt(totals[i].length));
+    }
+    return status_after(totals[0].fault);
 }
 
 int detect_one(const std::string& name, const Options& options) {
@@ -126,8 +164,7 @@ int detect_one(const std::string& name, const Options& options) {
         return finding.speech ? 0 : std::max(status_after_stream(), 1);
     }
     TextOutput output(options.output);
-    output.write(file_prologue(options.format, false) + finding.text +
-                 file_epilogue(options.format, false));
+    output.write(file_prologue(options.format) + finding.text + file_epilogue(options.format));
     output.commit();
     warn(options, name, finding.doubt);
     return status_after(finding.fault);
@@ -157,18 +194,21 @@ int run_frames(const Options& options) {
     ProgressBar bar = bar_for(options, name, options.output.empty());
     const Tick tick = drawing(bar);
     const bool live = is_live_input(name);
-    output.write(frames_begin(options.format, work.header));
-    const auto write = [&](const Frame& frame) {
-        output.write(frame_line(options.format, work.header, frame));
-        if (live) {
-            output.flush();
-        }
-        work.tick(frame, tick);
-    };
-    const StreamTotals totals = listen_to(work, options, false, {.frame = write});
+    output.write(frames_begin(options.format, work.headers[0]));
+    std::vector<Listener> listeners;
+    for (const ResultHeader& header : work.headers) {
+        listeners.push_back({.frame = [&](const Frame& frame) {
+            output.write(frame_line(options.format, header, frame));
+            if (live) {
+                output.flush();
+            }
+            work.tick(frame, tick);
+        }});
+    }
+    const std::vector<StreamTotals> totals = listen_to(work, options, false, listeners);
     bar.wipe();
     output.commit();
-    return status_after(totals.fault);
+    return status_after(totals[0].fault);
 }
 
 // ---- clean ---------------------------------------------------------------------------------
@@ -184,10 +224,10 @@ int run_clean(const Options& options) {
     const std::unique_ptr<AudioSink> sink = open_sink(path, format, info.rate, info.channels);
     ProgressBar bar = bar_for(options, name, false);
     const Tick tick = drawing(bar);
-    const StreamTotals totals =
-        listen_to(work, options, false,
-                  {.frame = [&](const Frame& frame) { work.tick(frame, tick); },
-                   .cleaned = [&](const int16_t* samples, int64_t n) { sink->write(samples, n); }});
+    const StreamTotals totals = listen_to(
+        work, options, false,
+        {{.frame = [&](const Frame& frame) { work.tick(frame, tick); },
+          .cleaned = [&](const int16_t* samples, int64_t n) { sink->write(samples, n); }}})[0];
     bar.wipe();
     if (!totals.fault.empty()) {
         check_is_no_input(path, {name});  // of what is damaged nothing is to be lost

@@ -376,7 +376,7 @@ shows("plays what its buttons say, sample for sample, and switches without losin
 
 for (const [input, parts, last] of [[hums, 1, "open"], [slow, 2, "open"], [long, 3, ""]]) {
   shows(`shows what detect finds, in ${["seconds", "minutes", "hours"][parts - 1]}`, input, async () => {
-    const found = JSON.parse(run("detect", input.input, "-f", "json"));
+    const [found] = JSON.parse(run("detect", input.input, "-f", "json"));
     const ms = (samples, withParts) => clock(Math.floor((2000 * samples + found.rate) / (2 * found.rate)), withParts); // halves up
     const rows = page.locator("#segments tbody tr");
     if (found.segments.length > 200) {

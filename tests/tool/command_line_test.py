@@ -189,7 +189,7 @@ class BadRecordings(ToolTest):
     def delivers_what_comes_before_the_fault(self, damaged, *effects):
         """As if the recording had ended there."""
         done = self.run_tool("-f", "json", damaged)
-        facts = json.loads(done.stdout)
+        facts, = json.loads(done.stdout)
         self.assertEqual((done.returncode, done.stderr), (1, f"korvane-vad: {facts['fault']}\n"))
         rate, _, samples = read_wav(self.convert("sound.wav", *effects))
         self.assertTrue(0 < facts["samples"] < len(samples))
@@ -204,7 +204,8 @@ class BadRecordings(ToolTest):
                     self.assertEqual((done.returncode, bool(done.stderr)), (status, status == 1), words)
                     files = {path.name: path.read_bytes() for path in pathlib.Path(folder).iterdir()}
                     page = files.pop("page.html", None)
-                    results.append((done.stdout.replace(recording, "X"), files, page is None))
+                    lines = [line for line in done.stdout.splitlines() if "damaged: " not in line]
+                    results.append(("\n".join(lines).replace(recording, "X"), files, page is None))
             self.assertEqual(*results, words)
         before = pathlib.Path(damaged).read_bytes()
         self.fails(damaged, "is an input", "clean", damaged, damaged)
@@ -338,7 +339,7 @@ class Results(ToolTest):
     def rows(self, *arguments):
         done = self.run_tool(*arguments, *DETECTOR, "-f", "csv")
         self.assertEqual((done.returncode, done.stderr), (0, ""))
-        return list(csv.DictReader(io.StringIO(done.stdout)))
+        return [row for row in csv.DictReader(io.StringIO(done.stdout)) if row.get("state", "speech") == "speech"]
 
     def test_follow_from_the_frames(self):
         # Two utterances apart, and one that is open at the end.
@@ -392,11 +393,11 @@ class Results(ToolTest):
                 ("--preset dictation", (1000, 150, 150, 300, 0)), ("--preset telephone", (200, 80, 50, 100, 0)),
                 ("--preset archive --decision detector", (2000, 500, 250, 500, 0)),
                 ("--pad-end 7ms --preset archive --preset telephone --min-gap 0", (0, 80, 50, 7, 0))):
-            rules = json.loads(self.run_tool(talk, "-f", "json", *options.split()).stdout)["rules"]
+            rules = json.loads(self.run_tool(talk, "-f", "json", *options.split()).stdout)[0]["rules"]
             self.assertEqual([rules[word] for word in words], [8 * ms for ms in times], options)
         # Where sound is cut or shown, a little is added.
         padding = ("--pad-start", "50ms", "--pad-end", "150ms")
-        rows = json.loads(self.run_tool(talk, "-f", "json", *padding).stdout)["segments"]
+        rows = json.loads(self.run_tool(talk, "-f", "json", *padding).stdout)[0]["segments"]
         cut = {f"{row['start_sample']}-{row['end_sample']}" for row in rows}
         for form in ("srt", "vtt"):
             self.assertEqual(self.run_tool(talk, "-f", form).stdout, self.run_tool(talk, "-f", form, *padding).stdout)
@@ -417,6 +418,75 @@ class Results(ToolTest):
         done = self.run_tool("--raw", "s16be", "-r", "8000", "-c", "2", "--layout", "planar", self.path("planar.raw"),
                              *DETECTOR)
         self.assertEqual(done.stdout, self.run_tool(PROMPT, *DETECTOR).stdout)
+
+    def test_channels_apart_are_as_if_alone(self):
+        talk, voice = self.path("a talk.wav"), self.convert("voice.wav", "repeat", "1", source=PROMPT)
+        subprocess.run(["sox", "-M", PROMPT, "-v", "0", PROMPT, voice, talk], check=True)
+        apart = ("--each-channel", talk)
+        whole = json.loads(self.run_tool("-f", "json", *apart).stdout)
+        alone = [json.loads(self.run_tool("-f", "json", "--channels", c, talk).stdout)[0] for c in "123"]
+        self.assertEqual(whole, [{**facts, "channel": i + 1} for i, facts in enumerate(alone)])
+        self.assertEqual(json.loads(self.run_tool("-f", "json", "--channels", "3,1", *apart).stdout), whole[::-2])
+        expected = sorted((float(s["start"]), i + 1, round(s["end"], 3)) for i, facts in enumerate(alone)
+                          for s in facts["segments"])
+        self.assertGreater(len({row[1] for row in expected}), 1)
+        number = r"(\d+\.\d+)"
+        for form, line in (("text", rf" +{number} +{number} +\S+ +(\d)"), ("audacity", rf"{number}\t{number}\tspeech, channel (\d)"),
+                           ("csv", rf"[^,]+,{number},{number},.*,(\d),speech"),
+                           ("jsonl", rf'.*"segment",.*"channel":(?P<c>\d),.*"start":{number},"end":{number},.*')):
+            text = self.run_tool("-f", form, *apart).stdout
+            with open(talk, "rb") as stdin:
+                streamed = self.run_tool("-f", form, "--each-channel", "-", stdin=stdin).stdout
+            for lines in (text, streamed):
+                rows = []
+                for found in filter(None, (re.fullmatch(line, each) for each in lines.splitlines())):
+                    *_, start, end = [word for word in found.groups() if "." in word]
+                    rows.append((round(float(start), 3), int(found.groupdict().get("c") or found[3]), round(float(end), 3)))
+                self.assertEqual(sorted(rows), [tuple(round(x, 3) for x in row) for row in expected], form)
+        rttm = [line.split() for line in self.run_tool("-f", "rttm", *apart).stdout.splitlines()]
+        self.assertEqual([(row[1], int(row[2]), round(float(row[3]), 3)) for row in rttm if row[0] != ";;"],
+                         [("a%20talk", row[1], round(row[0], 3)) for row in expected])
+        self.assertIn([";;", *f"{talk}: channel 2: no speech".split()], rttm)
+        self.assertEqual(self.run_tool("-f", "textgrid", *apart).stdout.count("class ="), 3)
+        self.assertEqual(self.run_tool("-f", "srt", *apart).stdout.count("speech, channel"), len(
+            self.run_tool("-f", "srt", "--channels", "1", talk).stdout.split("\n\n") +
+            self.run_tool("-f", "srt", "--channels", "3", talk).stdout.split("\n\n")))
+        frames = self.run_tool("frames", *apart).stdout.splitlines()[1:]
+        for channel in "123":
+            self.assertEqual([line[:-13] for line in frames if line[-1] == channel],
+                             self.run_tool("frames", "--channels", channel, talk).stdout.splitlines()[1:])
+
+    def test_rttm_names_tell_recordings_apart(self):
+        for folder in ("one", "two"):
+            os.mkdir(self.path(folder))
+        names = [shutil.copy(PROMPT, self.path(name)) for name in ("one/a b.wav", "one/a_b.wav", "one/a%20b.wav", "two/a b.wav")]
+        def ids(*words):
+            return {line.split()[1] for line in self.run_tool("-f", "rttm", *words).stdout.splitlines()}
+        self.assertEqual(ids(*names[:3]), {"a%20b", "a_b", "a%2520b"})
+        self.fails(names[3], "--file-id path", "-f", "rttm", *names)
+        self.assertEqual(ids("--file-id", "path", *names), {name.replace("%", "%25").replace(" ", "%20") for name in names})
+
+    def test_json_keeps_to_its_schema(self):
+        """Without and with speech, with a fault, without a result, from a stream, in channels, by each decision."""
+        import jsonschema
+        schema = json.loads((ROOT / "docs/results.schema.json").read_text())
+        def check(kind, results):
+            jsonschema.validate(results, {**schema, "oneOf": [{"$ref": f"#/$defs/{kind}"}]},
+                                cls=jsonschema.Draft202012Validator)
+        write_wav(self.path("silent.wav"), 8000, 1, [0] * 8000)
+        cut = shutil.copy(PROMPT, self.path("cut.wav"))
+        os.truncate(cut, 50000)
+        types = set()
+        for words in ((), ("--each-channel",), DETECTOR, ("--decision", "fixed")):
+            inputs = (PROMPT, self.path("silent.wav"), cut, "/none")
+            check("json", json.loads(self.run_tool("-f", "json", *words, *inputs).stdout))
+            with open(PROMPT, "rb") as stdin:
+                live = self.run_tool("-f", "jsonl", *words, "-", stdin=stdin)
+            for done in (live, self.run_tool("-f", "jsonl", *words, *inputs), self.run_tool("frames", "-f", "jsonl", *words, PROMPT)):
+                for line in map(json.loads, done.stdout.splitlines()):
+                    check("jsonl", line)
+                    types.add(line["type"])
+        self.assertEqual(types, {"header", "onset", "segment", "summary", "frame", "error"})
 
     def test_check(self):
         silent = self.path("silent.wav")
@@ -446,7 +516,7 @@ class Split(ToolTest):
         # Segments longer than the 64 Ki sample frames that are copied in one go, in two channels.
         recording = self.convert("talk.wav", "repeat", "9", "remix", "1", "1v0.5")
         rules = ("--max-speech", "2s", "--min-gap", "1s", "--pad-start", "0", "--pad-end", "0.2")
-        rows = json.loads(self.run_tool("-f", "json", *rules, recording).stdout)["segments"]
+        rows = json.loads(self.run_tool("-f", "json", *rules, recording).stdout)[0]["segments"]
         self.assertGreater(rows[0]["end_sample"] - rows[0]["start_sample"], 65536)
         self.run_tool("clean", recording, self.path("clean.wav"))
         for source, option in ((recording, ()), (self.path("clean.wav"), ("--cleaned",))):
@@ -475,7 +545,7 @@ class Split(ToolTest):
                 ("g.wav", ("-e", "mu-law"), 48000, 2, ("remix", "1", "1"), ("--channels", "2"))):
             recording, out = self.convert(name, *effects, options=depth), self.path(name + " parts")
             rows = json.loads(self.run_tool("-f", "json", recording, *options, "--pad-start", "50ms", "--pad-end",
-                                            "150ms").stdout)
+                                            "150ms").stdout)[0]
             done = self.run_tool("split", recording, "-o", out, *options)
             self.assertEqual((done.returncode, done.stderr), (0, ""))
             whole, pieces = values(recording), sorted(pathlib.Path(out).iterdir())
@@ -491,7 +561,7 @@ class Split(ToolTest):
 
     def test_names(self):
         out, one = self.path("parts"), ("--min-gap", "1s", "--pad-start", "10ms", "--pad-end", "0")
-        row = json.loads(self.run_tool("-f", "json", PROMPT, *one).stdout)["segments"][0]
+        row = json.loads(self.run_tool("-f", "json", PROMPT, *one).stdout)[0]["segments"][0]
         pattern = "{{{stem}}}-{start:08}-{end_samples} {start_samples} {end:1}.flac"
         self.assertEqual(self.run_tool("split", PROMPT, "-o", out, *one, "--template", pattern).returncode, 0)
         start, end = (math.floor(row[key] / 8 + 0.5) for key in ("start_sample", "end_sample"))
@@ -522,7 +592,7 @@ class Reports(ToolTest):
         text = pathlib.Path(page).read_text()
         self.assertNotIn("<b>", text)  # which a browser would take for a tag
         facts = json.loads(re.search('id="facts">(.*?)</script>', text)[1])
-        whole = json.loads(self.run_tool("-f", "json", *rules, recording).stdout)
+        whole = json.loads(self.run_tool("-f", "json", *rules, recording).stdout)[0]
         self.assertEqual(facts["source"]["name"], recording)
         self.assertEqual(facts["segments"],
                          [[s["start_sample"], s["end_sample"], s["open"]] for s in whole["segments"]])
@@ -537,7 +607,7 @@ class Live(ToolTest):
         return struct.unpack("i", fcntl.ioctl(pipe, termios.FIONREAD, bytes(4)))[0]
 
     def test_a_line_comes_with_the_frame_that_decides_it(self):
-        whole = json.loads(self.run_tool("-f", "json", PROMPT).stdout)["segments"][0]
+        whole = json.loads(self.run_tool("-f", "json", PROMPT).stdout)[0]["segments"][0]
         samples = read_wav(PROMPT)[2][:whole["decided_at"]].tobytes()
         tool = self.start("-f", "jsonl", *RAW, "-")
         tool.stdin.write(samples[:-2])  # one sample too few

@@ -64,9 +64,9 @@ Result run(AudioSource& source, int frame_length, int32_t decision) {
         result.levels.push_back(frame.level);
     };
     result.failure = failure_of([&] {
-        result.totals =
-            detect(source, config_of(source.info(), frame_length, decision), true,
-                   {.input = onto(result.input), .frame = answer, .cleaned = onto(result.cleaned)});
+        result.totals = detect(
+            source, config_of(source.info(), frame_length, decision), true,
+            {{.input = onto(result.input), .frame = answer, .cleaned = onto(result.cleaned)}})[0];
     });
     const int64_t length = std::ssize(result.input) / channels;
     EXPECT_EQ(flushed_after.value_or(length), length);
@@ -179,9 +179,9 @@ TEST_F(DetectionTest, AnswersEverythingBeforeAFault) {
 TEST_F(DetectionTest, SaysWhatIsWrongWithFrames) {
     const auto source = open_source(folder_.write("x", "abcd"), raw_options(16000, 1));
     for (const int frame : {0, -1, 4097}) {
-        EXPECT_THROW(
-            detect(*source, config_of(source->info(), frame, KORVANE_DECISION_FIXED), false, {}),
-            std::invalid_argument);
+        EXPECT_THROW(detect(*source, config_of(source->info(), frame, KORVANE_DECISION_FIXED),
+                            false, std::vector<Listener>(1)),
+                     std::invalid_argument);
     }
 }
 

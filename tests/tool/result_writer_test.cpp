@@ -24,6 +24,7 @@ using segments::Segment;
 ResultHeader header_of(const std::string& name) {
     ResultHeader header;
     header.source = {name, 16000, 1, 96000, 6, 0, false, std::nullopt};
+    header.file_id = name;
     header.stream.decision = KORVANE_DECISION_DETECTOR;
     header.stream.frame_length = 160;
     header.delay = 720;
@@ -43,12 +44,12 @@ const StreamTotals kTotals = {59600007, 372506, std::string(64, 'a')};
 
 std::string file_of(ResultFormat format, bool several, const std::vector<ResultHeader>& headers,
                     const std::vector<Segment>& list) {
-    std::string text = file_prologue(format, several);
+    std::string text = file_prologue(format);
     for (const ResultHeader& header : headers) {
-        text += &header == headers.data() ? "" : file_separator(format, several);
-        text += whole_result(format, several, header, kTotals, list);
+        text += &header == headers.data() ? "" : file_separator(format);
+        text += whole_result(format, several, {{header, kTotals, list}});
     }
-    return text + file_epilogue(format, several);
+    return text + file_epilogue(format);
 }
 
 std::string golden(const std::string& name) {
@@ -99,11 +100,13 @@ TEST(ResultWriter, SeveralInputsInOneFile) {
 TEST(ResultWriter, WithoutSpeechTheFileIsStillValid) {
     const std::vector<ResultHeader> one = {header_of("silence.wav")};
     EXPECT_EQ(file_of(ResultFormat::kText, false, one, {}), "no speech\n");
-    EXPECT_EQ(json::parse(file_of(ResultFormat::kJson, false, one, {}))["segments"], json::array());
+    EXPECT_EQ(json::parse(file_of(ResultFormat::kJson, false, one, {}))[0]["segments"],
+              json::array());
     EXPECT_EQ(lines_of(file_of(ResultFormat::kJsonl, false, one, {})).size(), 1U);
-    EXPECT_EQ(lines_of(file_of(ResultFormat::kCsv, false, one, {})).size(), 1U);
+    EXPECT_EQ(lines_of(file_of(ResultFormat::kCsv, false, one, {}))[1],
+              "silence.wav,,,,,,,,,no speech");
     EXPECT_EQ(file_of(ResultFormat::kAudacity, false, one, {}), "");
-    EXPECT_EQ(file_of(ResultFormat::kRttm, false, one, {}), "");
+    EXPECT_EQ(file_of(ResultFormat::kRttm, false, one, {}), ";; silence.wav: no speech\n");
     EXPECT_EQ(file_of(ResultFormat::kSrt, false, one, {}), "");
     EXPECT_EQ(file_of(ResultFormat::kVtt, false, one, {}), "WEBVTT\n");
     const std::string grid = file_of(ResultFormat::kTextGrid, false, one, {});
@@ -117,7 +120,8 @@ TEST(ResultWriter, NoFileNameBreaksAForm) {
     const std::string name = "tab\there\x7f \"q\",\nline\x1b[31m \xff\xc3(.wav";
     const std::vector<ResultHeader> headers = {header_of(name)};
     const std::string readable = "tab\there\x7f \"q\",\nline\x1b[31m \xef\xbf\xbd\xef\xbf\xbd(.wav";
-    EXPECT_EQ(json::parse(file_of(ResultFormat::kJson, false, headers, kList))["file"], readable);
+    EXPECT_EQ(json::parse(file_of(ResultFormat::kJson, false, headers, kList))[0]["file"],
+              readable);
     const auto jsonl = lines_of(file_of(ResultFormat::kJsonl, false, headers, kList));
     ASSERT_EQ(jsonl.size(), kList.size() + 1);
     for (const std::string& line : jsonl) {
@@ -127,25 +131,25 @@ TEST(ResultWriter, NoFileNameBreaksAForm) {
               readable);
     EXPECT_EQ(lines_of(file_of(ResultFormat::kText, true, headers, kList))[0],
               "tab\\x09here\\x7f \"q\",\\x0aline\\x1b[31m \xff\xc3(.wav:");
-    EXPECT_EQ(
-        lines_of(file_of(ResultFormat::kRttm, false, headers, kList))[0],
-        "SPEAKER tab_here__\"q\",_line_[31m_\xff\xc3(.wav 1 0.000063 0.000438 <NA> <NA> speech "
-        "<NA> <NA>");
+    EXPECT_EQ(lines_of(file_of(ResultFormat::kRttm, false, headers, kList))[0],
+              "SPEAKER tab%09here%7F%20\"q\",%0Aline%1B[31m%20\xff\xc3(.wav 1 0.000063 0.000438 "
+              "<NA> <NA> speech "
+              "<NA> <NA>");
 }
 
 TEST(ResultWriter, TimesAreRoundedFromIntegers) {
     const auto at = [](int64_t sample, int rate) {
         ResultHeader header = header_of("x");
         header.source.rate = rate;
-        std::string csv = live_segment(ResultFormat::kCsv, header, 0, {0, sample, 0, true});
+        std::string csv = live_segment(ResultFormat::kCsv, header, false, 0, {0, sample, 0, true});
         std::replace(csv.begin(), csv.end(), ',', ' ');
         std::istringstream words(
-            csv + live_segment(ResultFormat::kText, header, 1, {0, sample, 0, true}));
-        std::vector<std::string> word(10);
+            csv + live_segment(ResultFormat::kText, header, false, 1, {0, sample, 0, true}));
+        std::vector<std::string> word(11);
         for (std::string& each : word) {
             words >> each;
         }
-        return word[2] + " " + word[9];
+        return word[2] + " " + word[10];
     };
     EXPECT_EQ(at(3, 8000), "0.000375 0.000");
     EXPECT_EQ(at(4, 8000), "0.000500 0.001");  // half a millisecond
@@ -162,10 +166,10 @@ TEST(ResultWriter, LiveTextAndCsvAreTheWholeResult) {
     const ResultHeader header = header_of("-");
     for (const auto& list : {kList, std::vector<Segment>{}}) {
         for (const ResultFormat format : {ResultFormat::kText, ResultFormat::kCsv}) {
-            std::string text = live_begin(format, header);
+            std::string text = live_begin(format, {header});
             for (std::size_t i = 0; i < list.size(); ++i) {
                 text += live_onset(format, header, {list[i].start, list[i].decided_at}, {});
-                text += live_segment(format, header, static_cast<int64_t>(i), list[i]);
+                text += live_segment(format, header, i == 0, static_cast<int64_t>(i), list[i]);
             }
             text += live_end(format, header, kTotals, std::ssize(list));
             EXPECT_EQ(text, file_of(format, false, {header}, list));
@@ -173,10 +177,10 @@ TEST(ResultWriter, LiveTextAndCsvAreTheWholeResult) {
     }
     for (const ResultFormat format : kAll) {
         if (!is_live(format)) {
-            EXPECT_THROW(live_begin(format, header), std::invalid_argument);
+            EXPECT_THROW(live_begin(format, {header}), std::invalid_argument);
             EXPECT_THROW(live_onset(format, header, {}, {}), std::invalid_argument);
             EXPECT_THROW(live_end(format, header, kTotals, 0), std::invalid_argument);
-            EXPECT_THROW(live_segment(format, header, 0, {}), std::invalid_argument);
+            EXPECT_THROW(live_segment(format, header, true, 0, {}), std::invalid_argument);
             EXPECT_THROW(frames_begin(format, header), std::invalid_argument);
             EXPECT_THROW(frame_line(format, header, {}), std::invalid_argument);
         }
@@ -186,9 +190,9 @@ TEST(ResultWriter, LiveTextAndCsvAreTheWholeResult) {
 TEST(ResultWriter, LiveJsonlKeepsCountsForTheEnd) {
     const ResultHeader header = header_of("-");
     constexpr ResultFormat kFormat = ResultFormat::kJsonl;
-    const json first = json::parse(live_begin(kFormat, header));
+    const json first = json::parse(live_begin(kFormat, {header}));
     const json whole =
-        json::parse(lines_of(whole_result(kFormat, false, header, kTotals, kList))[0]);
+        json::parse(lines_of(whole_result(kFormat, false, {{header, kTotals, kList}}))[0]);
     const json last = json::parse(live_end(kFormat, header, kTotals, std::ssize(kList)));
     EXPECT_EQ(last["type"], "summary");
     for (const char* key : {"samples", "frames", "sha256", "segment_count"}) {
@@ -203,7 +207,7 @@ TEST(ResultWriter, LiveJsonlKeepsCountsForTheEnd) {
               "{\"type\":\"onset\",\"file\":\"-\",\"start\":0.000063,\"start_sample\":1,"
               "\"decided_at\":480}\n");
     EXPECT_EQ(
-        live_segment(kFormat, header, 7, kList[0]),
+        live_segment(kFormat, header, false, 7, kList[0]),
         "{\"type\":\"segment\",\"file\":\"-\",\"index\":7,\"start\":0.000063,\"end\":0.000500,"
         "\"start_sample\":1,\"end_sample\":8,\"decided_at\":480,\"open\":false}\n");
 }

@@ -29,6 +29,7 @@ using OriginalListener = std::function<void(const void* samples, int64_t n)>;
 struct SourceOptions {
     std::optional<RawFormat> raw;
     std::vector<int> channels;  ///< one or two of the input's, counted from 1; empty: all
+    bool each_channel = false;  ///< any number of channels, since each will be judged by itself
     bool downmix = false;       ///< the mean of all (or of `channels`, then any number), rounded
                                 ///< to nearest, halves to even
     bool resample = false;      ///< to 48000 Hz where the input has 50000 Hz or more
@@ -39,7 +40,7 @@ struct SourceOptions {
 struct SourceInfo {
     std::string name;  ///< as given; "-" for standard input
     int rate = 0;      ///< Hz, as handed out
-    int channels = 0;  ///< 1 or 2, as handed out
+    int channels = 0;  ///< 1 or 2, as handed out; any number where each is judged by itself
     int input_rate = 0;
     int input_channels = 0;
     int sf_format = 0;      ///< libsndfile's format word, 0 for raw

@@ -58,12 +58,12 @@ std::unique_ptr<AudioSource> select_channels(std::unique_ptr<AudioSource> source
         }
         channels.push_back(channel - 1);
     }
-    if (channels.size() > 2 && !options.downmix) {
+    if (channels.size() > 2 && !options.downmix && !options.each_channel) {
         throw Failure(name,
                       options.channels.empty()
                           ? there +
-                                "; choose one or two with --channels 1,2 or take the mean "
-                                "of all with --downmix"
+                                "; choose one or two with --channels 1,2, take the mean of all "
+                                "with --downmix, or judge each by itself with --each-channel"
                           : std::to_string(channels.size()) +
                                 " channels chosen; choose one or two, or take their mean with "
                                 "--downmix");

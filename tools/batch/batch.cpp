@@ -74,7 +74,7 @@ class Results {
             return;
         }
         output_ = std::make_unique<TextOutput>(options.output);
-        output_->write(file_prologue(options.format, several_));
+        output_->write(file_prologue(options.format));
     }
 
     void add(const std::string& name, const Finding& finding) {
@@ -84,19 +84,24 @@ class Results {
         }
         if (!output_) {
             TextOutput own(path_in(options_, name));
-            own.write(file_prologue(options_.format, false) + finding.text +
-                      file_epilogue(options_.format, false));
+            own.write(file_prologue(options_.format) + finding.text +
+                      file_epilogue(options_.format));
             own.commit();
             return;
         }
-        output_->write((count_++ > 0 ? file_separator(options_.format, several_) : "") +
-                       finding.text);
-        output_->flush();
+        write(finding.text);
+    }
+
+    /** Says in the results too that there are none. A folder gets no file. */
+    void add_failed(const std::string& name, const std::string& error) {
+        if (output_) {
+            write(failed_result(options_.format, several_, name, error));
+        }
     }
 
     void finish() {
         if (output_) {
-            output_->write(file_epilogue(options_.format, several_));
+            output_->write(file_epilogue(options_.format));
             output_->commit();
         }
     }
@@ -110,6 +115,11 @@ class Results {
     }
 
   private:
+    void write(const std::string& text) {
+        output_->write((count_++ > 0 ? file_separator(options_.format) : "") + text);
+        output_->flush();
+    }
+
     const Options& options_;
     bool several_;
     bool speech_ = false;
@@ -240,7 +250,9 @@ class Batch {
         while (next_result_ < names_.size() && outcomes_[next_result_] && !stopped_) {
             const Outcome& outcome = *outcomes_[next_result_];
             bar_.wipe();
-            if (!outcome.failed) {
+            if (outcome.failed) {
+                results.add_failed(names_[next_result_], outcome.error);
+            } else {
                 results.add(names_[next_result_], outcome.finding);
                 warn(options_, names_[next_result_], outcome.finding.doubt);
             }
@@ -321,6 +333,19 @@ void check_names_differ(const Options& options, const std::vector<std::string>& 
     }
 }
 
+/** Nobody could tell whose segments are whose. */
+void check_ids_differ(const Options& options, const std::vector<std::string>& names) {
+    std::map<std::string, std::string> ids;
+    for (const std::string& name : names) {
+        const std::string id = file_id_of(name, options);
+        const auto [place, is_new] = ids.try_emplace(id, name);
+        if (!is_new && place->second != name) {
+            throw Failure(name, "would be called " + id + " in the results, as " + place->second +
+                                    " is; --file-id path tells them apart");
+        }
+    }
+}
+
 }  // namespace
 
 std::vector<std::string> recordings(const Options& options) {
@@ -364,6 +389,8 @@ int run_batch(const Options& options, const std::vector<std::string>& names) {
     }
     if (is_folder(options.output)) {
         check_names_differ(options, names);
+    } else if (options.format == ResultFormat::kRttm) {
+        check_ids_differ(options, names);
     }
     return Batch(options, names, several).run();
 }

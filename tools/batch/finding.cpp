@@ -1,8 +1,10 @@
 #include "tools/batch/finding.h"
 
+#include <deque>
 #include <optional>
 #include <stdexcept>
 
+#include "tools/cli/name_template.h"
 #include "tools/results/doubt.h"
 #include "tools/results/segmenting.h"
 
@@ -26,11 +28,23 @@ segments::Timing timing_of(const KorvaneStreamConfig& c) {
 Work::Work(const std::string& name, const Options& options)
     : source(open_source(name, options.source)) {
     header.source = source->info();
+    header.file_id = file_id_of(name, options);
     const int rate = header.source.rate;
-    header.stream = options.stream(name, rate, header.source.channels);
+    const int together = options.source.each_channel ? 1 : header.source.channels;
+    header.stream = options.stream(name, rate, together);
     header.delay = segments::delay_of(rate);
     header.timing = timing_of(header.stream);
     header.rules = options.rules(rate);
+    headers = {static_cast<std::size_t>(header.source.channels / together), header};
+    for (std::size_t i = 0; options.source.each_channel && i < headers.size(); ++i) {
+        const std::vector<int>& chosen = options.source.channels;
+        headers[i].channel = chosen.empty() ? static_cast<int>(i) + 1 : chosen[i];
+        headers[i].source.channels = 1;
+    }
+}
+
+std::string file_id_of(const std::string& name, const Options& options) {
+    return options.file_id_is_path ? name : stem_of(name);
 }
 
 void Work::tick(const Frame& frame, const Tick& tick) const {
@@ -39,47 +53,88 @@ void Work::tick(const Frame& frame, const Tick& tick) const {
     tick(length && *length > 0 ? fed / static_cast<double>(*length) : -1, fed / header.source.rate);
 }
 
-StreamTotals listen_to(const Work& work, const Options& options, bool digest,
-                       const Listener& listener) {
-    StreamTotals totals = detect(*work.source, work.header.stream, digest, listener);
-    if (options.strict && !totals.fault.empty()) {
-        throw std::runtime_error(totals.fault);
+std::vector<StreamTotals> listen_to(const Work& work, const Options& options, bool digest,
+                                    const std::vector<Listener>& listeners) {
+    std::vector<StreamTotals> totals = detect(*work.source, work.header.stream, digest, listeners);
+    if (options.strict && !totals[0].fault.empty()) {
+        throw std::runtime_error(totals[0].fault);
     }
     return totals;
 }
 
+namespace {
+
+/** Puts segments together from what it hears, and passes that on. */
+struct Collector {
+    explicit Collector(const ResultHeader& header) : segmenting(header) {}
+
+    void collect() {
+        while (const std::optional<segments::Segment> segment = segmenting.take()) {
+            list.push_back(*segment);
+        }
+    }
+
+    Listener listener(const Listener& next) {
+        Listener with_segments = next;
+        with_segments.frame = [this, frame = next.frame](const Frame& decided) {
+            segmenting.add(decided.speech);
+            doubt.add(decided);
+            collect();
+            if (frame) {
+                frame(decided);
+            }
+        };
+        return with_segments;
+    }
+
+    Segmenting segmenting;
+    Doubt doubt;
+    std::vector<segments::Segment> list;
+};
+
+/** For each detector; the listener hears of the first one. */
+std::vector<Speech> speech_of(const Work& work, const Options& options, bool digest,
+                              const Listener& listener) {
+    std::deque<Collector> collectors;
+    std::vector<Listener> listeners;
+    for (const ResultHeader& header : work.headers) {
+        collectors.emplace_back(header);
+        listeners.push_back(collectors.back().listener(listeners.empty() ? listener : Listener{}));
+    }
+    const std::vector<StreamTotals> totals = listen_to(work, options, digest, listeners);
+    std::vector<Speech> all;
+    for (std::size_t i = 0; i < collectors.size(); ++i) {
+        Collector& each = collectors[i];
+        each.segmenting.finish(totals[i].length);
+        each.collect();
+        all.push_back({totals[i], each.list, each.doubt.about(work.headers[i], totals[i].length)});
+    }
+    return all;
+}
+
+}  // namespace
+
 Speech segments_of(const Work& work, const Options& options, bool digest,
                    const Listener& listener) {
-    Segmenting segmenting(work.header);
-    Doubt doubt;
-    Speech speech;
-    const auto collect = [&] {
-        while (const std::optional<segments::Segment> segment = segmenting.take()) {
-            speech.list.push_back(*segment);
-        }
-    };
-    Listener with_segments = listener;
-    with_segments.frame = [&](const Frame& frame) {
-        segmenting.add(frame.speech);
-        doubt.add(frame);
-        collect();
-        listener.frame(frame);
-    };
-    speech.totals = listen_to(work, options, digest, with_segments);
-    segmenting.finish(speech.totals.length);
-    collect();
-    speech.doubt = doubt.about(work.header.source, speech.totals.length);
-    return speech;
+    return speech_of(work, options, digest, listener)[0];
 }
 
 Finding find_speech(const std::string& name, const Options& options, bool several,
                     const Tick& tick) {
-    Work work(name, options);
-    const auto [totals, list, doubt] =
-        segments_of(work, options, holds_digest(options.format),
-                    {.frame = [&](const Frame& frame) { work.tick(frame, tick); }});
-    return {!list.empty(), whole_result(options.format, several, work.header, totals, list),
-            totals.fault, doubt};
+    const Work work(name, options);
+    const std::vector<Speech> all =
+        speech_of(work, options, holds_digest(options.format),
+                  {.frame = [&](const Frame& frame) { work.tick(frame, tick); }});
+    Finding finding;
+    finding.fault = all[0].totals.fault;
+    std::vector<Judged> judged;
+    for (std::size_t i = 0; i < all.size(); ++i) {
+        judged.push_back({work.headers[i], all[i].totals, all[i].list});
+        finding.speech = finding.speech || !all[i].list.empty();
+        finding.doubt = finding.doubt.empty() ? all[i].doubt : finding.doubt;
+    }
+    finding.text = whole_result(options.format, several, judged);
+    return finding;
 }
 
 }  // namespace korvane::tool

@@ -27,10 +27,12 @@ struct Work {
     void tick(const Frame& frame, const Tick& tick) const;
 
     std::unique_ptr<AudioSource> source;
-    ResultHeader header;
+    ResultHeader header;  ///< of all channels together, or of each
+    /** For each detector: one, or as many as there are channels that are judged apart. */
+    std::vector<ResultHeader> headers;
 };
 
-/** What became of an input. */
+/** What became of an input, or of one of its channels. */
 struct Speech {
     StreamTotals totals;
     std::vector<segments::Segment> list;
@@ -41,9 +43,12 @@ struct Speech {
  * Failure. */
 Speech segments_of(const Work& work, const Options& options, bool digest, const Listener& listener);
 
-/** The same without segments. */
-StreamTotals listen_to(const Work& work, const Options& options, bool digest,
-                       const Listener& listener);
+/** The same without segments, for each detector of `work` with its own listener. */
+std::vector<StreamTotals> listen_to(const Work& work, const Options& options, bool digest,
+                                    const std::vector<Listener>& listeners);
+
+/** RTTM's name for a recording. */
+std::string file_id_of(const std::string& name, const Options& options);
 
 /** What `detect` has to say about one input that it has read to its end. */
 struct Finding {

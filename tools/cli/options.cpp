@@ -140,6 +140,8 @@ class Adder {
     void output(const char* type, const std::string& about);
     void format(bool frames_only);
     void progress();
+    void each_channel();
+    void file_id();
     void check();
     void batch();
     void pieces();
@@ -195,6 +197,13 @@ void Adder::input() {
                   throw std::invalid_argument("a frame has at most 4096 samples");
               }
           });
+}
+
+void Adder::each_channel() {
+    group_ = "Input";
+    flag("--each-channel",
+         "judge channels apart, any number of them, in one pass; all formats say which one it is",
+         options_.source.each_channel);
 }
 
 void Adder::milliseconds(const std::string& name, const std::string& about,
@@ -314,6 +323,17 @@ void Adder::format(bool frames_only) {
 void Adder::output(const char* type, const std::string& about) {
     group_ = "Output";
     text("-o,--output", type, about, options_.output);
+}
+
+void Adder::file_id() {
+    group_ = "Output";
+    value(
+        "--file-id", "stem|path",
+        "with rttm: a recording is named there by its name without folder and extension (stem, the "
+        "default) or as on the command line (path)",
+        [&options = options_](const std::string& text) {
+            options.file_id_is_path = choice<bool>(text, {{"stem", false}, {"path", true}});
+        });
 }
 
 void Adder::progress() {
@@ -511,7 +531,8 @@ std::string Options::fingerprint() const {
     for (const int channel : source.channels) {
         text << ' ' << channel;
     }
-    text << (source.downmix ? " downmix" : "") << (source.resample ? " resample" : "");
+    text << (source.downmix ? " downmix" : "") << (source.resample ? " resample" : "")
+         << (source.each_channel ? " each" : "") << (file_id_is_path ? " path" : "");
     if (source.raw) {
         text << " raw " << source.raw->rate << ' ' << source.raw->channels
              << (source.raw->big_endian ? " be" : " le")
@@ -619,6 +640,7 @@ std::unique_ptr<CLI::App> make_parser(Command command, Options& options) {
             add.output(
                 "FILE",
                 "write to FILE, not to standard output; DIR/ gets a file for each recording");
+            add.file_id();
             add.check();
             break;
         case Command::kFrames:
@@ -646,6 +668,9 @@ std::unique_ptr<CLI::App> make_parser(Command command, Options& options) {
         add.segments();
     }
     add.input();
+    if (command == Command::kDetect || command == Command::kFrames) {
+        add.each_channel();
+    }
     add.help();
     return app;
 }
@@ -680,8 +705,12 @@ std::string contradiction(const Options& options) {
         std::find(options.files.begin(), options.files.end(), "-") != options.files.end()) {
         return "--layout planar cannot be read from a stream";
     }
-    if (options.source.channels.size() > 2 && !options.source.downmix) {
-        return "--channels takes one or two, or more with --downmix";
+    if (options.source.each_channel && options.source.downmix) {
+        return "--each-channel judges channels apart, --downmix makes one of them";
+    }
+    if (options.source.channels.size() > 2 && !options.source.downmix &&
+        !options.source.each_channel) {
+        return "--channels takes one or two, or more with --downmix or --each-channel";
     }
     if (options.null_separated && options.files_from.empty()) {
         return "--null needs --files-from";

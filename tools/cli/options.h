@@ -98,6 +98,7 @@ struct Options {
     std::string name_template = "{stem}_{index:04}.{ext}";
     bool cleaned = false;
     bool force = false;
+    bool file_id_is_path = false;  ///< of RTTM; else the name without folder and extension
 
     int every = 1;  ///< selftest: only each row of so many
 

@@ -7,6 +7,7 @@
 #include <bit>
 #include <cmath>
 #include <cstddef>
+#include <deque>
 #include <memory>
 #include <optional>
 #include <stdexcept>
@@ -77,12 +78,14 @@ double level_of(const int16_t* samples, int frame, int channels) {
 
 constexpr int64_t kBlock = 576;  // of the suppressor; it comes back while the next one goes in
 
+/** One detector, and what it hears: channels `first` and following of `width`. */
 class Detection {
   public:
-    Detection(AudioSource& source, const KorvaneStreamConfig& config, bool digest,
+    Detection(const KorvaneStreamConfig& config, int first, int width, bool digest,
               const Listener& listener)
-        : source_(source),
-          listener_(listener),
+        : listener_(listener),
+          first_(first),
+          width_(width),
           by_detector_(config.decision == KORVANE_DECISION_DETECTOR),
           frame_(config.frame_length),
           channels_(config.channels) {
@@ -107,18 +110,33 @@ class Detection {
         }
     }
 
-    StreamTotals run() {
-        while (const int64_t n = read()) {
-            if (digest_) {
-                digest_->add(input_.data(), static_cast<std::size_t>(n * channels_));
+    /** How much is to come next: a frame, or what completes a block, since then there are answers. */
+    int64_t wanted() const {
+        const int64_t of_block = kBlock - totals_.length % kBlock;
+        return by_detector_ ? frame_ : std::min<int64_t>(frame_, of_block);
+    }
+
+    /** The next n samples of all channels, as many as wanted or, at the end, fewer. */
+    void add(const int16_t* samples, int64_t n) {
+        int16_t* to = input_.data();
+        for (int64_t i = 0; i < n; ++i) {
+            for (int c = 0; c < channels_; ++c) {
+                *to++ = samples[i * width_ + first_ + c];
             }
-            totals_.length += n;
-            if (listener_.input) {
-                listener_.input(input_.data(), n);
-            }
-            std::fill(input_.begin() + n * channels_, input_.end(), int16_t{0});
-            feed(by_detector_ ? frame_ : n);
         }
+        if (digest_) {
+            digest_->add(input_.data(), static_cast<std::size_t>(n * channels_));
+        }
+        totals_.length += n;
+        if (listener_.input) {
+            listener_.input(input_.data(), n);
+        }
+        std::fill(input_.begin() + n * channels_, input_.end(), int16_t{0});
+        feed(by_detector_ ? frame_ : n);
+    }
+
+    StreamTotals end(const std::string& fault) {
+        totals_.fault = fault;
         if (by_detector_ && totals_.length > 0) {
             std::fill(input_.begin(), input_.end(), int16_t{0});
             while (totals_.frames * frame_ < totals_.length + delay_) {
@@ -135,22 +153,6 @@ class Detection {
     }
 
   private:
-    /** A frame of the input, or what completes a block, since then there are answers; at the end fewer
-     * samples, then none. */
-    int64_t read() {
-        const int64_t of_block = kBlock - totals_.length % kBlock;
-        try {
-            return source_.read(input_.data(),
-                                by_detector_ ? frame_ : std::min<int64_t>(frame_, of_block));
-        } catch (const Failure& failure) {
-            if (totals_.length == 0) {
-                throw;
-            }
-            totals_.fault = failure.what();
-            return 0;
-        }
-    }
-
     void feed(int64_t n) {
         korvane_stream_process(stream_.get(), input_.data(), cleaned_.data(),
                                static_cast<int32_t>(n));
@@ -188,8 +190,9 @@ class Detection {
         void operator()(KorvaneStream* stream) const { korvane_stream_destroy(stream); }
     };
 
-    AudioSource& source_;
     const Listener& listener_;
+    int first_;
+    int width_;
     bool by_detector_;
     int32_t frame_;
     int32_t channels_;
@@ -208,9 +211,40 @@ class Detection {
 
 int64_t heard_for(int64_t end, int64_t delay) { return (end + delay - 1) / kBlock * kBlock; }
 
-StreamTotals detect(AudioSource& source, const KorvaneStreamConfig& config, bool digest,
-                    const Listener& listener) {
-    return Detection(source, config, digest, listener).run();
+std::vector<StreamTotals> detect(AudioSource& source, const KorvaneStreamConfig& config,
+                                 bool digest, const std::vector<Listener>& listeners) {
+    const int width = source.info().channels;
+    std::deque<Detection> detections;  // whose callbacks know where they are
+    for (std::size_t i = 0; i < listeners.size(); ++i) {
+        detections.emplace_back(config, static_cast<int>(i) * config.channels, width, digest,
+                                listeners[i]);
+    }
+    std::vector<int16_t> samples(static_cast<std::size_t>(config.frame_length) *
+                                 static_cast<std::size_t>(width));
+    std::string fault;
+    bool begun = false;
+    const auto read = [&]() -> int64_t {
+        try {
+            return source.read(samples.data(), detections.front().wanted());
+        } catch (const Failure& failure) {
+            if (!begun) {
+                throw;
+            }
+            fault = failure.what();
+            return 0;
+        }
+    };
+    while (const int64_t n = read()) {
+        begun = true;
+        for (Detection& detection : detections) {
+            detection.add(samples.data(), n);
+        }
+    }
+    std::vector<StreamTotals> totals;
+    for (Detection& detection : detections) {
+        totals.push_back(detection.end(fault));
+    }
+    return totals;
 }
 
 }  // namespace korvane::tool

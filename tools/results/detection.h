@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <functional>
 #include <string>
+#include <vector>
 
 #include "korvane_stream.h"
 #include "tools/audio/audio_source.h"
@@ -46,8 +47,10 @@ struct StreamTotals {
 };
 
 /**
- * Runs a fresh detector over the whole source; each frame is told as soon as it is decided. What
- * the samples before a fault of the source give is told; a Failure is thrown only where there are none.
+ * Runs a fresh detector for each listener over the whole source; each frame is told as soon as it is
+ * decided. What the samples before a fault of the source give is told; a Failure is thrown only where
+ * there are none. Each detector hears channels of its own: the first one the source's first ones, as
+ * many as the configuration says, the next one those that follow.
  *
  * With the decision `detector` the input is filled up with zeros to whole frames, and levels are those
  * of the sound as the suppressor leaves it: 20*log10(rms + 1e-7), full scale 32768.
@@ -55,8 +58,8 @@ struct StreamTotals {
  * @param config  without callbacks; std::invalid_argument says what is wrong with it
  * @param digest  whether to work out the SHA-256, which takes a tenth of the time of a recording
  */
-StreamTotals detect(AudioSource& source, const KorvaneStreamConfig& config, bool digest,
-                    const Listener& listener);
+std::vector<StreamTotals> detect(AudioSource& source, const KorvaneStreamConfig& config,
+                                 bool digest, const std::vector<Listener>& listeners);
 
 }  // namespace korvane::tool
 

@@ -5,8 +5,8 @@
 #include <cstdint>
 #include <string>
 
-#include "tools/audio/audio_source.h"
 #include "tools/results/detection.h"
+#include "tools/results/result_writer.h"
 
 namespace korvane::tool {
 
@@ -23,16 +23,19 @@ class Doubt {
      * time for longer than 20 s, and that nobody speaks where a second or more is loud with its noise
      * taken out.
      */
-    std::string about(const SourceInfo& source, int64_t length) const {
-        const auto seconds = [&source](int64_t samples) {
-            return static_cast<double>(samples) / source.rate;
+    std::string about(const ResultHeader& header, int64_t length) const {
+        const int rate = header.source.rate;
+        const auto seconds = [rate](int64_t samples) {
+            return static_cast<double>(samples) / rate;
         };
+        const std::string channel =
+            header.channel != 0 ? "channel " + std::to_string(header.channel) + ": " : "";
         const double percent = 100.0 * static_cast<double>(speech_) / static_cast<double>(length);
         if (seconds(length) > 20 && percent > 97) {
-            return "nearly all of it counts as speech; music and other voices do";
+            return channel + "nearly all of it counts as speech; music and other voices do";
         }
         if (speech_ == 0 && seconds(loud_) >= 1) {
-            return "no speech is found, though " + std::to_string(loud_ / source.rate) +
+            return channel + "no speech is found, though " + std::to_string(loud_ / rate) +
                    " s of it are as loud as a voice";
         }
         return "";

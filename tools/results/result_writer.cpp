@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "korvane_vad.h"
+#include "tools/results/label_results.h"
 #include "tools/results/times.h"
 
 namespace korvane::tool {
@@ -19,26 +20,6 @@ namespace {
 
 using nlohmann::ordered_json;
 using segments::Segment;
-
-// ---- Times ----
-
-/** hh:mm:ss and milliseconds behind `point`. */
-std::string clock(int64_t milliseconds, char point) {
-    const int64_t whole = milliseconds / kMilli;
-    std::string text = zero_padded(whole / 3600, 2);
-    text.append(":").append(zero_padded(whole / 60 % 60, 2));
-    text.append(":").append(zero_padded(whole % 60, 2));
-    text += point;
-    return text.append(zero_padded(milliseconds % kMilli, 3));
-}
-
-/** "start --> end" of a caption. A caption must not end where it begins, not even one of less than
- * a millisecond. */
-std::string cue_times(const Segment& segment, int rate, char point) {
-    const int64_t start = ticks(segment.start, rate, kMilli);
-    const int64_t end = std::max(ticks(segment.end, rate, kMilli), start + 1);
-    return clock(start, point) + " --> " + clock(end, point) + "\n";
-}
 
 // ---- Names and words ----
 
@@ -58,13 +39,6 @@ std::string printable(const std::string& name) {
         }
     }
     return text;
-}
-
-/** For a field between spaces. */
-std::string without_spaces(std::string name) {
-    std::replace_if(
-        name.begin(), name.end(), [](char c) { return c == ' ' || is_control(c); }, '_');
-    return name;
 }
 
 std::string csv_field(const std::string& text) {
@@ -97,28 +71,54 @@ std::string columns(const std::vector<std::string>& fields) {
     return line + "\n";
 }
 
-std::string text_line(int64_t index, const Segment& segment, int rate) {
-    const std::string heading = index == 0 ? columns({"start", "end", "duration"}) : "";
-    return heading +
-           columns({seconds(segment.start, rate, kMilli), seconds(segment.end, rate, kMilli),
-                    seconds(segment.end - segment.start, rate, kMilli)});
+std::vector<std::string> with_channel(std::vector<std::string> fields, const ResultHeader& header,
+                                      const std::string& field) {
+    if (header.channel != 0) {
+        fields.push_back(field);
+    }
+    return fields;
 }
 
-std::string text_end(int64_t segment_count) { return segment_count == 0 ? "no speech\n" : ""; }
+std::string text_line(const ResultHeader& header, bool heads, const Segment& segment) {
+    const int rate = header.source.rate;
+    const std::string heading =
+        heads ? columns(with_channel({"start", "end", "duration"}, header, "channel")) : "";
+    return heading + columns(with_channel(
+                         {seconds(segment.start, rate, kMilli), seconds(segment.end, rate, kMilli),
+                          seconds(segment.end - segment.start, rate, kMilli)},
+                         header, std::to_string(header.channel)));
+}
 
-std::string text_result(bool several, const ResultHeader& header,
-                        const std::vector<Segment>& list) {
-    std::string text = several ? printable(header.source.name) + ":\n" : "";
-    for (std::size_t i = 0; i < list.size(); ++i) {
-        text += text_line(static_cast<int64_t>(i), list[i], header.source.rate);
+/** What is to be said behind the segments of one signal, where they do not say it all. */
+std::vector<std::string> remarks(const StreamTotals& totals, int64_t segment_count) {
+    std::vector<std::string> list;
+    if (segment_count == 0) {
+        list.emplace_back("no speech");
     }
-    return text + text_end(std::ssize(list));
+    if (!totals.fault.empty()) {
+        list.push_back("damaged: " + totals.fault);
+    }
+    return list;
+}
+
+std::string text_end(const ResultHeader& header, const StreamTotals& totals, int64_t count) {
+    const std::string channel =
+        header.channel != 0 ? "channel " + std::to_string(header.channel) + ": " : "";
+    std::string text;
+    for (const std::string& remark : remarks(totals, count)) {
+        text.append(channel).append(printable(remark)).append("\n");
+    }
+    return text;
+}
+
+std::string text_heading(bool several, const std::string& name) {
+    return several ? printable(name) + ":\n" : "";
 }
 
 // ---- CSV ----
 
 constexpr const char* kCsvHeading =
-    "file,start,end,duration,start_sample,end_sample,decided_at,open\n";
+    "file,start,end,duration,start_sample,end_sample,decided_at,open,channel,state\n";
 
 std::string comma_separated(const std::vector<std::string>& fields) {
     std::string line;
@@ -128,13 +128,33 @@ std::string comma_separated(const std::vector<std::string>& fields) {
     return line + "\n";
 }
 
+std::string channel_field(const ResultHeader& header) {
+    return header.channel != 0 ? std::to_string(header.channel) : "";
+}
+
 std::string csv_line(const ResultHeader& header, const Segment& segment) {
     const int rate = header.source.rate;
     return comma_separated({csv_field(header.source.name), seconds(segment.start, rate, kMicro),
                             seconds(segment.end, rate, kMicro),
                             seconds(segment.end - segment.start, rate, kMicro),
                             std::to_string(segment.start), std::to_string(segment.end),
-                            std::to_string(segment.decided_at), boolean(segment.open)});
+                            std::to_string(segment.decided_at), boolean(segment.open),
+                            channel_field(header), "speech"});
+}
+
+/** A row without a segment. */
+std::string csv_remark(const std::string& file, const std::string& channel,
+                       const std::string& state) {
+    return comma_separated(
+        {csv_field(file), "", "", "", "", "", "", "", channel, csv_field(state)});
+}
+
+std::string csv_end(const ResultHeader& header, const StreamTotals& totals, int64_t count) {
+    std::string text;
+    for (const std::string& remark : remarks(totals, count)) {
+        text += csv_remark(header.source.name, channel_field(header), remark);
+    }
+    return text;
 }
 
 // ---- JSON ----
@@ -143,13 +163,20 @@ bool by_detector(const ResultHeader& header) {
     return header.stream.decision == KORVANE_DECISION_DETECTOR;
 }
 
+void identify(ordered_json& object, const ResultHeader& header) {
+    object["file"] = header.source.name;
+    if (header.channel != 0) {
+        object["channel"] = header.channel;
+    }
+}
+
 /** What produced a result: appended to `object`. */
 void describe(ordered_json& object, const ResultHeader& header) {
     const SourceInfo& source = header.source;
     const segments::Rules& rules = header.rules;
     object["tool"] = "korvane-vad " KORVANE_VERSION;
     object["library"] = library_name(header.stream);
-    object["file"] = source.name;
+    identify(object, header);
     object["rate"] = source.rate;
     object["channels"] = source.channels;
     object["input_rate"] = source.input_rate;
@@ -195,8 +222,8 @@ std::string segment_members(const Segment& segment, int rate) {
     return text.append(",\"open\":").append(boolean(segment.open));
 }
 
-std::string json_result(bool several, const ResultHeader& header, const StreamTotals& totals,
-                        const std::vector<Segment>& list) {
+std::string json_result(const Judged& judged) {
+    const auto& [header, totals, list] = judged;
     ordered_json object;
     describe(object, header);
     count(object, totals);
@@ -207,13 +234,21 @@ std::string json_result(bool several, const ResultHeader& header, const StreamTo
         text.append(text.back() == '[' ? "\n" : ",\n");
         text.append("    {").append(segment_members(segment, header.source.rate)).append("}");
     }
-    text.append(list.empty() ? "]\n}" : "\n  ]\n}");
-    return several ? text : text + "\n";
+    return text.append(list.empty() ? "]\n}" : "\n  ]\n}");
+}
+
+/** The first members of a line about an input. */
+std::string jsonl_begin(const char* type, const ResultHeader& header) {
+    ordered_json object = {{"type", type}};
+    identify(object, header);
+    std::string text = dump(object);
+    text.back() = ',';
+    return text;
 }
 
 std::string jsonl_segment(const ResultHeader& header, int64_t index, const Segment& segment) {
-    std::string text = R"({"type":"segment","file":)" + dump(header.source.name);
-    text.append(",\"index\":").append(std::to_string(index)).append(",");
+    std::string text = jsonl_begin("segment", header);
+    text.append("\"index\":").append(std::to_string(index)).append(",");
     return text.append(segment_members(segment, header.source.rate)).append("}\n");
 }
 
@@ -246,8 +281,8 @@ std::string measure_members(const ResultHeader& header, const Frame& frame) {
 
 std::string jsonl_onset(const ResultHeader& header, const segments::Onset& onset,
                         const Frame& frame) {
-    std::string text = R"({"type":"onset","file":)" + dump(header.source.name);
-    text.append(",\"start\":").append(seconds(onset.start, header.source.rate, kMicro));
+    std::string text = jsonl_begin("onset", header);
+    text.append("\"start\":").append(seconds(onset.start, header.source.rate, kMicro));
     text.append(",\"start_sample\":").append(std::to_string(onset.start));
     text.append(",\"decided_at\":").append(std::to_string(onset.decided_at));
     return text.append(by_detector(header) ? "" : measure_members(header, frame)).append("}\n");
@@ -259,16 +294,25 @@ std::string jsonl_header(const ResultHeader& header) {
     return dump(object) + "\n";
 }
 
+std::string jsonl_headers(const std::vector<ResultHeader>& headers) {
+    std::string text;
+    for (const ResultHeader& header : headers) {
+        text += jsonl_header(header);
+    }
+    return text;
+}
+
 std::string jsonl_summary(const ResultHeader& header, const StreamTotals& totals,
                           int64_t segment_count) {
-    ordered_json object = {{"type", "summary"}, {"file", header.source.name}};
+    ordered_json object = {{"type", "summary"}};
+    identify(object, header);
     count(object, totals);
     object["segment_count"] = segment_count;
     return dump(object) + "\n";
 }
 
-std::string jsonl_result(const ResultHeader& header, const StreamTotals& totals,
-                         const std::vector<Segment>& list) {
+std::string jsonl_result(const Judged& judged) {
+    const auto& [header, totals, list] = judged;
     ordered_json object = {{"type", "header"}};
     describe(object, header);
     count(object, totals);
@@ -276,95 +320,6 @@ std::string jsonl_result(const ResultHeader& header, const StreamTotals& totals,
     std::string text = dump(object) + "\n";
     for (std::size_t i = 0; i < list.size(); ++i) {
         text += jsonl_segment(header, static_cast<int64_t>(i), list[i]);
-    }
-    return text;
-}
-
-// ---- Labels and captions ----
-
-std::string audacity_result(const ResultHeader& header, const std::vector<Segment>& list) {
-    std::string text;
-    for (const Segment& segment : list) {
-        text.append(seconds(segment.start, header.source.rate, kMicro)).append("\t");
-        text.append(seconds(segment.end, header.source.rate, kMicro)).append("\tspeech\n");
-    }
-    return text;
-}
-
-std::string rttm_result(const ResultHeader& header, const std::vector<Segment>& list) {
-    const int rate = header.source.rate;
-    std::string text;
-    for (const Segment& segment : list) {
-        text.append("SPEAKER ").append(without_spaces(header.source.name)).append(" 1 ");
-        text.append(seconds(segment.start, rate, kMicro)).append(" ");
-        text.append(seconds(segment.end - segment.start, rate, kMicro));
-        text.append(" <NA> <NA> speech <NA> <NA>\n");
-    }
-    return text;
-}
-
-std::string srt_result(const ResultHeader& header, const std::vector<Segment>& list) {
-    std::string text;
-    for (std::size_t i = 0; i < list.size(); ++i) {
-        text.append(i == 0 ? "" : "\n").append(std::to_string(i + 1)).append("\n");
-        text.append(cue_times(list[i], header.source.rate, ',')).append("speech\n");
-    }
-    return text;
-}
-
-std::string vtt_result(const ResultHeader& header, const std::vector<Segment>& list) {
-    std::string text = "WEBVTT\n";
-    for (const Segment& segment : list) {
-        text.append("\n").append(cue_times(segment, header.source.rate, '.')).append("speech\n");
-    }
-    return text;
-}
-
-// ---- TextGrid ----
-
-struct Interval {
-    int64_t start;
-    int64_t end;
-    const char* label;
-};
-
-/** Segments and what lies between them: a tier has no holes. */
-std::vector<Interval> intervals(const std::vector<Segment>& list, int64_t length) {
-    std::vector<Interval> result;
-    int64_t position = 0;
-    for (const Segment& segment : list) {
-        if (position < segment.start) {
-            result.push_back({position, segment.start, ""});
-        }
-        result.push_back({segment.start, segment.end, "speech"});
-        position = segment.end;
-    }
-    if (position < length) {
-        result.push_back({position, length, ""});
-    }
-    return result;
-}
-
-std::string textgrid_span(const char* indent, int64_t start, int64_t end, int rate) {
-    std::string text = indent;
-    text.append("xmin = ").append(seconds(start, rate, kMicro)).append("\n").append(indent);
-    return text.append("xmax = ").append(seconds(end, rate, kMicro)).append("\n");
-}
-
-std::string textgrid_result(const ResultHeader& header, int64_t length,
-                            const std::vector<Segment>& list) {
-    const int rate = header.source.rate;
-    const std::vector<Interval> tier = intervals(list, length);
-    std::string text = "File type = \"ooTextFile\"\nObject class = \"TextGrid\"\n\n";
-    text += textgrid_span("", 0, length, rate);
-    text += "tiers? <exists>\nsize = 1\nitem []:\n    item [1]:\n";
-    text += "        class = \"IntervalTier\"\n        name = \"speech\"\n";
-    text += textgrid_span("        ", 0, length, rate);
-    text.append("        intervals: size = ").append(std::to_string(tier.size())).append("\n");
-    for (std::size_t i = 0; i < tier.size(); ++i) {
-        text.append("        intervals [").append(std::to_string(i + 1)).append("]:\n");
-        text.append(textgrid_span("            ", tier[i].start, tier[i].end, rate));
-        text.append("            text = \"").append(tier[i].label).append("\"\n");
     }
     return text;
 }
@@ -382,7 +337,9 @@ std::vector<std::string> with_measures(std::vector<std::string> fields, const Re
 
 std::string jsonl_frame(const ResultHeader& header, const Frame& frame) {
     const int rate = header.source.rate;
-    std::string text = R"({"type":"frame","index":)" + std::to_string(frame.index);
+    std::string text = R"({"type":"frame",)";
+    text.append(header.channel != 0 ? "\"channel\":" + channel_field(header) + "," : "");
+    text.append("\"index\":").append(std::to_string(frame.index));
     text.append(",\"start\":").append(seconds(frame.begin, rate, kMicro));
     text.append(",\"end\":").append(seconds(frame.end, rate, kMicro));
     text.append(",\"start_sample\":").append(std::to_string(frame.begin));
@@ -390,6 +347,31 @@ std::string jsonl_frame(const ResultHeader& header, const Frame& frame) {
     text.append(",\"fed\":").append(std::to_string(frame.fed));
     text.append(",\"speech\":").append(boolean(frame.speech));
     return text.append(measure_members(header, frame)).append("}\n");
+}
+
+// ---- Whole results ----
+
+constexpr const char* kBetweenObjects = ",\n";
+
+/** Of text and csv: the segments of all channels in the order of their begin, then the remarks. */
+std::string in_lines(ResultFormat format, const std::vector<Judged>& judged) {
+    std::string text;
+    for (const auto& [header, segment] : in_order(judged)) {
+        text += live_segment(format, *header, text.empty(), 0, *segment);
+    }
+    for (const auto& [header, totals, list] : judged) {
+        text += live_end(format, header, totals, std::ssize(list));
+    }
+    return text;
+}
+
+std::string joined(const std::vector<Judged>& judged, std::string (*text_of)(const Judged&),
+                   const char* separator) {
+    std::string text;
+    for (const Judged& each : judged) {
+        text.append(text.empty() ? "" : separator).append(text_of(each));
+    }
+    return text;
 }
 
 [[noreturn]] void refuse(ResultFormat format) {
@@ -448,52 +430,62 @@ bool holds_digest(ResultFormat format) {
     return format == ResultFormat::kJson || format == ResultFormat::kJsonl;
 }
 
-std::string file_prologue(ResultFormat format, bool several) {
-    if (format == ResultFormat::kJson && several) {
-        return "[\n";
-    }
-    return format == ResultFormat::kCsv ? kCsvHeading : "";
+std::string file_prologue(ResultFormat format) {
+    return format == ResultFormat::kJson ? "[\n" : format == ResultFormat::kCsv ? kCsvHeading : "";
 }
 
-std::string file_separator(ResultFormat format, bool several) {
-    if (format == ResultFormat::kJson && several) {
-        return ",\n";
-    }
-    return format == ResultFormat::kText && several ? "\n" : "";
+std::string file_separator(ResultFormat format) {
+    return format == ResultFormat::kJson   ? kBetweenObjects
+           : format == ResultFormat::kText ? "\n"
+                                           : "";
 }
 
-std::string file_epilogue(ResultFormat format, bool several) {
-    return format == ResultFormat::kJson && several ? "\n]\n" : "";
+std::string file_epilogue(ResultFormat format) {
+    return format == ResultFormat::kJson ? "\n]\n" : "";
 }
 
-std::string whole_result(ResultFormat format, bool several, const ResultHeader& header,
-                         const StreamTotals& totals, const std::vector<Segment>& list) {
+std::string whole_result(ResultFormat format, bool several, const std::vector<Judged>& judged) {
     switch (format) {
         case ResultFormat::kText:
-            return text_result(several, header, list);
+            return text_heading(several, judged[0].header.source.name) + in_lines(format, judged);
+        case ResultFormat::kCsv:
+            return in_lines(format, judged);
         case ResultFormat::kJson:
-            return json_result(several, header, totals, list);
+            return joined(judged, json_result, kBetweenObjects);
         case ResultFormat::kJsonl:
-            return jsonl_result(header, totals, list);
-        case ResultFormat::kCsv: {
-            std::string text;
-            for (const Segment& segment : list) {
-                text += csv_line(header, segment);
-            }
-            return text;
-        }
+            return joined(judged, jsonl_result, "");
         case ResultFormat::kAudacity:
-            return audacity_result(header, list);
+            return audacity_result(judged);
         case ResultFormat::kRttm:
-            return rttm_result(header, list);
+            return rttm_result(judged);
         case ResultFormat::kSrt:
-            return srt_result(header, list);
+            return srt_result(judged);
         case ResultFormat::kVtt:
-            return vtt_result(header, list);
+            return vtt_result(judged);
         case ResultFormat::kTextGrid:
             break;
     }
-    return textgrid_result(header, totals.length, list);
+    return textgrid_result(judged);
+}
+
+std::string failed_result(ResultFormat format, bool several, const std::string& name,
+                          const std::string& error) {
+    const std::string remark = "failed: " + error;
+    const ordered_json object = {{"file", name}, {"error", error}};
+    switch (format) {
+        case ResultFormat::kText:
+            return text_heading(several, name) + printable(remark) + "\n";
+        case ResultFormat::kCsv:
+            return csv_remark(name, "", remark);
+        case ResultFormat::kJson:
+            return dump(object, 2);
+        case ResultFormat::kJsonl:
+            return dump({{"type", "error"}, {"file", name}, {"error", error}}) + "\n";
+        case ResultFormat::kRttm:
+            return rttm_remark(name, remark);
+        default:
+            return "";
+    }
 }
 
 bool is_live(ResultFormat format) {
@@ -501,12 +493,12 @@ bool is_live(ResultFormat format) {
            format == ResultFormat::kCsv;
 }
 
-std::string live_begin(ResultFormat format, const ResultHeader& header) {
+std::string live_begin(ResultFormat format, const std::vector<ResultHeader>& headers) {
     switch (format) {
         case ResultFormat::kText:
             return "";
         case ResultFormat::kJsonl:
-            return jsonl_header(header);
+            return jsonl_headers(headers);
         case ResultFormat::kCsv:
             return kCsvHeading;
         default:
@@ -522,11 +514,11 @@ std::string live_onset(ResultFormat format, const ResultHeader& header,
     return format == ResultFormat::kJsonl ? jsonl_onset(header, onset, frame) : "";
 }
 
-std::string live_segment(ResultFormat format, const ResultHeader& header, int64_t index,
+std::string live_segment(ResultFormat format, const ResultHeader& header, bool heads, int64_t index,
                          const Segment& segment) {
     switch (format) {
         case ResultFormat::kText:
-            return text_line(index, segment, header.source.rate);
+            return text_line(header, heads, segment);
         case ResultFormat::kJsonl:
             return jsonl_segment(header, index, segment);
         case ResultFormat::kCsv:
@@ -540,11 +532,11 @@ std::string live_end(ResultFormat format, const ResultHeader& header, const Stre
                      int64_t segment_count) {
     switch (format) {
         case ResultFormat::kText:
-            return text_end(segment_count);
-        case ResultFormat::kJsonl:
-            return jsonl_summary(header, totals, segment_count);
+            return text_end(header, totals, segment_count);
+        case ResultFormat::kJsonl:  // that no summary follows tells a fault from a sound end
+            return totals.fault.empty() ? jsonl_summary(header, totals, segment_count) : "";
         case ResultFormat::kCsv:
-            return "";
+            return csv_end(header, totals, segment_count);
         default:
             refuse(format);
     }
@@ -553,13 +545,16 @@ std::string live_end(ResultFormat format, const ResultHeader& header, const Stre
 std::string frames_begin(ResultFormat format, const ResultHeader& header) {
     switch (format) {
         case ResultFormat::kText:
-            return columns(with_measures({"start", "end", "speech"}, header, nullptr));
+            return columns(with_channel(with_measures({"start", "end", "speech"}, header, nullptr),
+                                        header, "channel"));
         case ResultFormat::kJsonl:
             return jsonl_header(header);
         case ResultFormat::kCsv:
-            return comma_separated(with_measures(
-                {"index", "start", "end", "start_sample", "end_sample", "fed", "speech"}, header,
-                nullptr));
+            return comma_separated(with_channel(
+                with_measures(
+                    {"index", "start", "end", "start_sample", "end_sample", "fed", "speech"},
+                    header, nullptr),
+                header, "channel"));
         default:
             refuse(format);
     }
@@ -569,18 +564,21 @@ std::string frame_line(ResultFormat format, const ResultHeader& header, const Fr
     const int rate = header.source.rate;
     switch (format) {
         case ResultFormat::kText:
-            return columns(
+            return columns(with_channel(
                 with_measures({seconds(frame.begin, rate, kMilli), seconds(frame.end, rate, kMilli),
                                frame.speech ? "1" : "0"},
-                              header, &frame));
+                              header, &frame),
+                header, channel_field(header)));
         case ResultFormat::kJsonl:
             return jsonl_frame(header, frame);
         case ResultFormat::kCsv:
-            return comma_separated(with_measures(
-                {std::to_string(frame.index), seconds(frame.begin, rate, kMicro),
-                 seconds(frame.end, rate, kMicro), std::to_string(frame.begin),
-                 std::to_string(frame.end), std::to_string(frame.fed), boolean(frame.speech)},
-                header, &frame));
+            return comma_separated(with_channel(
+                with_measures(
+                    {std::to_string(frame.index), seconds(frame.begin, rate, kMicro),
+                     seconds(frame.end, rate, kMicro), std::to_string(frame.begin),
+                     std::to_string(frame.end), std::to_string(frame.fed), boolean(frame.speech)},
+                    header, &frame),
+                header, channel_field(header)));
         default:
             refuse(format);
     }

@@ -49,6 +49,8 @@ bool holds_digest(ResultFormat format);
 /** What produced the segments of one input. */
 struct ResultHeader {
     SourceInfo source;
+    int channel = 0;      ///< of the input, counted from 1, judged by itself; 0: all together
+    std::string file_id;  ///< in RTTM
     KorvaneStreamConfig stream = {};
     int64_t delay = 0;        ///< of the cleaned sound, in samples
     segments::Timing timing;  ///< of the decisions
@@ -60,32 +62,47 @@ struct ResultHeader {
 // look alike. Durations are rounded from their own sample count.
 //
 // File names: JSON and JSONL replace bytes that are not UTF-8 by U+FFFD. Text shows control
-// characters as \xHH. RTTM, whose fields end at spaces, puts _ for spaces and control characters. CSV
-// keeps every byte and quotes as RFC 4180 says, so that a name with a line feed takes two lines; its
+// characters as \xHH. RTTM, whose fields end at spaces, writes spaces, control characters and % as %HH.
+// CSV keeps every byte and quotes as RFC 4180 says, so that a name with a line feed takes two lines; its
 // lines end with a line feed alone.
 
 /** What stands before, between and behind the results of inputs in one file: CSV's heading, JSON's
- * brackets when there are several. */
-std::string file_prologue(ResultFormat format, bool several);
-std::string file_separator(ResultFormat format, bool several);
-std::string file_epilogue(ResultFormat format, bool several);
+ * brackets. */
+std::string file_prologue(ResultFormat format);
+std::string file_separator(ResultFormat format);
+std::string file_epilogue(ResultFormat format);
 
-/** The whole result of an input that has been read to its end. JSON and JSONL begin with what
- * produced them, counts and digest included. */
-std::string whole_result(ResultFormat format, bool several, const ResultHeader& header,
-                         const StreamTotals& totals, const std::vector<segments::Segment>& list);
+/** What came of an input, or of one of its channels. */
+struct Judged {
+    ResultHeader header;
+    StreamTotals totals;
+    std::vector<segments::Segment> list;
+};
+
+/** The whole result of an input that has been read to its end, of all its channels where they are
+ * judged apart. JSON and JSONL begin with what produced them, counts and digest included. That there
+ * is no speech, and a fault, is said in text, csv and rttm too. */
+std::string whole_result(ResultFormat format, bool several, const std::vector<Judged>& judged);
+
+/** In the place of a result, where there is none; nothing in formats that hold one input alone. */
+std::string failed_result(ResultFormat format, bool several, const std::string& name,
+                          const std::string& error);
 
 // For streams: text, jsonl and csv can be written as it happens. Counts and digest then come last.
 // live_begin includes what file_prologue gives; text and csv come out as the same bytes as a whole
-// result. Other formats throw std::invalid_argument, in frames_begin and frame_line too.
+// result, but that channels judged apart come as they are decided. Other formats throw std::invalid_argument, in frames_begin and frame_line too.
 bool is_live(ResultFormat format);
-std::string live_begin(ResultFormat format, const ResultHeader& header);
+std::string live_begin(ResultFormat format, const std::vector<ResultHeader>& headers);
 /** @param frame  the one that declares it */
 std::string live_onset(ResultFormat format, const ResultHeader& header,
                        const segments::Onset& onset, const Frame& frame);
-/** @param index  of the segment, from 0 */
-std::string live_segment(ResultFormat format, const ResultHeader& header, int64_t index,
+/**
+ * @param heads  whether the line is the first of its output, where text has its heading
+ * @param index  of the segment, from 0
+ */
+std::string live_segment(ResultFormat format, const ResultHeader& header, bool heads, int64_t index,
                          const segments::Segment& segment);
+/** After a fault jsonl has none. */
 std::string live_end(ResultFormat format, const ResultHeader& header, const StreamTotals& totals,
                      int64_t segment_count);
 
