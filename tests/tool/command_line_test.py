@@ -447,7 +447,7 @@ class Results(ToolTest):
         self.assertEqual([(row[1], int(row[2]), round(float(row[3]), 3)) for row in rttm if row[0] != ";;"],
                          [("a%20talk", row[1], round(row[0], 3)) for row in expected])
         self.assertIn([";;", *f"{talk}: channel 2: no speech".split()], rttm)
-        self.assertEqual(self.run_tool("-f", "textgrid", *apart).stdout.count("class ="), 3)
+        self.assertEqual(self.run_tool("-f", "textgrid", *apart).stdout.count("IntervalTier"), 3)
         self.assertEqual(self.run_tool("-f", "srt", *apart).stdout.count("speech, channel"), len(
             self.run_tool("-f", "srt", "--channels", "1", talk).stdout.split("\n\n") +
             self.run_tool("-f", "srt", "--channels", "3", talk).stdout.split("\n\n")))
