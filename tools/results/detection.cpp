@@ -241,6 +241,7 @@ std::vector<StreamTotals> detect(AudioSource& source, const KorvaneStreamConfig&
         }
     }
     std::vector<StreamTotals> totals;
+    totals.reserve(detections.size());
     for (Detection& detection : detections) {
         totals.push_back(detection.end(fault));
     }
