@@ -1,0 +1,38 @@
+#!/usr/bin/env node
+// korvane-vad FILE...: where somebody speaks in WAV files.
+import { readFileSync } from "node:fs";
+import { detect, readWav } from "./korvane-vad.js";
+
+const HELP = `korvane-vad FILE...
+
+Prints for each stretch of speech in WAV files when it begins, when it ends and how long it is, in seconds.
+Several files: the name comes first.
+
+  --json   one JSON object a line
+  --help   this text`;
+
+const words = process.argv.slice(2);
+const files = words.filter((word) => !word.startsWith("--"));
+const unknown = words.find((word) => word.startsWith("--") && !["--json", "--help"].includes(word));
+if (words.includes("--help")) {
+  console.log(HELP);
+  process.exit();
+}
+if (unknown !== undefined || files.length === 0) {
+  console.error(unknown === undefined ? "korvane-vad: no file is named; --help shows how" : `korvane-vad: there is no ${unknown}; see --help`);
+  process.exit(2);
+}
+
+process.stdout.on("error", () => process.exit()); // whoever reads has had enough
+for (const file of files) {
+  try {
+    for (const { start, end, open } of await detect(readWav(readFileSync(file)))) {
+      const times = [start, end, end - start].map((seconds) => seconds.toFixed(3));
+      console.log(words.includes("--json") ? JSON.stringify({ file, start, end, open }) :
+        [...files.length > 1 ? [file] : [], ...times].join("\t"));
+    }
+  } catch (error) {
+    console.error(`korvane-vad: ${file}: ${error.message}`);
+    process.exitCode = 1;
+  }
+}

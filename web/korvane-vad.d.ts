@@ -1,0 +1,164 @@
+/**
+ * Korvane VAD: finds where somebody speaks, and takes the steady noise out of the sound.
+ *
+ * Times are in seconds and in samples per channel of the input, from its first sample on. Results depend on the
+ * samples alone, never on how they were cut into chunks, nor on the machine.
+ */
+
+/** Samples of -1..1, or of 16 bits. What is louder saturates; what is not a number is silence. */
+export type SampleArray = Float32Array | Int16Array;
+
+/** What push takes: one channel, or two interleaved; an array for each channel; a browser's AudioBuffer. */
+export type Samples = SampleArray | readonly SampleArray[] | AudioBuffer | Recording;
+
+/** A decoded file, as readWav and other decoders give it. */
+export interface Recording {
+  sampleRate: number;
+  channelData: SampleArray[];
+}
+
+/** How speech is told from the rest. */
+export interface Settings {
+  /**
+   * "adaptive" (default): a score from how the spectrum moves above the noise. It follows the noise and needs no
+   * setting. "fixed": the level of the cleaned frame. "detector": the answers of the native library's first
+   * interface, bit for bit.
+   */
+  decision?: "adaptive" | "fixed" | "detector";
+  /** Samples per channel of a frame, 1 to 4096; 10 ms by default. */
+  frameLength?: number;
+  /** Cleaned samples come back as loud as they went in (default), or as the suppressor leaves them. */
+  restoreLevel?: boolean;
+  /** adaptive: speech begins at this score, 0 to 1; 0.5 by default. */
+  enterScore?: number;
+  /** adaptive: and goes on above this one, at most enterScore; 0.4 by default. */
+  stayScore?: number;
+  /** fixed: speech begins above this level, -140 to 0 dB; -45 by default. */
+  enterDb?: number;
+  /** fixed: and goes on above this one, at most enterDb; -50 by default. */
+  stayDb?: number;
+  /** Time above the threshold before speech is declared; 0 by default. As all times: whole, 0 to 3600000 ms. */
+  onsetMs?: number;
+  /** Time below it before speech ends; 60 by default. */
+  hangoverMs?: number;
+  /** Shorter gaps between segments are filled; 0 by default. */
+  minGapMs?: number;
+  /** Shorter segments are dropped; 0 by default. */
+  minSpeechMs?: number;
+  /** Longer segments are split into equal parts; 0, the default, never. */
+  maxSpeechMs?: number;
+  /** Added before each segment, within the input; 0 by default. */
+  padStartMs?: number;
+  /** Added behind each segment, within the input; 0 by default. */
+  padEndMs?: number;
+}
+
+export interface VadOptions extends Settings {
+  /** Samples a second of each channel, 1 to 49999. */
+  sampleRate: number;
+  /** 1 (default) or 2. The suppressor hears the first channel and treats both alike. */
+  channels?: number;
+  /** Whether push and flush give cleaned samples; false by default. */
+  cleaned?: boolean;
+  /** Whether push and flush tell each frame; false by default. */
+  frames?: boolean;
+}
+
+/** Of a whole recording: rate and channels are needed where the samples do not say them. */
+export type RecordingOptions = Settings & { sampleRate?: number; channels?: number };
+
+/** A stretch of speech, final when it is told. */
+export interface Segment {
+  start: number;
+  end: number;
+  startSample: number;
+  /** Of the first sample behind it. */
+  endSample: number;
+  /** Whether the input ended before the speech did. */
+  open: boolean;
+}
+
+/** Told as soon as the beginning is certain. */
+export interface SpeechStart {
+  type: "start";
+  start: number;
+  startSample: number;
+}
+
+/** Told when the end is certain: hangoverMs behind it or later, see minGapMs, padStartMs and padEndMs. */
+export interface SpeechEnd extends Segment {
+  type: "end";
+}
+
+export type SpeechEvent = SpeechStart | SpeechEnd;
+
+/** What was decided on one frame. */
+export interface Frame {
+  start: number;
+  startSample: number;
+  /** In samples per channel; the last frame may be shorter. */
+  length: number;
+  speech: boolean;
+  /** 0..1; with the decisions "fixed" and "detector" 1 for speech, 0 for none. */
+  score: number;
+  /** Of the cleaned frame; 0 dB is the loudest square wave, -140 silence. */
+  levelDb: number;
+  /** Of the noise in the input; -140 until there is an estimate. */
+  noiseDb: number;
+}
+
+/** What a chunk brought. */
+export interface Told<Cleaned = SampleArray | SampleArray[]> {
+  /** In order. */
+  events: SpeechEvent[];
+  /** Whether the last whole frame was speech. */
+  speech: boolean;
+  /** With `frames: true`. */
+  frames?: Frame[];
+  /**
+   * With `cleaned: true`: what has become ready, in the type and layout of the input. Put one behind another, with
+   * those of flush at the end, they are as long as the input, and each sample stands where it stood there.
+   */
+  cleaned?: Cleaned;
+}
+
+/** A stream of samples and what is heard in it. Any number may be open at once. */
+export class Vad {
+  /** Throws a TypeError or a RangeError that says which option is wrong. */
+  static create(options: VadOptions): Promise<Vad>;
+  private constructor();
+  readonly sampleRate: number;
+  readonly channels: number;
+  /** Samples per channel by which cleaned samples are late: 720 below 25000 Hz, 867 from there on. */
+  readonly delay: number;
+  /** Whether the last whole frame was speech. */
+  readonly speech: boolean;
+  /** Whether vector instructions are used. */
+  readonly vectors: boolean;
+  /** Takes samples, any number of them. They are only read. */
+  push(samples: Samples): Told;
+  /** The input is over: tells what is still to come. Speech that goes on ends with the input. */
+  flush(): Told;
+  /** Begins anew with the same options. */
+  reset(): void;
+  /** Gives the memory back; a second time does nothing. */
+  close(): void;
+  /** The same as close, for `using`, where the platform has it. */
+  [Symbol.dispose](): void;
+}
+
+/** The stretches of speech in a whole recording. */
+export function detect(recording: Samples, options?: RecordingOptions): Promise<Segment[]>;
+
+/** A whole recording without its steady noise: as long as it was, nothing shifted, in the form it came in. */
+export function clean<Form extends Samples>(recording: Form, options?: RecordingOptions): Promise<Form>;
+
+/** Samples in, events out. */
+export function vadStream(options: VadOptions): TransformStream<Samples, SpeechEvent>;
+
+/** The events in a stream of samples, or in whatever else `for await` takes. */
+export function events(readable: ReadableStream<Samples> | AsyncIterable<Samples> | Iterable<Samples>,
+  options: VadOptions): AsyncGenerator<SpeechEvent, void, undefined>;
+
+/** Reads a WAV file's bytes: PCM of 8 to 32 bits and floating point. */
+export function readWav(bytes: Uint8Array | ArrayBuffer): Recording;

@@ -1,0 +1,3 @@
+export { clean, detect, events, vadStream } from "./recordings.js";
+export { Vad } from "./vad.js";
+export { readWav } from "./wav.js";
