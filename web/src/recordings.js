@@ -3,10 +3,10 @@ import { isAudioBuffer, recordingOf } from "./samples.js";
 import { Vad } from "./vad.js";
 
 /** Hands a recording to a new Vad: gives what push and flush told. */
-async function hear(recording, options, more) {
+async function hear(recording, options) {
   const { samples, ...facts } = recordingOf(recording);
   const known = Object.fromEntries(Object.entries(facts).filter(([, value]) => value !== undefined));
-  const vad = await Vad.create({ ...known, ...options, ...more });
+  const vad = await Vad.create({ ...known, ...options });
   try {
     return [vad.push(recording), vad.flush()];
   } finally {
@@ -15,12 +15,12 @@ async function hear(recording, options, more) {
 }
 
 export async function detect(recording, options) {
-  const told = await hear(recording, options, { cleaned: false, frames: false });
+  const told = await hear(recording, options);
   return told.flatMap(({ events }) => events).filter(({ type }) => type === "end").map(({ type, ...segment }) => segment);
 }
 
 export async function clean(recording, options) {
-  const [begin, end] = (await hear(recording, options, { cleaned: true, frames: false })).map(({ cleaned }) => cleaned);
+  const [begin, end] = (await hear(recording, { ...options, cleaned: true })).map(({ cleaned }) => cleaned);
   const join = (a, b) => {
     const whole = new a.constructor(a.length + b.length);
     whole.set(a);
