@@ -1,3 +1,5 @@
+/// <reference lib="dom" />
+/// <reference lib="esnext.disposable" />
 /**
  * Korvane VAD: finds where somebody speaks, and takes the steady noise out of the sound.
  *
