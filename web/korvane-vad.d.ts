@@ -164,3 +164,71 @@ export function events(readable: ReadableStream<Samples> | AsyncIterable<Samples
 
 /** Reads a WAV file's bytes: PCM of 8 to 32 bits and floating point. */
 export function readWav(bytes: Uint8Array | ArrayBuffer): Recording;
+
+/** Called with what is heard live. */
+export interface LiveCallbacks {
+  /** Speech has begun. */
+  onSpeechStart?(event: SpeechStart): void;
+  /**
+   * Speech is over. With `sound` other than "none" the spoken sound comes along: at the context's rate, from the
+   * segment's start to its end, an array for each channel where there are two.
+   */
+  onSpeechEnd?(sound: Float32Array, event: SpeechEnd): void;
+  /** Asks for each frame. */
+  onFrame?(frame: Frame): void;
+  /** The audio worklet has failed. */
+  onError?(error: Error): void;
+}
+
+export interface VadNodeOptions extends Settings, LiveCallbacks {
+  /** 1 (default) or 2. */
+  channels?: number;
+  /** What onSpeechEnd is given: the sound as it came in (the default where there is an onSpeechEnd), the cleaned
+   * sound, or none. With sound there is no maxSpeechMs. */
+  sound?: "input" | "cleaned" | "none";
+  /** Of a copy of korvane-vad/worklet.js, where a content security policy forbids blob:. */
+  workletUrl?: string | URL;
+}
+
+/** Passes cleaned sound on, `delay` samples late. */
+export interface VadNode extends AudioWorkletNode {
+  /** In samples at the context's rate. */
+  readonly delay: number;
+  /** Begins anew; speech that goes on is forgotten. */
+  reset(): void;
+  /** The input is over: tells what is still to come, and stops the node. */
+  close(): Promise<void>;
+}
+
+/** Makes an audio node that listens to its input. The context's rate is 49999 Hz at most. */
+export function vadNode(context: BaseAudioContext, options?: VadNodeOptions): Promise<VadNode>;
+
+export interface ListenOptions extends VadNodeOptions {
+  /** Instead of the microphone. */
+  stream?: MediaStream;
+  /** What to ask of the microphone. By default one channel, with the browser's echo canceller and gain control. */
+  audio?: MediaTrackConstraints;
+  /** In Hz, such as 16000; the sound card's by default. Some browsers cannot bring a microphone to another rate. */
+  sampleRate?: number;
+  /** A context of the page's own, which is not closed. */
+  audioContext?: AudioContext;
+}
+
+export interface Listener {
+  readonly node: VadNode;
+  readonly stream: MediaStream;
+  readonly audioContext: AudioContext;
+  readonly paused: boolean;
+  /** The detector hears silence. */
+  pause(): void;
+  resume(): void;
+  /** Tells what is still to come, then lets go of the microphone. */
+  stop(): Promise<void>;
+}
+
+/**
+ * Listens to the microphone. padStartMs is 300 here, padEndMs 100, minGapMs 500.
+ *
+ *     const listener = await listen({ onSpeechEnd: (sound) => send(sound) });
+ */
+export function listen(options?: ListenOptions): Promise<Listener>;

@@ -119,8 +119,9 @@ function open(engine, options) {
 export function settingsOf(engine, options) {
   const { place, ...stream } = open(engine, options);
   const settings = Array.from(engine.settings());
+  const delay = engine.calls.korvane_stream_delay(place);
   engine.close(place);
-  return { ...stream, settings };
+  return { ...stream, settings, delay };
 }
 
 // A Vad that nobody closes gives its memory back when it is collected.

@@ -1,0 +1,194 @@
+// Detectors on live sound: a node for audio graphs, and the microphone.
+import workletText from "korvane-worklet";
+import { loadEngine, Reports, settingsOf } from "./vad.js";
+
+const CALLS = ["onSpeechStart", "onSpeechEnd", "onFrame", "onError"];
+const LISTENING = { padStartMs: 300, padEndMs: 100, minGapMs: 500 };
+const SOUNDS = ["none", "input", "cleaned"];
+
+const added = new WeakMap(); // by context, the promise of its worklet
+
+function addWorklet(context, url) {
+  if (!added.has(context)) {
+    const own = url === undefined ? URL.createObjectURL(new Blob([workletText], { type: "text/javascript" })) : null;
+    added.set(context, context.audioWorklet.addModule(url ?? own).catch((cause) => {
+      added.delete(context);
+      throw new Error("the audio worklet does not load; where the page has a content security policy, its script-src " +
+        `needs blob:, or workletUrl the address of a copy of korvane-vad/worklet.js (${cause.message})`, { cause });
+    }).finally(() => own && URL.revokeObjectURL(own)));
+  }
+  return added.get(context);
+}
+
+/** Options for the node and its callbacks apart from those of the detector. */
+function apart(options, names) {
+  const mine = {};
+  const rest = { ...options };
+  for (const name of names) {
+    mine[name] = rest[name];
+    delete rest[name];
+  }
+  for (const name of CALLS) {
+    if (mine[name] !== undefined && typeof mine[name] !== "function") {
+      throw new TypeError(`${name} must be a function`);
+    }
+  }
+  return [mine, rest];
+}
+
+export async function vadNode(context, options = {}) {
+  if (typeof context?.audioWorklet?.addModule !== "function") {
+    throw new TypeError(typeof context?.createGain === "function" ?
+      "this context has no audioWorklet: browsers give it to pages from https and localhost alone" :
+      "vadNode's first argument must be an AudioContext or an OfflineAudioContext");
+  }
+  const [mine, settings] = apart(options, [...CALLS, "workletUrl", "sound"]);
+  const sound = mine.sound ?? (mine.onSpeechEnd ? "input" : "none");
+  if (!SOUNDS.includes(sound)) {
+    throw new RangeError(`sound must be one of "${SOUNDS.join('", "')}", not ${sound}`);
+  }
+  if (sound !== "none" && settings.maxSpeechMs > 0) {
+    throw new RangeError('maxSpeechMs goes with sound: "none" alone: parts are known when the whole speech is over');
+  }
+  const engine = await loadEngine();
+  const stream = settingsOf(engine, { ...settings, sampleRate: context.sampleRate });
+  await addWorklet(context, mine.workletUrl);
+
+  const { channels } = stream;
+  const ms = (name) => settings[name] ?? 0;
+  // How long after its first sample speech may be told.
+  const late = ms("onsetMs") + (settings.hangoverMs ?? 60) + ms("minGapMs") + ms("minSpeechMs") + ms("padStartMs") + ms("padEndMs") + 1000;
+  const node = new AudioWorkletNode(context, `korvane-vad-${VERSION}`, {
+    numberOfInputs: 1,
+    numberOfOutputs: 1,
+    outputChannelCount: [channels],
+    channelCount: channels,
+    channelCountMode: "explicit",
+    processorOptions: {
+      bytes: engine.bytes,
+      channels,
+      settings: stream.settings,
+      frames: mine.onFrame !== undefined,
+      sound,
+      keep: Math.ceil(late / 1000 * context.sampleRate),
+    },
+  });
+
+  const waiting = []; // ends whose sound is on its way
+  let pieces = [];
+  const ended = (event, spoken) => mine.onSpeechEnd?.(spoken && channels === 1 ? spoken[0] : spoken, event);
+  const onSound = ({ sound: piece, whole }) => {
+    pieces.push(piece);
+    if (!whole) {
+      return;
+    }
+    const spoken = piece.map((_, c) => {
+      const all = new Float32Array(pieces.reduce((sum, one) => sum + one[c].length, 0));
+      let at = 0;
+      for (const one of pieces) {
+        all.set(one[c], at);
+        at += one[c].length;
+      }
+      return all;
+    });
+    pieces = [];
+    ended(waiting.shift(), spoken);
+  };
+  const closed = new Promise((done) => {
+    node.port.onmessage = ({ data }) => {
+      if (data.told) {
+        const reports = new Reports(context.sampleRate);
+        for (const [kind, ...numbers] of data.told) {
+          if (kind === "frame") {
+            reports.onFrame(...numbers);
+            mine.onFrame(reports.frames.pop());
+            continue;
+          }
+          reports.onEvent(...numbers);
+          const event = reports.events.pop();
+          if (event.type === "start") {
+            mine.onSpeechStart?.(event);
+          } else if (sound === "none") {
+            ended(event);
+          } else {
+            waiting.push(event);
+          }
+        }
+      } else if (data.sound) {
+        onSound(data);
+      } else if (data.reset) {
+        waiting.length = 0;
+        pieces = [];
+      } else if (data.closed) {
+        done();
+      }
+    };
+  });
+  node.onprocessorerror = () => mine.onError?.(new Error("the audio worklet has failed; make a new node"));
+  let closing = null;
+  return Object.assign(node, {
+    delay: stream.delay,
+    reset() {
+      node.port.postMessage("reset");
+    },
+    close() {
+      closing ??= (node.port.postMessage("close"), closed.then(() => node.disconnect()));
+      return closing;
+    },
+  });
+}
+
+export async function listen(options = {}) {
+  const [mine, rest] = apart(options, ["stream", "audio", "sampleRate", "audioContext"]);
+  const devices = globalThis.navigator?.mediaDevices;
+  if (mine.stream === undefined && typeof devices?.getUserMedia !== "function") {
+    throw new TypeError("there is no microphone here: browsers give it to pages from https and localhost alone");
+  }
+  const stream = mine.stream ?? await devices.getUserMedia({
+    audio: mine.audio ?? { channelCount: 1, echoCancellation: true, noiseSuppression: false, autoGainControl: true },
+  });
+  // What this function has opened it closes.
+  const stopTracks = () => mine.stream ?? stream.getTracks().forEach((track) => track.stop());
+  let context = mine.audioContext;
+  const closeContext = () => mine.audioContext ?? context?.close();
+  try {
+    context ??= new AudioContext(mine.sampleRate === undefined ? {} : { sampleRate: mine.sampleRate });
+    if (mine.audioContext === undefined && context.sampleRate > 49999) {
+      await context.close();
+      context = new AudioContext({ sampleRate: 48000 });
+    }
+    const node = await vadNode(context, { ...LISTENING, ...rest });
+    const source = context.createMediaStreamSource(stream);
+    const silence = new GainNode(context, { gain: 0 }); // a node that leads nowhere may not run
+    source.connect(node).connect(silence).connect(context.destination);
+    await context.resume();
+    let paused = false;
+    return {
+      node,
+      stream,
+      audioContext: context,
+      get paused() { return paused; },
+      pause() {
+        source.disconnect();
+        paused = true;
+      },
+      resume() {
+        if (paused) {
+          source.connect(node);
+          paused = false;
+        }
+      },
+      async stop() {
+        source.disconnect();
+        await node.close();
+        silence.disconnect();
+        stopTracks();
+        await closeContext();
+      },
+    };
+  } catch (error) {
+    stopTracks();
+    await closeContext();
+    throw error;
+  }
+}
