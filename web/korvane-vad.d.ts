@@ -171,9 +171,9 @@ export interface LiveCallbacks {
   onSpeechStart?(event: SpeechStart): void;
   /**
    * Speech is over. With `sound` other than "none" the spoken sound comes along: at the context's rate, from the
-   * segment's start to its end, an array for each channel where there are two.
+   * segment's start to its end, two channels interleaved.
    */
-  onSpeechEnd?(sound: Float32Array, event: SpeechEnd): void;
+  onSpeechEnd?(sound: Float32Array | undefined, event: SpeechEnd): void;
   /** Asks for each frame. */
   onFrame?(frame: Frame): void;
   /** The audio worklet has failed. */

@@ -14,13 +14,14 @@ static int16_t samples[MOST];
 
 static void on_result(void* user, const KorvaneStreamResult* r) {
     (void)user;
-    printf("frame %lld %d %d %.9g %.9g %.9g\n", (long long)r->position, r->length, r->speech, r->score,
-           r->level_db, r->noise_db);
+    printf("frame %lld %d %d %.9g %.9g %.9g\n", (long long)r->position, r->length, r->speech,
+           r->score, r->level_db, r->noise_db);
 }
 
 static void on_event(void* user, const KorvaneStreamEvent* e) {
     (void)user;
-    printf("event %d %d %lld %lld\n", e->kind, e->open, (long long)e->position, (long long)e->start);
+    printf("event %d %d %lld %lld\n", e->kind, e->open, (long long)e->position,
+           (long long)e->start);
 }
 
 int main(int argc, char** argv) {
@@ -33,7 +34,8 @@ int main(int argc, char** argv) {
     config.on_result = on_result;
     config.on_event = on_event;
     KorvaneStream* const stream = korvane_stream_create(&config, NULL);
-    const size_t count = fread(samples, 2, MOST / 2, stdin); /* room is left for what comes at the end */
+    const size_t count =
+        fread(samples, 2, MOST / 2, stdin); /* room is left for what comes at the end */
     const int32_t delay = korvane_stream_delay(stream);
     korvane_stream_process(stream, samples, samples, (int32_t)count / channels);
     korvane_stream_end(stream, samples + count);

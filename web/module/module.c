@@ -54,8 +54,8 @@ int32_t module_defaults(int32_t rate, int32_t channels) {
     const int32_t error = korvane_stream_defaults(&c, rate, channels);
     if (error == KORVANE_OK) {
         const double filled[SETTINGS] = {
-            c.frame_length,  c.decision,      c.restore_level, c.enter_score,  c.stay_score,
-            c.enter_db,      c.stay_db,       c.onset_ms,      c.hangover_ms,  c.min_gap_ms,
+            c.frame_length,  c.decision,      c.restore_level, c.enter_score, c.stay_score,
+            c.enter_db,      c.stay_db,       c.onset_ms,      c.hangover_ms, c.min_gap_ms,
             c.min_speech_ms, c.max_speech_ms, c.pad_start_ms,  c.pad_end_ms,
         };
         for (int i = 0; i < SETTINGS; ++i) {

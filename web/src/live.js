@@ -76,21 +76,19 @@ export async function vadNode(context, options = {}) {
 
   const waiting = []; // ends whose sound is on its way
   let pieces = [];
-  const ended = (event, spoken) => mine.onSpeechEnd?.(spoken && channels === 1 ? spoken[0] : spoken, event);
+  const ended = (event, spoken) => mine.onSpeechEnd?.(spoken, event);
   const onSound = ({ sound: piece, whole }) => {
     pieces.push(piece);
     if (!whole) {
       return;
     }
-    const spoken = piece.map((_, c) => {
-      const all = new Float32Array(pieces.reduce((sum, one) => sum + one[c].length, 0));
-      let at = 0;
-      for (const one of pieces) {
-        all.set(one[c], at);
-        at += one[c].length;
+    const spoken = new Float32Array(channels * pieces.reduce((sum, [{ length }]) => sum + length, 0));
+    let at = 0;
+    for (const one of pieces) {
+      for (let i = 0; i < one[0].length; ++i) {
+        one.forEach((samples) => { spoken[at++] = samples[i]; });
       }
-      return all;
-    });
+    }
     pieces = [];
     ended(waiting.shift(), spoken);
   };

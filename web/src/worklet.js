@@ -53,9 +53,10 @@ class VadProcessor extends AudioWorkletProcessor {
     }
     this.delay = this.engine.calls.korvane_stream_delay(this.place);
     this.told = []; // frames and events of one call, as arrays of numbers
-    this.segments = []; // whose sound is not sent whole: { start, end, sent }
+    this.segments = []; // whose sound has not all been sent
     this.sound = sound;
     this.piece = Math.ceil(sampleRate); // sound is sent by the second, so that long speech fits too
+    this.keep = keep; // how long after its last sample, or its first one, speech is told
     this.past = sound === "none" ? null : new Past(channels, keep + 3 * this.piece);
     this.late = sound === "cleaned" ? this.delay : 0;
     this.views = null;
@@ -132,8 +133,10 @@ class VadProcessor extends AudioWorkletProcessor {
     }
     while (this.segments.length > 0) {
       const segment = this.segments[0];
-      const ready = Math.min(segment.end, this.past.end - this.late);
-      const whole = ready === segment.end;
+      const known = this.past.end - this.late;
+      const whole = segment.end <= known;
+      // The end, when it is told, may lie some way back.
+      const ready = whole ? segment.end : Math.min(segment.end, known - this.keep);
       if (!whole && ready - segment.sent < this.piece) {
         return;
       }
