@@ -34,6 +34,7 @@ ALLOWED = {
     "conformance": ["include"],
     "tools": ["include", "segments", "conformance"],
     "android/korvane-vad/src/main/cpp": ["include"],
+    "web/module": ["include"],
 }
 SOURCES = {".c", ".cpp", ".h"}
 
