@@ -109,8 +109,11 @@ export interface Frame {
   noiseDb: number;
 }
 
+/** Of interleaved samples their type; of all other forms an array for each channel. */
+export type Cleaned<Form> = unknown extends Form ? SampleArray | SampleArray[] : Form extends SampleArray ? Form : SampleArray[];
+
 /** What a chunk brought. */
-export interface Told<Cleaned = SampleArray | SampleArray[]> {
+export interface Told<Form = unknown> {
   /** In order. */
   events: SpeechEvent[];
   /** Whether the last whole frame was speech. */
@@ -121,7 +124,7 @@ export interface Told<Cleaned = SampleArray | SampleArray[]> {
    * With `cleaned: true`: what has become ready, in the type and layout of the input. Put one behind another, with
    * those of flush at the end, they are as long as the input, and each sample stands where it stood there.
    */
-  cleaned?: Cleaned;
+  cleaned?: Cleaned<Form>;
 }
 
 /** A stream of samples and what is heard in it. Any number may be open at once. */
@@ -138,7 +141,7 @@ export class Vad {
   /** Whether vector instructions are used. */
   readonly vectors: boolean;
   /** Takes samples, any number of them. They are only read. */
-  push(samples: Samples): Told;
+  push<Form extends Samples>(samples: Form): Told<Form>;
   /** The input is over: tells what is still to come. Speech that goes on ends with the input. */
   flush(): Told;
   /** Begins anew with the same options. */

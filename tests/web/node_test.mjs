@@ -204,6 +204,38 @@ it("worker threads have detectors of their own", async () => {
   }
 });
 
+it("the worklet allocates nothing while nothing is told, and lets go when it is closed", { skip: typeof globalThis.gc !== "function" }, async () => {
+  const said = [];
+  Object.assign(globalThis, {
+    sampleRate: 16000,
+    AudioWorkletProcessor: class { port = { postMessage: (message) => said.push(message) }; },
+    registerProcessor(name, Processor) { globalThis.Processor = Processor; },
+  });
+  await import(pathToFileURL(join(installed, "worklet.js")));
+  const digits = readFileSync(join(installed, "korvane-vad.js"), "utf8").match(/0061736d01000000[0-9a-f]+/)[0];
+  const one = new globalThis.Processor({ processorOptions: { bytes: Buffer.from(digits, "hex"), channels: 2, frames: false, sound: "input",
+    settings: [160, 0, 1, 0.5, 0.4, -45, -50, 0, 60, 0, 0, 0, 0, 0], keep: 20000 } });
+  const quantum = [[[new Float32Array(128), new Float32Array(128)]], [[new Float32Array(128), new Float32Array(128)]]];
+  const run = (n) => {
+    for (let i = 0; i < n; ++i) {
+      one.process(quantum[0], quantum[1]);
+    }
+  };
+  run(20000); // until an engine has compiled it for good
+  const grown = Array.from({ length: 5 }, () => { // of which one may meet what the engine does on its own
+    globalThis.gc();
+    const used = process.memoryUsage().heapUsed;
+    run(5000);
+    return process.memoryUsage().heapUsed - used;
+  });
+  assert.ok(Math.min(...grown) < 10000, `${grown} bytes in 5000 calls`);
+  assert.deepEqual(said, []);
+  assert.equal(one.process(...quantum), true);
+  one.port.onmessage({ data: "close" });
+  assert.deepEqual(said, [{ closed: true }]);
+  assert.equal(one.process(...quantum), false);
+});
+
 describe("what is wrong is said, and nothing is lost", () => {
   const of = (more) => ({ sampleRate: 16000, ...more });
   for (const [options, kind, text] of [

@@ -7,6 +7,8 @@ export async function use(bytes: Uint8Array, buffer: AudioBuffer, chunks: Readab
   const left: Int16Array = await clean(new Int16Array(100), { sampleRate: 8000 });
   using vad = await Vad.create({ sampleRate: 16000, channels: 2, frames: true, cleaned: true });
   const { events: told, speech, frames } = vad.push([left, left]);
+  const floats: Float32Array | undefined = vad.push(new Float32Array(4)).cleaned;
+  const planes = vad.push([left, left]).cleaned?.map(({ length }) => length);
   const last: SpeechEvent | undefined = told.at(-1);
   const end: number = last?.type === "end" ? last.end : 0;
   for await (const event of events(chunks, { sampleRate: 16000 })) {
@@ -22,5 +24,5 @@ export async function use(bytes: Uint8Array, buffer: AudioBuffer, chunks: Readab
   vad.push(bytes);
   // @ts-expect-error: made with Vad.create
   void new Vad();
-  return segments.length + cleaned.length + end + Number(speech) + (frames?.[0].score ?? 0);
+  return segments.length + cleaned.length + end + Number(speech) + (floats?.length ?? 0) + (planes?.length ?? 0) + (frames?.[0].score ?? 0);
 }

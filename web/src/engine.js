@@ -75,11 +75,12 @@ export class Engine {
 
   /** Where samples go in and come out: an array of `piece` samples for each of two channels. */
   samples(isFloat) {
-    const { buffer } = this.calls.memory;
-    if (this.#samples?.buffer !== buffer) { // the first time, and when the memory has grown
+    // When the memory grows, arrays on it shrink to nothing. To ask for its buffer would allocate, each time.
+    if (this.#samples === null || this.#samples.ints[0].length === 0) {
+      const { buffer } = this.calls.memory;
       const at = this.calls.module_samples();
       const both = (Type) => [0, 1].map((c) => new Type(buffer, at + c * this.piece * Type.BYTES_PER_ELEMENT, this.piece));
-      this.#samples = { buffer, floats: both(Float32Array), ints: both(Int16Array) };
+      this.#samples = { floats: both(Float32Array), ints: both(Int16Array) };
     }
     return isFloat ? this.#samples.floats : this.#samples.ints;
   }

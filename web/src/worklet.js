@@ -98,6 +98,11 @@ class VadProcessor extends AudioWorkletProcessor {
     }
   }
 
+  /** In a function of its own: for what an inner function sees, each call of the outer one allocates. */
+  look(n) {
+    this.views = this.engine.samples(true).map((one) => one.subarray(0, n));
+  }
+
   // Allocates nothing while nothing is told.
   process(inputs, outputs) {
     if (this.done) {
@@ -106,9 +111,8 @@ class VadProcessor extends AudioWorkletProcessor {
     const input = inputs[0];
     const output = outputs[0];
     const n = output[0].length;
-    const samples = this.engine.samples(true);
-    if (this.views === null || this.views[0].length !== n || this.views[0].buffer !== samples[0].buffer) {
-      this.views = samples.map((one) => one.subarray(0, n)); // once, and when other streams have moved the memory
+    if (this.views === null || this.views[0].length !== n) { // the first time, and when the memory has grown
+      this.look(n);
     }
     for (let c = 0; c < this.channels; ++c) {
       if (c < input.length) {
