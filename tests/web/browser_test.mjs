@@ -4,7 +4,7 @@
 // KORVANE_WEB_TARBALL, NODE_PATH and CHROMIUM say where things are.
 import assert from "node:assert/strict";
 import { execFileSync } from "node:child_process";
-import { mkdtempSync, readFileSync, rmSync, writeFileSync } from "node:fs";
+import { mkdirSync, mkdtempSync, readdirSync, readFileSync, renameSync, rmSync, writeFileSync } from "node:fs";
 import { createServer } from "node:http";
 import { createRequire } from "node:module";
 import { tmpdir } from "node:os";
@@ -21,10 +21,11 @@ const microphone = join(folder, "microphone.wav"); // speech, then as long a pau
 execFileSync("sox", [SPEECH, microphone, "pad", "0", "1.5"]);
 
 let policy = "";
+let files = join(folder, "package");
 const server = createServer(({ url }, response) => {
   response.setHeader("Content-Security-Policy", policy);
   response.setHeader("Content-Type", url.endsWith(".js") ? "text/javascript" : "text/html");
-  response.end(url.endsWith(".js") ? readFileSync(join(folder, "package", url)) :
+  response.end(url.endsWith(".js") ? readFileSync(join(files, url)) :
     '<!doctype html><link rel="icon" href="data:,"><title>test</title><script type="module" src="/start.js"></script>');
 }).listen(0);
 const address = `http://localhost:${server.address().port}`;
@@ -183,6 +184,36 @@ describe("content security policies", () => {
       policy = "";
       assert.match(result, said);
       assert.ok(complaints.length === 0 || !/^\d/.test(said.source.slice(1)), complaints.join());
+    });
+  }
+});
+
+describe("bundlers take it without being told how", () => {
+  const site = join(folder, "site");
+  mkdirSync(join(site, "src"), { recursive: true });
+  writeFileSync(join(site, "package.json"), "{}");
+  writeFileSync(join(site, "src", "index.js"), 'import { Vad, vadNode } from "korvane-vad";\nwindow.korvane = { Vad, vadNode };\n');
+  writeFileSync(join(site, "index.html"), '<script type="module" src="/src/index.js"></script>');
+  execFileSync("npm", ["install", "--offline", "--no-audit", "--no-fund", process.env.KORVANE_WEB_TARBALL], { cwd: site });
+  const modules = process.env.NODE_PATH;
+  for (const [name, out, ...command] of [
+    ["esbuild", "dist", join(modules, "esbuild/bin/esbuild"), "src/index.js", "--bundle", "--minify", "--outdir=dist"],
+    ["vite", "dist/assets", process.execPath, join(modules, "vite/bin/vite.js"), "build"],
+    ["webpack", "dist", process.execPath, "-e", 'require("webpack")({ mode: "production" }, (error, all) => { if (error || all.hasErrors()) throw error ?? all.toString(); })'],
+  ]) {
+    it(name, async () => {
+      rmSync(join(site, "dist"), { recursive: true, force: true });
+      execFileSync(command[0], command.slice(1), { cwd: site, env: { ...process.env, NODE_PATH: modules }, stdio: "pipe" });
+      files = join(site, out);
+      const [script] = readdirSync(files).filter((one) => one.endsWith(".js"));
+      renameSync(join(files, script), join(files, "start.js"));
+      const found = await quietly(async () => {
+        const vad = await window.korvane.Vad.create({ sampleRate: 16000 });
+        const node = await window.korvane.vadNode(new OfflineAudioContext(1, 128, 16000));
+        return [vad.vectors, node.delay];
+      });
+      files = join(folder, "package");
+      assert.deepEqual(found, [true, 720]);
     });
   }
 });
