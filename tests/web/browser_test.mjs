@@ -1,10 +1,10 @@
-// The JavaScript package in headless Chromium: the audio worklet beside the same module in Node, the microphone
+// The JavaScript package in headless Chromium and, where it is installed, Firefox: the audio worklet beside the same module in Node, the microphone
 // from a file, content security policies.
 //
 // KORVANE_WEB_TARBALL, NODE_PATH and CHROMIUM say where things are.
 import assert from "node:assert/strict";
-import { execFileSync } from "node:child_process";
-import { mkdirSync, mkdtempSync, readdirSync, readFileSync, renameSync, rmSync, writeFileSync } from "node:fs";
+import { execFileSync, spawn } from "node:child_process";
+import { existsSync, mkdirSync, mkdtempSync, readdirSync, readFileSync, renameSync, rmSync, writeFileSync } from "node:fs";
 import { createServer } from "node:http";
 import { createRequire } from "node:module";
 import { tmpdir } from "node:os";
@@ -13,6 +13,7 @@ import { after, describe, it } from "node:test";
 import { pathToFileURL } from "node:url";
 
 const { chromium } = createRequire(import.meta.url)("playwright-core");
+const FIREFOX = "/usr/bin/firefox-esr";
 const SPEECH = "/usr/share/sounds/alsa/Front_Center.wav";
 const folder = mkdtempSync(join(tmpdir(), "korvane-web-"));
 execFileSync("tar", ["-xzf", process.env.KORVANE_WEB_TARBALL, "-C", folder]);
@@ -22,7 +23,22 @@ execFileSync("sox", [SPEECH, microphone, "pad", "0", "1.5"]);
 
 let policy = "";
 let files = join(folder, "package");
-const server = createServer(({ url }, response) => {
+let task; // of Firefox: what to do there, and who waits for the result
+const server = createServer(async (request, response) => {
+  const { url } = request;
+  if (url === "/result") {
+    let text = "";
+    for await (const part of request) {
+      text += part;
+    }
+    task.done(JSON.parse(text));
+    response.end();
+    return;
+  }
+  if (url === "/task") {
+    response.end(task.page);
+    return;
+  }
   response.setHeader("Content-Security-Policy", policy);
   response.setHeader("Content-Type", url.endsWith(".js") ? "text/javascript" : "text/html");
   response.end(url.endsWith(".js") ? readFileSync(join(files, url)) :
@@ -61,15 +77,38 @@ const quietly = async (...given) => {
   return result;
 };
 
+/** The same in Firefox, which tells its result to the server. */
+async function inFirefox(work, given) {
+  const result = new Promise((done) => {
+    task = { done, page: `<!doctype html><script type="module">
+      import * as korvane from "/korvane-vad.js";
+      window.korvane = korvane;
+      const result = await (${work})(${JSON.stringify(given)}).catch((error) => ({ error: String(error) }));
+      fetch("/result", { method: "POST", body: JSON.stringify(result) });
+    </script>` };
+  });
+  const home = mkdtempSync(join(folder, "firefox-"));
+  const firefox = spawn(FIREFOX, ["--headless", "--profile", home, "--no-remote", `${address}/task`], { env: { ...process.env, HOME: home }, stdio: "ignore" });
+  const slow = setTimeout(() => task.done({ error: "nothing came from Firefox" }), 120000);
+  const found = await result;
+  clearTimeout(slow);
+  firefox.kill();
+  await new Promise((done) => { firefox.on("exit", done); });
+  assert.equal(found.error, undefined);
+  return found;
+}
+
 let seed = 3;
 const random = () => (seed = (Math.imul(seed, 1103515245) + 12345) >>> 0) % 65536 / 65536 - 0.5;
 const spoken = Array.from(readWav(readFileSync(SPEECH)).channelData[0], (x) => x / 32768);
 
 describe("a node gives what a Vad does", () => {
-  for (const [rate, channels, options] of [
+  for (const [rate, channels, options, run = quietly] of [
     [44100, 1, {}], [48000, 1, { decision: "detector" }], [16000, 2, { minGapMs: 300, padStartMs: 100 }], [8000, 2, { decision: "fixed" }],
+    [44100, 2, {}, inFirefox],
   ]) {
-    it(`${rate} Hz, ${channels} channels, ${JSON.stringify(options)}`, async () => {
+    const skip = run === inFirefox && !existsSync(FIREFOX);
+    it(`${rate} Hz, ${channels} channels, ${JSON.stringify(options)}${run === inFirefox ? ", Firefox" : ""}`, { skip }, async () => {
       const samples = Array.from({ length: channels }, (_, c) => Float32Array.from({ length: 128 * 900 },
         (_, i) => (spoken[i % 90000] ?? 0) / (c + 1) + (i > 40000 ? 0.005 * random() : 0)));
       const [{ length }] = samples;
@@ -79,21 +118,21 @@ describe("a node gives what a Vad does", () => {
       const expected = [...told.events, ...rest.events];
       assert.ok(expected.length >= 4);
 
-      const found = await quietly(async ({ samples, rate, channels, options }) => {
+      const found = await run(async ({ samples, rate, channels, options }) => {
         const context = new OfflineAudioContext(channels, samples[0].length, rate);
         const input = new AudioBuffer({ sampleRate: rate, numberOfChannels: channels, length: samples[0].length });
         samples.forEach((one, c) => input.copyToChannel(Float32Array.from(one), c));
         const source = new AudioBufferSourceNode(context, { buffer: input });
-        const run = async (sound) => {
+        const listening = async (sound) => {
           const all = { events: [], frames: [], sounds: [], ...{ sound } };
           const keep = { onSpeechStart: (event) => all.events.push(event), onFrame: (frame) => all.frames.push(frame),
-            onSpeechEnd: (spoken, event) => { all.events.push(event); all.sounds.push(spoken && Array.from(spoken)); } };
+            onSpeechEnd: (spoken, event) => { all.events.push(event); all.sounds.push(spoken ? Array.from(spoken) : null); } };
           all.node = await window.korvane.vadNode(context, { channels, ...options, ...keep, sound });
           all.delay = all.node.delay;
           source.connect(all.node);
           return all;
         };
-        const nodes = [await run("input"), await run("cleaned"), await run("none")];
+        const nodes = [await listening("input"), await listening("cleaned"), await listening("none")];
         nodes[0].node.connect(context.destination);
         source.start();
         // Ninety others, so that the memory must grow under the ones that run.
@@ -119,7 +158,7 @@ describe("a node gives what a Vad does", () => {
         assert.deepEqual(inOrder(events), inOrder(expected), sound);
         assert.deepEqual(frames, [...told.frames, ...rest.frames]);
         const source = { input: samples, cleaned, none: null }[sound];
-        assert.deepEqual(sounds, ends.map((end) => source === null ? undefined : cut(source, end)), sound);
+        assert.deepEqual(sounds, ends.map((end) => source && cut(source, end)), sound);
       }
       assert.equal(length, cleaned[0].length);
     });
