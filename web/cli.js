@@ -12,14 +12,15 @@ Several files: the name comes first.
   --help   this text`;
 
 const words = process.argv.slice(2);
-const files = words.filter((word) => !word.startsWith("--"));
-const unknown = words.find((word) => word.startsWith("--") && !["--json", "--help"].includes(word));
-if (words.includes("--help")) {
+const options = words.filter((word) => word.startsWith("-"));
+const files = words.filter((word) => !options.includes(word));
+const unknown = options.find((word) => !["--json", "--help", "-h"].includes(word));
+if (options.includes("--help") || options.includes("-h")) {
   console.log(HELP);
   process.exit();
 }
 if (unknown !== undefined || files.length === 0) {
-  console.error(unknown === undefined ? "korvane-vad: no file is named; --help shows how" : `korvane-vad: there is no ${unknown}; see --help`);
+  console.error(`korvane-vad: ${unknown === undefined ? "no file is named" : `there is no option ${unknown}`}; see --help`);
   process.exit(2);
 }
 
@@ -28,7 +29,7 @@ for (const file of files) {
   try {
     for (const { start, end, open } of await detect(readWav(readFileSync(file)))) {
       const times = [start, end, end - start].map((seconds) => seconds.toFixed(3));
-      console.log(words.includes("--json") ? JSON.stringify({ file, start, end, open }) :
+      console.log(options.includes("--json") ? JSON.stringify({ file, start, end, open }) :
         [...files.length > 1 ? [file] : [], ...times].join("\t"));
     }
   } catch (error) {
