@@ -8,13 +8,21 @@ const SOUNDS = ["none", "input", "cleaned"];
 
 const added = new WeakMap(); // by context, the promise of its worklet
 
+/** A page that was opened from a file may not load blobs of its own as a worklet. */
+const mayLoadBlobs = () => globalThis.origin !== "null";
+
+function ownUrl() {
+  return mayLoadBlobs() ? URL.createObjectURL(new Blob([workletText], { type: "text/javascript" })) :
+    `data:text/javascript,${encodeURIComponent(workletText)}`;
+}
+
 function addWorklet(context, url) {
   if (!added.has(context)) {
-    const own = url === undefined ? URL.createObjectURL(new Blob([workletText], { type: "text/javascript" })) : null;
+    const own = url === undefined ? ownUrl() : null;
     added.set(context, context.audioWorklet.addModule(url ?? own).catch((cause) => {
       added.delete(context);
       throw new Error("the audio worklet does not load; where the page has a content security policy, its script-src " +
-        `needs blob:, or workletUrl the address of a copy of korvane-vad/worklet.js (${cause.message})`, { cause });
+        `needs ${mayLoadBlobs() ? "blob:" : "data:"}, or workletUrl the address of a copy of korvane-vad/worklet.js (${cause.message})`, { cause });
     }).finally(() => own && URL.revokeObjectURL(own)));
   }
   return added.get(context);
