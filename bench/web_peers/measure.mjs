@@ -110,14 +110,14 @@ const candidates = [
     async make() {
       const ort = createRequire(at("x.js"))("onnxruntime-web");
       ort.env.wasm.numThreads = 1;
-      const session = await ort.InferenceSession.create(readFileSync(at("@ricky0123/vad-web/dist/silero_vad_v5.onnx")));
+      const model = await ort.InferenceSession.create(readFileSync(at("@ricky0123/vad-web/dist/silero_vad_v5.onnx")));
       const sr = new ort.Tensor("int64", [16000n]);
       let state = new ort.Tensor("float32", new Float32Array(256), [2, 1, 128]);
       const input = new Float32Array(576);
       return async (samples) => {
         input.copyWithin(0, 512);
         input.set(samples, 64);
-        const out = await session.run({ input: new ort.Tensor("float32", input, [1, 576]), state, sr });
+        const out = await model.run({ input: new ort.Tensor("float32", input, [1, 576]), state, sr });
         state = out.stateN;
         return out.output.data[0];
       };

@@ -23,7 +23,7 @@ execFileSync("sox", [SPEECH, microphone, "pad", "0", "1.5"]);
 
 let policy = "";
 let files = join(folder, "package");
-let task; // of Firefox: what to do there, and who waits for the result
+let errand; // of Firefox: what to do there, and who waits for the result
 const server = createServer(async (request, response) => {
   const { url } = request;
   if (url === "/result") {
@@ -31,12 +31,12 @@ const server = createServer(async (request, response) => {
     for await (const part of request) {
       text += part;
     }
-    task.done(JSON.parse(text));
+    errand.done(JSON.parse(text));
     response.end();
     return;
   }
-  if (url === "/task") {
-    response.end(task.page);
+  if (url === "/errand") {
+    response.end(errand.page);
     return;
   }
   response.setHeader("Content-Security-Policy", policy);
@@ -80,7 +80,7 @@ const quietly = async (...given) => {
 /** The same in Firefox, which tells its result to the server. */
 async function inFirefox(work, given) {
   const result = new Promise((done) => {
-    task = { done, page: `<!doctype html><script type="module">
+    errand = { done, page: `<!doctype html><script type="module">
       import * as korvane from "/korvane-vad.js";
       window.korvane = korvane;
       const result = await (${work})(${JSON.stringify(given)}).catch((error) => ({ error: String(error) }));
@@ -88,8 +88,8 @@ async function inFirefox(work, given) {
     </script>` };
   });
   const home = mkdtempSync(join(folder, "firefox-"));
-  const firefox = spawn(FIREFOX, ["--headless", "--profile", home, "--no-remote", `${address}/task`], { env: { ...process.env, HOME: home }, stdio: "ignore" });
-  const slow = setTimeout(() => task.done({ error: "nothing came from Firefox" }), 120000);
+  const firefox = spawn(FIREFOX, ["--headless", "--profile", home, "--no-remote", `${address}/errand`], { env: { ...process.env, HOME: home }, stdio: "ignore" });
+  const slow = setTimeout(() => errand.done({ error: "nothing came from Firefox" }), 120000);
   const found = await result;
   clearTimeout(slow);
   firefox.kill();
