@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <memory>
+#include <utility>
 #include <vector>
 
 #include "instruction_sets.h"
@@ -17,10 +18,10 @@ namespace {
 
 constexpr int kBlock = 576;
 
-/** All scores of a sound of one channel or two. */
-std::vector<int16_t> scores(const InstructionSet& set, int rate, Samples ch0, Samples ch1 = {}) {
+/** All scores of a sound of one channel or two; what is known of it at its end in `speech`. */
+std::vector<int16_t> scores(SpeechScore& speech, const InstructionSet& set, int rate, Samples ch0,
+                            Samples ch1) {
     NrssState suppressor{};
-    SpeechScore speech;
     NRSS_Init(suppressor, 9, rate);
     speech_init(speech, rate);
     suppressor.speech = &speech;
@@ -32,6 +33,10 @@ std::vector<int16_t> scores(const InstructionSet& set, int rate, Samples ch0, Sa
         speech.hops.count = 0;
     }
     return all;
+}
+std::vector<int16_t> scores(const InstructionSet& set, int rate, Samples ch0, Samples ch1 = {}) {
+    SpeechScore speech;
+    return scores(speech, set, rate, std::move(ch0), std::move(ch1));
 }
 
 TEST(SpeechScore, IsTheSameWithAnyNumberOfLanes) {
@@ -58,6 +63,19 @@ TEST(SpeechScore, StandsAnySoundAndRate) {  // overflows are the sanitizers' to 
             const auto all = scores(instruction_set(), rate, x, square);
             EXPECT_GE(*std::ranges::min_element(all), 0);
         }
+    }
+}
+
+TEST(SpeechScore, IsAsQuietInSilenceAfterSoundAsWithoutIt) {
+    for (const int rate : {8000, 16000, 48000}) {
+        Samples sound = bursts(kBlock * 100, 6);
+        sound.resize(kBlock * 1100, 0);
+        SpeechScore after;
+        SpeechScore without;
+        const auto end = scores(after, instruction_set(), rate, sound, {}).back();
+        scores(without, instruction_set(), rate, Samples(sound.size(), 0), {});
+        EXPECT_NEAR(after.loudness_100, without.loudness_100, 1 << 20) << rate;  // 3 dB
+        EXPECT_LT(end, 3277) << rate;
     }
 }
 
