@@ -3,11 +3,13 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+
 #include <sndfile.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <filesystem>
 
 #include <cmath>
 #include <csignal>
@@ -132,9 +134,12 @@ TEST_F(AudioSinkTest, TakesTheFormatOfTheSourceOrOfTheName) {
             << std::hex << source << ' ' << path;
     }
     const SourceInfo info = source_info(kWav, 44100, 1);
-    EXPECT_THAT(
-        failure_of([&] { open_sink(folder_.path("a.htk"), sink_format(info, "a.htk"), 44100, 1); }),
-        HasSubstr("cannot hold mono at 44100 Hz"));
+    for (const char* name : {"a.htk", "a.sd2"}) {
+        EXPECT_THAT(
+            failure_of([&] { open_sink(folder_.path(name), sink_format(info, name), 44100, 1); }),
+            HasSubstr("cannot hold mono at 44100 Hz"));
+    }
+    EXPECT_FALSE(std::filesystem::exists("._"));  // SD2's other file
     EXPECT_THAT(folder_.names(), IsEmpty());
 }
 

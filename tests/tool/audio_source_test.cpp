@@ -325,6 +325,13 @@ TEST_F(AudioSourceTest, HandsOutEverythingBeforeAFault) {
         const Pipe pipe(folder_, bytes + "x");
         fails_after(pipe.path(), mono, 200000, "ends within a sample: 1 of 2");
     }
+    for (const int container : {SF_FORMAT_AIFF, SF_FORMAT_AU, SF_FORMAT_CAF, SF_FORMAT_RF64,
+                                SF_FORMAT_W64, SF_FORMAT_MAT4, SF_FORMAT_NIST}) {
+        write_file(folder_.path("x"), container | SF_FORMAT_PCM_16, 16000, 1, samples);
+        const std::string whole = folder_.read("x");
+        fails_after(folder_.write("cut", whole.substr(0, whole.size() - 2 * 70000 + 1)), {}, 130000,
+                    "truncated: ");
+    }
     write_file(folder_.path("cut.wav"), kWav, 16000, 1, samples);
     const std::string cut = folder_.read("cut.wav").substr(0, 44 + 2 * 130000 + 1);
     fails_after(folder_.write("cut.wav", cut), {}, 130000, "truncated");

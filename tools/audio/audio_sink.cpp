@@ -138,10 +138,12 @@ bool reads_back_as(int descriptor, int format, int rate, int channels, int64_t l
            info.samplerate == rate && info.channels == channels && info.frames == length;
 }
 
-/** libsndfile's ALAC encoder frees its buffers twice when the disk is full. */
+/** libsndfile's ALAC encoder frees its buffers twice when the disk is full. SD2 it writes in two files, the second of
+ * them "._" in the current folder where the first has no name; while that is there, it takes MPEG for SD2. */
 bool is_safe_to_write(int format) {
     const int encoding = format & SF_FORMAT_SUBMASK;
-    return encoding < SF_FORMAT_ALAC_16 || encoding > SF_FORMAT_ALAC_32;
+    return container_of(format) != SF_FORMAT_SD2 &&
+           (encoding < SF_FORMAT_ALAC_16 || encoding > SF_FORMAT_ALAC_32);
 }
 
 /** Whether a file of this format keeps the rate, the channels and any length. */

@@ -7,7 +7,9 @@ namespace korvane::tool {
 
 SNDFILE* FileWindow::open(SF_INFO& format) {
     SF_VIRTUAL_IO io{};
-    io.get_filelen = [](void* window) -> sf_count_t { return of(window).size_; };
+    io.get_filelen = [](void* window) -> sf_count_t {
+        return of(window).size_ + of(window).missing_;
+    };
     io.seek = [](sf_count_t offset, int whence, void* window) -> sf_count_t {
         return of(window).seek(offset, whence);
     };
@@ -22,7 +24,7 @@ int64_t FileWindow::seek(int64_t offset, int whence) {
     if (whence == SEEK_END && !has_end_) {
         return -1;
     }
-    const int64_t from = whence == SEEK_SET ? 0 : whence == SEEK_CUR ? at_ : size_;
+    const int64_t from = whence == SEEK_SET ? 0 : whence == SEEK_CUR ? at_ : size_ + missing_;
     if (from + offset < 0) {
         return -1;
     }

@@ -40,18 +40,16 @@ enum class SampleKind {
     kReal,   ///< floating point of full scale 1.0
 };
 
+constexpr bool is_mpeg(int sf_format) {
+    const int encoding = sf_format & SF_FORMAT_SUBMASK;
+    return encoding == SF_FORMAT_MPEG_LAYER_I || encoding == SF_FORMAT_MPEG_LAYER_II ||
+           encoding == SF_FORMAT_MPEG_LAYER_III;
+}
+
 /** Of Vorbis, Opus and MPEG, whose decoders may differ in the last bits. */
 constexpr bool is_inexact(int sf_format) {
-    switch (sf_format & SF_FORMAT_SUBMASK) {
-        case SF_FORMAT_VORBIS:
-        case SF_FORMAT_OPUS:
-        case SF_FORMAT_MPEG_LAYER_I:
-        case SF_FORMAT_MPEG_LAYER_II:
-        case SF_FORMAT_MPEG_LAYER_III:
-            return true;
-        default:
-            return false;
-    }
+    const int encoding = sf_format & SF_FORMAT_SUBMASK;
+    return encoding == SF_FORMAT_VORBIS || encoding == SF_FORMAT_OPUS || is_mpeg(sf_format);
 }
 
 constexpr SampleKind sample_kind(int sf_format) {

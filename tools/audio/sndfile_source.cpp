@@ -2,8 +2,10 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdlib>
 #include <cstring>
 #include <sstream>
+#include <string_view>
 #include <utility>
 
 #include "tools/audio/ogg_links.h"
@@ -62,6 +64,20 @@ SF_INFO raw_format(const SF_INFO& format) {
     return raw;
 }
 
+/** Whether libsndfile promises no more samples of such a file than it holds. */
+bool forgets_length(int format) {
+    return container_of(format) == SF_FORMAT_RF64 || container_of(format) == SF_FORMAT_MAT4;
+}
+
+/** What the header of a NIST SPHERE file says of its length, in samples a channel; 0 where it says nothing. */
+int64_t sphere_length(InputDescriptor& file) {
+    constexpr std::string_view kField = "sample_count -i ";
+    std::string header(1024, '\0');
+    header.resize(file.read_at(0, header.data(), header.size()));
+    const std::size_t at = header.find(kField);
+    return at == std::string::npos ? 0 : std::atoll(header.c_str() + at + kField.size());
+}
+
 /** Where the ID3 tags at the beginning end. A cover in one may look like MPEG. */
 int64_t end_of_tags(InputDescriptor& file) {
     int64_t end = 0;
@@ -104,8 +120,9 @@ SndfileSource::SndfileSource(const std::string& name, OriginalListener original)
     }
 }
 
-void SndfileSource::open() {
-    // Some formats show only in the name of a file.
+// Some formats show only in the name of a file. MPEG is tried first: opened by its name, the decoder would talk to
+// standard error where the file does not end where its header says.
+void SndfileSource::open_file() {
     const bool by_name = !input_.live() && info_.name != "-";
     if (input_.live()) {
         const uint32_t magic = input_.peek_magic();
@@ -113,12 +130,42 @@ void SndfileSource::open() {
             input_.spool();
         }
     }
-    if (by_name) {
-        file_.reset(sf_open(info_.name.c_str(), SFM_READ, &format_));
-    } else if (input_.live()) {
+    if (input_.live()) {
         file_.reset(sf_open_fd(input_.get(), SFM_READ, &format_, SF_FALSE));
+    } else if (const int64_t start = end_of_tags(input_);
+               open_window({input_, start, input_.size() - start, false}, {}) &&
+               container_of(format_.format) == SF_FORMAT_MPEG) {
+        return;
+    } else if (by_name) {
+        format_ = {};
+        file_.reset(sf_open(info_.name.c_str(), SFM_READ, &format_));
     } else {
         open_window({input_, 0, input_.size(), true}, {});
+    }
+}
+
+// Where CAF is cut libsndfile refuses it, and of RF64 and MAT4 it forgets the length that the header promises. It shows
+// where the file claims to be longer: then the length is the same for two such claims. False where there is none.
+bool SndfileSource::open_as_promised() {
+    int64_t promised[2] = {};
+    for (int i = 0; i < 2; ++i) {
+        const int64_t missing = int64_t{1} << (40 + i);
+        if (!open_window({input_, 0, input_.size(), true, missing}, {})) {
+            return false;
+        }
+        promised[i] = format_.frames;
+    }
+    return promised[0] == promised[1];
+}
+
+void SndfileSource::open() {
+    open_file();
+    const bool may_promise_more = !file_ || forgets_length(format_.format);
+    if (!input_.live() && may_promise_more && !open_as_promised()) {
+        open_file();
+    }
+    if (file_ && !input_.live() && container_of(format_.format) == SF_FORMAT_NIST) {
+        format_.frames = std::max(format_.frames, sphere_length(input_));
     }
     if (file_ && !input_.live()) {
         if (const auto start = start_of_unfinished_samples(input_);
@@ -184,9 +231,10 @@ void SndfileSource::open_mpeg() {
 }
 
 bool SndfileSource::length_known() const {
-    // In a pipe a placeholder's length in frames is all that is known of it: up to 8 bytes a
-    // sample.
+    // A WAV with MPEG in it only counts what it should become. In a pipe a placeholder's length in
+    // frames is all that is known of it: up to 8 bytes a sample.
     return format_.frames < SF_COUNT_MAX && links_.size() <= 2 &&
+           !(is_mpeg(format_.format) && container_of(format_.format) != SF_FORMAT_MPEG) &&
            !(input_.live() &&
              (format_.frames == 0 || format_.frames >= kUnknownBytes / 8 / format_.channels));
 }

@@ -31,6 +31,8 @@ class SndfileSource : public InputSource {
 
   private:
     void open();
+    void open_file();
+    bool open_as_promised();
     bool open_window(const FileWindow& window, const SF_INFO& format);
     FileWindow link_window();
     bool open_next_link();
