@@ -8,7 +8,7 @@ namespace {
 
 constexpr int32_t kTwoBandRate = 25000;  // Hz, from which hops are of a band of half the rate
 
-// Hz. Below, the bins of 48 kHz are too wide for more; above, 8 kHz has no sound.
+// Hz. Below, the bins of 48 kHz are too wide for more; above, 8 kHz has no sound. Each band has a bin, up to 50 kHz.
 constexpr int32_t kBandEdges[kSpeechBands + 1] = {80,   170,  270,  380,  500,  640, 820,
                                                   1050, 1350, 1750, 2250, 2900, 3900};
 
@@ -37,10 +37,6 @@ void speech_init(SpeechScore& s, int32_t rate) {
         const int64_t bin = (int64_t{kBandEdges[band]} * 2 * kBins + clock / 2) / clock;
         const int64_t last = kBins - kSpeechBands + band;  // leaves a bin for each band above
         s.edges[band] = static_cast<int16_t>(std::min(bin, last));
-    }
-    for (int band = 0; band < kSpeechBands; ++band) {  // at least one bin in each
-        s.edges[band + 1] =
-            std::max<int16_t>(s.edges[band + 1], static_cast<int16_t>(s.edges[band] + 1));
     }
     s.power_shift = rate >= kTwoBandRate ? 2 * (kFullBandShift - kLowBandShift) : 0;
     s.steps = {step(20),

@@ -19,9 +19,8 @@
 namespace korvane {
 
 inline constexpr int kSpeechBands = 12;
-inline constexpr int kSpeechInputs = 32;                 ///< of the network
-inline constexpr int kSpeechUnits = 16;                  ///< of its first layer
-inline constexpr int32_t kMaxBandPower = INT32_MAX - 4;  ///< for level_q10
+inline constexpr int kSpeechInputs = 2 * kSpeechBands + 8;  ///< of the network
+inline constexpr int kSpeechUnits = 16;                     ///< of its first layer
 inline constexpr int kMaxHopScores = 32;  ///< as many as 4096 samples and a started block have
 
 /** The scores since they were read last. Who reads them sets count to 0. */
