@@ -71,6 +71,13 @@ Tick drawing(ProgressBar& bar) {
     return [&bar](double fraction, double seconds) { bar.update(fraction, seconds, ""); };
 }
 
+/** Before any work. */
+void check_may_overwrite(const Options& options, const std::string& path) {
+    if (options.no_clobber && !options.force) {
+        check_is_new(path);
+    }
+}
+
 // ---- detect --------------------------------------------------------------------------------
 
 /** The result of one detector, line by line, each as soon as it is certain. */
@@ -174,7 +181,8 @@ int run_detect(const Options& options) {
     const std::vector<std::string> names = recordings(options);
     check_is_no_input(options.output, names);
     check_is_no_input(options.output, {options.manifest, options.files_from});
-    const bool alone = names.size() == 1 && options.files_from.empty() &&
+    check_may_overwrite(options, options.output);
+    const bool alone = names.size() == 1 && options.files_from.empty() && !options.recursive &&
                        options.manifest.empty() && !is_folder(options.output);
     if (!alone) {
         return run_batch(options, names);
@@ -188,6 +196,7 @@ int run_detect(const Options& options) {
 int run_frames(const Options& options) {
     const std::string& name = options.files[0];
     check_is_no_input(options.output, options.files);
+    check_may_overwrite(options, options.output);
     prepare_for_interruption(name);
     Work work(name, options);
     TextOutput output(options.output);
@@ -220,6 +229,7 @@ int run_clean(const Options& options) {
     Work work(name, options);
     const SourceInfo& info = work.header.source;
     check_sink(info, path);
+    check_may_overwrite(options, path);
     const int format = sink_format(info, path);
     const std::unique_ptr<AudioSink> sink = open_sink(path, format, info.rate, info.channels);
     ProgressBar bar = bar_for(options, name, false);
@@ -268,9 +278,7 @@ std::vector<std::string> piece_paths(const Options& options, const ResultHeader&
             throw Failure(paths.back(), "is the name of two segments; --template needs {index}");
         }
         check_is_no_input(paths.back(), {options.files[0]});
-        if (!options.force && std::filesystem::exists(std::filesystem::symlink_status(path))) {
-            throw Failure(paths.back(), "is there already; --force overwrites");
-        }
+        check_may_overwrite(options, paths.back());
     }
     return paths;
 }
@@ -307,7 +315,8 @@ SourceInfo original_of(const SourceInfo& judged) {
     return info;
 }
 
-void write_piece(const std::string& path, const Cut& cut, const segments::Segment& segment) {
+std::unique_ptr<TemporaryFile> write_piece(const std::string& path, const Cut& cut,
+                                           const segments::Segment& segment) {
     const SourceInfo& info = cut.info;
     const std::unique_ptr<AudioSink> sink =
         open_sink(path, sink_format(info, path), info.rate, info.channels);
@@ -320,7 +329,9 @@ void write_piece(const std::string& path, const Cut& cut, const segments::Segmen
         cut.spool->read(at, samples.data(), count);
         sink->write_original(samples.data(), count, cut.kind);
     }
-    sink->commit();
+    std::unique_ptr<TemporaryFile> file = sink->finish();
+    file->close_descriptor();
+    return file;
 }
 
 int run_split(const Options& options) {
@@ -359,9 +370,12 @@ int run_split(const Options& options) {
         const auto at = static_cast<double>(sample) * cut.info.rate / judged.rate;
         return std::min(static_cast<int64_t>(std::llround(at)), cut.spool->length());
     };
+    std::vector<std::unique_ptr<TemporaryFile>> files;
     for (std::size_t i = 0; i < list.size(); ++i) {
-        write_piece(paths[i], cut, {.start = place(list[i].start), .end = place(list[i].end)});
+        files.push_back(
+            write_piece(paths[i], cut, {.start = place(list[i].start), .end = place(list[i].end)}));
     }
+    TemporaryFile::commit_all(files);
     if (!list.empty() && is_inexact(sink_format(cut.info, paths[0])) && cut.info.sf_format != 0) {
         warn(options, name,
              "the pieces are encoded anew; --template with .flac or .wav loses nothing more");
@@ -378,6 +392,7 @@ int run_report(const Options& options) {
         throw Failure(options.output, "this korvane-vad was built without reports");
     }
     check_is_no_input(options.output, options.files);
+    check_may_overwrite(options, options.output);
     prepare_for_interruption(name);
     Work work(name, options);
     TextOutput output(options.output);

@@ -73,6 +73,10 @@ int run_words(const std::vector<std::string>& words) {
               VoiceActivityDetectionVersion() + "\"\n");
         return 0;
     }
+    if (first == "--completions") {
+        print(completions(words.size() == 2 ? words[1] : ""));
+        return 0;
+    }
     const Options options = parse_options(words);
     if (options.help) {
         print(command_help(options.command));
@@ -85,6 +89,8 @@ int run_words(const std::vector<std::string>& words) {
         throw;
     } catch (const ReaderGone&) {
         throw;
+    } catch (const Interrupted&) {
+        return 128 + interrupted_by();
     } catch (const std::exception& error) {
         const int status = options.check ? kExitUsage : kExitFailure;
         return report_failure(error, interrupted_by() != 0 ? 128 + interrupted_by() : status);

@@ -7,6 +7,7 @@ import json
 import math
 import os
 import pathlib
+import random
 import re
 import select
 import shlex
@@ -130,6 +131,56 @@ class Formats(ToolTest):
                 time.sleep(0.2)
             writer.close()
             self.assertEqual((tool.communicate(timeout=60)[0].decode(), tool.returncode), (expected, 0))
+
+
+    def test_raw_samples_of_every_kind(self):
+        """As sox hands the same bytes on behind a header, each channel, in either layout; cut as they came in."""
+        noise = random.Random(24)
+        raw, wav = self.path("x.raw"), self.path("x.wav")
+        for kind, size, options in (("u8", 1, "-e unsigned -b 8"), ("mulaw", 1, "-e mu-law"), ("alaw", 1, "-e a-law"),
+                                    ("s16be", 2, "-B -b 16 -e signed"), ("s24le", 3, "-b 24 -e signed"),
+                                    ("s24be", 3, "-B -b 24 -e signed"), ("f32le", 4, "-b 32 -e float"),
+                                    ("f32be", 4, "-B -b 32 -e float")):
+            samples = [bytes(noise.choices(range(256), k=size)) for _ in range(40000)]
+            if size == 1:
+                samples[:512] = [bytes([i // 2]) for i in range(512)]  # every code in both channels
+            if size == 4:
+                samples = [struct.pack(("<", ">")[kind == "f32be"] + "f", noise.randrange(-2**23, 2**23) / 2**23) for _ in samples]
+            pathlib.Path(raw).write_bytes(b"".join(samples))
+            pathlib.Path(self.path("planar")).write_bytes(b"".join(samples[::2] + samples[1::2]))
+            subprocess.run(["sox", "-t", "raw", "-r", "8000", "-c", "2", *options.split(), raw, wav], check=True)
+            read = ("--raw", kind, "-r", "8000", "-c", "2")
+            digests = [json.loads(self.run_tool("--json", *words).stdout)[0]["sha256"]
+                       for words in ((wav,), (*read, raw), (*read, "--layout", "planar", self.path("planar")))]
+            with open(raw, "rb") as stdin:
+                digests.append(json.loads(self.run_tool("--json", *read, "-", stdin=stdin).stdout)[0]["sha256"])
+            self.assertEqual(digests, digests[:1] * 4, kind)
+            pieces = []
+            for name, words in (("one", (wav,)), ("two", (*read, raw))):
+                self.run_tool("split", *words, "-o", self.path(name), "--decision", "fixed", "--template", "{index}.wav")
+                pieces.append([subprocess.run(["sox", str(path), "-t", "raw", "-e", "float", "-b", "64", "-"],
+                                              capture_output=True).stdout for path in sorted(pathlib.Path(self.path(name)).iterdir())])
+            self.assertTrue(pieces[0] and pieces[0] == pieces[1], kind)
+            with open(raw, "ab") as file:
+                file.write(b"x")
+            self.assertIn("ends within a sample", self.run_tool(*read, raw).stderr)
+
+    @unittest.skipUnless(shutil.which("ffmpeg"), "needs ffmpeg")
+    def test_what_ffmpeg_reads(self):
+        talk, odd = self.path("it's a talk.m4a"), self.path("cut.aac")
+        subprocess.run(["ffmpeg", "-v", "error", "-i", ALSA, talk], check=True)
+        subprocess.run(["ffmpeg", "-v", "error", "-i", ALSA, odd], check=True)
+        done = self.run_tool(talk)
+        self.assertEqual((done.returncode, done.stdout), (1, ""))
+        line = re.search("; try (.*)", done.stderr)[1].replace("| korvane-vad", "| " + shlex.join(TOOL))
+        tried = subprocess.run(["bash", "-c", line], capture_output=True, text=True).stdout
+        self.assertIn("start", tried)
+        self.assertEqual(self.run_tool("--decoder", "ffmpeg", talk).stdout, tried)
+        with open(odd, "rb") as stdin:
+            self.assertEqual(self.run_tool("--decoder", "ffmpeg", "-", stdin=stdin).stdout,
+                             self.run_tool("--decoder", "ffmpeg", odd).stdout)
+        self.fails("/none.m4a", "No such file", "--decoder", "ffmpeg", "/none.m4a")
+        self.fails(talk, "is not installed", "--decoder", "ffmpeg", talk, env={**os.environ, "PATH": self.folder})
 
 
 class BadRecordings(ToolTest):
@@ -570,9 +621,9 @@ class Split(ToolTest):
         self.assertEqual(os.listdir(out), [name])
         path = os.path.join(out, name)
         before = os.stat(path).st_ino
-        self.fails(path, "--force", "split", PROMPT, "-o", out, *one, "--template", pattern)
+        self.fails(path, "--force", "split", PROMPT, "-o", out, *one, "--template", pattern, "--no-clobber")
         self.assertEqual(os.stat(path).st_ino, before)
-        self.run_tool("split", PROMPT, "-o", out, *one, "--template", pattern, "--force")
+        self.run_tool("split", PROMPT, "-o", out, *one, "--template", pattern)
         self.assertNotEqual(os.stat(path).st_ino, before)
         for copy in ("agent", "agent.ogg"):  # no extension, and a wrong one
             shutil.copy(PROMPT, self.path(copy))
@@ -694,12 +745,13 @@ class Live(ToolTest):
 
     def test_interrupted_before_it_could_begin(self):
         flac = pathlib.Path(self.convert("a.flac")).read_bytes()
-        for data, lines in ((b"", 0), (flac[:20000], 4)):  # FLAC is read when the stream has ended
+        # FLAC is read when the stream has ended; two bytes and half a header tell nothing.
+        for data, lines in ((b"", 0), (b"RI", 0), (wav_header(8000, 1, 600)[:30], 0), (flac[:20000], 4)):
             tool = self.start("-f", "jsonl", "-")
             tool.stdin.write(data)
             time.sleep(0.5)
             tool.send_signal(signal.SIGINT)
-            self.assertEqual((tool.wait(10), len(tool.stdout.readlines())), (130, lines))
+            self.assertEqual((tool.wait(10), len(tool.stdout.readlines()), tool.stderr.read()), (130, lines, b""))
 
     def test_closed_pipe(self):
         tool = self.start("frames", "--frame", "1", PROMPT)
@@ -735,7 +787,7 @@ class Selftest(ToolTest):
 
 # Each must be refused with one line about it and the usage.
 WRONG = ["", "-f", "-f xml a", "--unknown a", "-x", "a --cleaned b", "-0 a", "--raw s16le a", "-r 8000 a",
-         "--raw u8 -r 8000 a", "--raw s16le -r 0 a", "--raw s16le -r 8000 --layout planar -", "--frame 0 a",
+         "--raw u7 -r 8000 a", "--raw s16le -r 0 a", "--raw s16le -r 8000 --layout planar -", "--frame 0 a",
          "--frame 4097 a", "--frame ten a", "--frame 0.5 a", "--pad-start -1 a", "--pad-end 1min a",
          "--min-gap 1.5samples a", "--max-speech '' a", "--align x a", "-j 257 a", "-j -1 a", "--channels 0 a",
          "--channels 1,2,3 a", "--channels 1,1 a", "- -", "--files-from - -", "--check -o x a", "--check --resume x a",
@@ -745,7 +797,84 @@ WRONG = ["", "-f", "-f xml a", "--unknown a", "-x", "a --cleaned b", "-0 a", "--
              "{nothing}", "x/{index}", "{stem:3}", "{index", "index}", "{index:}", "{index:x}", "{index:100}", "")),
          "-j x a", "-j 2x a", "--decision x a", "--enter x a", "--enter 1.5 a", "--enter nan a", "--enter 0.3 --stay 0.4 a",
          "--decision fixed --enter 0.5 a", "--decision detector --enter 0.5 a", "--decision detector --hangover 1 a",
-         "--onset 480samples a", "--hangover 3601 a", "clean --enter 0.5 a b", "--pad-end 1.2.3 a", "-o '' a"]
+         "--onset 480samples a", "--hangover 3601 a", "clean --enter 0.5 a b", "--pad-end 1.2.3 a", "-o '' a",
+         "--min-gap 300 a", "--onset 50 a", "--max-speech 7000 a", "--channels 3-1 a", "--channels 1-2,2 a", "help",
+         "detct", "--completions", "--completions csh", "--raw alaw -r 8000 --decoder ffmpeg a",
+         "--each-channel --downmix a", "--file-id x a"]
+
+
+class Conventions(ToolTest):
+    def test_configuration(self):
+        folder, home = pathlib.Path(self.path("korvane-vad")), pathlib.Path(self.path(".config"))
+        folder.mkdir()
+        def output(text, *words, env=("XDG_CONFIG_HOME", self.folder), **more):
+            (folder / "config").write_text(text)
+            return self.run_tool(*words, env={**os.environ, env[0]: env[1]}, **more)
+        usual, wide = (self.run_tool(PROMPT, *words).stdout for words in ((), ("--min-gap", "2s")))
+        self.assertNotEqual(usual, wide)
+        for text, words, expected in (
+                ("# nothing\n\n", (), usual), ("min-gap = 2s", (), wide), ("[detect]\n min-gap=2s # wide\nquiet\n", (), wide),
+                ("[split]\nmin-gap = 2s", (), usual), ("min-gap = 2s\ncleaned", ("--min-gap", "0.3"), usual),
+                ("min-gap = 2s\nrubbish", ("--no-config",), usual)):
+            done = output(text, PROMPT, *words)
+            self.assertEqual((done.stdout, done.stderr), (expected, ""), text)
+        for text, reason in (("min-gap = 2s\nrubbish = 1", "line 2: 'rubbish'"), ("[x]", "line 1"), ("output = x", "line 1"),
+                             ("[clean]\nmin-gap = 1s", ""), ("min-gap = x", "--min-gap")):
+            done = output(text, *(("clean", PROMPT, self.path("x.wav")) if "clean" in text else (PROMPT,)))
+            self.assertEqual((done.returncode, done.stdout), (1, ""))
+            self.assertTrue(reason in done.stderr and "korvane-vad/config: " in done.stderr, done.stderr)
+        home.mkdir()
+        shutil.copytree(folder, home / "korvane-vad")
+        (home / "korvane-vad/config").write_text("min-gap = 2s")
+        env = {**os.environ, "HOME": self.folder}
+        del env["XDG_CONFIG_HOME"]
+        self.assertEqual(self.run_tool(PROMPT, env=env).stdout, wide)
+
+    def test_the_last_one_counts_and_ranges_are_lists(self):
+        three = self.path("three.wav")
+        subprocess.run(["sox", "-M", PROMPT, PROMPT, PROMPT, three], check=True)
+        for one, other in (("--json", "-f csv --json"), ("-f csv", "--json -f csv"), ("--min-gap 1s", "--min-gap 0 --min-gap 1s"),
+                           ("--each-channel --channels 2,3,1", "--each-channel --channels 2-3,1-1"),
+                           ("--min-gap 300ms", "--min-gap 0.3"), ("--max-speech 999", "--max-speech 999s")):
+            done = [self.run_tool(*words.split(), *(() if "channel" in words else ("--downmix",)), three) for words in (one, other)]
+            self.assertEqual((done[0].stdout, done[0].returncode), (done[1].stdout, 0), other)
+
+    def test_folders(self):
+        os.makedirs(self.path("a/b"))
+        for name in ("a/z.wav", "a/b/x.WAV", "a/b/.hidden.wav", "a/notes.txt"):
+            shutil.copy(PROMPT, self.path(name))
+        expected = self.run_tool("-f", "csv", self.path("a/b/x.WAV"), self.path("a/z.wav"), PROMPT).stdout
+        self.assertEqual(self.run_tool("-f", "csv", "--recursive", self.path("a"), PROMPT).stdout, expected)
+        self.fails(self.path("a"), "Is a directory", self.path("a"))
+        os.mkdir(self.path("empty"))
+        self.fails(self.path("empty"), "no recording", "--recursive", self.path("empty"))
+
+    def test_one_rule_for_overwriting(self):
+        """What is there is replaced by every command, and by none with --no-clobber."""
+        for words, name in ((f"detect {PROMPT} -o", "a.txt"), (f"frames {PROMPT} -o", "a.txt"), (f"clean {PROMPT}", "a.wav"),
+                            (f"report {PROMPT} -o", "a.html"), (f"split {PROMPT} --template a.wav --min-gap 2s -o", ""),
+                            (f"detect {PROMPT} {ALSA} -f srt -o", "")):
+            with tempfile.TemporaryDirectory() as folder:
+                file = pathlib.Path(folder, name or ("a.wav" if "split" in words else "agent-user.srt"))
+                file.write_text("old")
+                self.fails(file, "--force", *words.split(), str(pathlib.Path(folder, name)), "--no-clobber")
+                self.assertEqual((file.read_text(), len(os.listdir(folder))), ("old", 1))
+                for more in ((), ("--no-clobber", "--force")):
+                    file.write_text("old")
+                    done = self.run_tool(*words.split(), str(pathlib.Path(folder, name)), *more)
+                    self.assertEqual((done.returncode, done.stderr), (0, ""))
+                    self.assertNotEqual(file.read_bytes(), b"old")
+
+    def test_words_that_are_nearly_right(self):
+        shutil.copy(PROMPT, self.path("-dash.wav"))
+        for words, hint in ((("help",), "korvane-vad --help"), (("spilt", PROMPT), "split is a command"),
+                            (("-dash.wav",), "./-dash.wav"), (("--min-gap", "300", PROMPT), "300ms")):
+            done = self.run_tool(*words, cwd=self.folder)
+            self.assertEqual((done.returncode, hint in done.stderr.splitlines()[0]), (2, True), done.stderr)
+        shutil.copy(PROMPT, self.path("help"))
+        self.assertEqual(self.run_tool("help", cwd=self.folder).stdout, self.run_tool(PROMPT).stdout)
+        for shell, start in (("bash", "# Completions for bash"), ("zsh", "#compdef"), ("fish", "# Completions for fish")):
+            self.assertTrue(self.run_tool("--completions", shell).stdout.startswith(start))
 
 
 class Usage(ToolTest):

@@ -104,6 +104,7 @@ CALL(int, mkdir, -1, EACCES, (const char* path, mode_t mode), (path, mode))
 CALL(int, fchmod, -1, EPERM, (int fd, mode_t mode), (fd, mode))
 CALL(int, ftruncate, -1, EIO, (int fd, off_t size), (fd, size))
 CALL(int, fsync, -1, EIO, (int fd), (fd))
+CALL(int, syncfs, -1, EIO, (int fd), (fd))
 CALL(int, rename, -1, EACCES, (const char* from, const char* to), (from, to))
 
 int close(int fd) {

@@ -17,6 +17,7 @@ from array import array
 from itertools import accumulate
 
 TOOL = shlex.split(os.environ["KORVANE_VAD_TOOL"])
+os.environ["XDG_CONFIG_HOME"] = "/none"  # nobody's settings
 ALSA = "/usr/share/sounds/alsa/Front_Center.wav"  # 48 kHz mono, "front center"
 DETECTOR = ("--decision", "detector")  # one segment for a whole prompt, its pauses being short for it
 PROMPT = "/usr/share/asterisk/sounds/en_US_f_Allison/agent-user.wav"  # 8 kHz mono

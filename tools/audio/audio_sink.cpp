@@ -13,9 +13,9 @@
 #include <cstring>
 #include <filesystem>
 #include <map>
-#include <optional>
 #include <string_view>
 #include <tuple>
+#include <utility>
 #include <vector>
 
 #include "tools/audio/sample_conversion.h"
@@ -177,15 +177,16 @@ struct Extension {
     std::string_view name;
     int container;
 };
-constexpr std::array<Extension, 9> kExtensions = {{{"aif", SF_FORMAT_AIFF},
-                                                   {"aifc", SF_FORMAT_AIFF},
-                                                   {"snd", SF_FORMAT_AU},
-                                                   {"ogg", SF_FORMAT_OGG},
-                                                   {"opus", SF_FORMAT_OGG},
-                                                   {"mp3", SF_FORMAT_MPEG},
-                                                   {"wave", SF_FORMAT_WAV},
-                                                   {"wavex", SF_FORMAT_WAVEX},
-                                                   {"pcm", SF_FORMAT_RAW}}};
+constexpr std::array<Extension, 10> kExtensions = {{{"aif", SF_FORMAT_AIFF},
+                                                    {"oga", SF_FORMAT_OGG},
+                                                    {"aifc", SF_FORMAT_AIFF},
+                                                    {"snd", SF_FORMAT_AU},
+                                                    {"ogg", SF_FORMAT_OGG},
+                                                    {"opus", SF_FORMAT_OGG},
+                                                    {"mp3", SF_FORMAT_MPEG},
+                                                    {"wave", SF_FORMAT_WAV},
+                                                    {"wavex", SF_FORMAT_WAVEX},
+                                                    {"pcm", SF_FORMAT_RAW}}};
 
 /** Without its dot, in lower case. */
 std::string extension_of(const std::string& path) {
@@ -263,21 +264,17 @@ class Target {
   public:
     explicit Target(const std::string& path) : name_(path == "-" ? "standard output" : path) {
         if (path != "-") {
-            file_.emplace(path);
+            file_ = std::make_unique<TemporaryFile>(path);
         }
     }
     int descriptor() const { return file_ ? file_->descriptor() : STDOUT_FILENO; }
     bool is_stdout() const { return !file_; }
-    void commit() {
-        if (file_) {
-            file_->commit();
-        }
-    }
+    std::unique_ptr<TemporaryFile> take() { return std::move(file_); }
     [[noreturn]] void fail(const std::string& reason) const { throw Failure(name_, reason); }
 
   private:
     std::string name_;
-    std::optional<TemporaryFile> file_;
+    std::unique_ptr<TemporaryFile> file_;
 };
 
 class RawSink : public AudioSink {
@@ -300,9 +297,9 @@ class RawSink : public AudioSink {
         write(narrowed(samples, n * channels_, kind).data(), n);
     }
 
-    void commit() override {
+    std::unique_ptr<TemporaryFile> finish() override {
         flush();
-        target_.commit();
+        return target_.take();
     }
 
   private:
@@ -371,7 +368,7 @@ class SndfileSink : public AudioSink {
         }
     }
 
-    void commit() override {
+    std::unique_ptr<TemporaryFile> finish() override {
         flush();
         const int failed = sf_close(file_.release());
         check_output();
@@ -382,7 +379,7 @@ class SndfileSink : public AudioSink {
                            samples_written_ / channels_)) {
             target_.fail("could not be written completely");
         }
-        target_.commit();
+        return target_.take();
     }
 
   private:
@@ -423,6 +420,11 @@ class SndfileSink : public AudioSink {
 };
 
 }  // namespace
+
+bool is_sound_name(const std::string& path) {
+    const std::string extension = extension_of(path);
+    return !extension.empty() && !containers_named(extension).empty();
+}
 
 int sink_format(const SourceInfo& source, const std::string& path) {
     if (path == "-") {

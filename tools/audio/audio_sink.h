@@ -8,6 +8,7 @@
 
 #include "tools/audio/audio_source.h"
 #include "tools/audio/sample_conversion.h"
+#include "tools/files/temporary_file.h"
 
 namespace korvane::tool {
 
@@ -24,6 +25,9 @@ int sink_format(const SourceInfo& source, const std::string& path);
  * for no format that is written, or the format cannot hold the rate, the channels or the length. */
 void check_sink(const SourceInfo& source, const std::string& path);
 
+/** Whether the extension stands for a format that libsndfile knows. */
+bool is_sound_name(const std::string& path);
+
 class AudioSink {
   public:
     virtual ~AudioSink() = default;
@@ -31,9 +35,15 @@ class AudioSink {
     virtual void write(const int16_t* samples, int64_t n) = 0;
     /** The same of samples as an OriginalListener hears them, without loss where the format has room. */
     virtual void write_original(const void* samples, int64_t n, SampleKind kind) = 0;
-    /** Writes what is left, sees to it that all of it is on the disk, and gives the file its name.
-     * Without this call nothing stays. */
-    virtual void commit() = 0;
+    /** Writes what is left. The file still has to be committed, or nothing stays; null: standard
+     * output, where all is done. */
+    virtual std::unique_ptr<TemporaryFile> finish() = 0;
+    /** The same, and sees to it that all of it is on the disk and gives the file its name. */
+    void commit() {
+        if (const std::unique_ptr<TemporaryFile> file = finish()) {
+            file->commit();
+        }
+    }
 };
 
 /**

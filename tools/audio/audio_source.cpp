@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "tools/audio/channel_selection.h"
+#include "tools/audio/ffmpeg_source.h"
 #include "tools/audio/input_descriptor.h"
 #include "tools/audio/raw_source.h"
 #include "tools/audio/resampled_source.h"
@@ -48,6 +49,8 @@ std::unique_ptr<AudioSource> open_source(const std::string& name, const SourceOp
     if (options.raw) {
         check_raw_format(name, *options.raw);
         source = std::make_unique<RawSource>(name, *options.raw, options.original);
+    } else if (options.by_ffmpeg) {
+        source = std::make_unique<FfmpegSource>(name, options.original);
     } else {
         source = std::make_unique<SndfileSource>(name, options.original);
     }

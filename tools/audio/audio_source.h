@@ -14,8 +14,11 @@ namespace korvane::tool {
 
 constexpr int kFastestRate = 1'000'000;  ///< Hz, of an input
 
+enum class RawEncoding { kUnsigned8, kSigned16, kSigned24, kFloat32, kMuLaw, kALaw };
+
 /** Samples without a header. */
 struct RawFormat {
+    RawEncoding encoding = RawEncoding::kSigned16;
     bool big_endian = false;
     bool planar = false;  ///< files only: all of channel 1, then all of channel 2 ...
     int rate = 0;
@@ -28,6 +31,7 @@ using OriginalListener = std::function<void(const void* samples, int64_t n)>;
 
 struct SourceOptions {
     std::optional<RawFormat> raw;
+    bool by_ffmpeg = false;     ///< which decodes in the place of libsndfile
     std::vector<int> channels;  ///< one or two of the input's, counted from 1; empty: all
     bool each_channel = false;  ///< any number of channels, since each will be judged by itself
     bool downmix = false;       ///< the mean of all (or of `channels`, then any number), rounded
@@ -43,7 +47,7 @@ struct SourceInfo {
     int channels = 0;  ///< 1 or 2, as handed out; any number where each is judged by itself
     int input_rate = 0;
     int input_channels = 0;
-    int sf_format = 0;      ///< libsndfile's format word, 0 for raw
+    int sf_format = 0;      ///< libsndfile's format word, 0 for raw samples of 16 bits
     bool bit_exact = true;  ///< false after resampling, and after Vorbis, Opus and MPEG, whose
                             ///< decoders are not defined bit by bit
     std::optional<int64_t> length;  ///< samples per channel as handed out, where known beforehand

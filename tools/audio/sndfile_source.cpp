@@ -90,6 +90,23 @@ int64_t end_of_tags(InputDescriptor& file) {
     return end;
 }
 
+/** Where the format is not known: a line that would work. */
+std::string decoder_hint(const std::string& name, SNDFILE* file) {
+    const int error = sf_error(file);
+    if (error != SF_ERR_UNRECOGNISED_FORMAT && error != SF_ERR_UNSUPPORTED_ENCODING) {
+        return "";
+    }
+    std::string word = "'";
+    for (const char c : name) {
+        word += c == '\'' ? "'\\''" : std::string(1, c);
+    }
+    word += "'";
+    const bool plain = name.find_first_not_of(
+                           "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789"
+                           "./_+-") == std::string::npos;
+    return "; try ffmpeg -i " + (plain ? name : word) + " -f wav - | korvane-vad -";
+}
+
 }  // namespace
 
 std::string sndfile_reason(const std::string& message) {
@@ -177,7 +194,11 @@ void SndfileSource::open() {
     }
     // libsndfile makes do with what it has read of a header.
     if (!file_ || sf_error(file_.get()) == SF_ERR_SYSTEM) {
-        throw Failure(input_name(info_.name), sndfile_reason(sf_strerror(file_.get())));
+        if (input_.interrupted()) {
+            throw Interrupted(input_name(info_.name));
+        }
+        throw Failure(input_name(info_.name), sndfile_reason(sf_strerror(file_.get())) +
+                                                  decoder_hint(info_.name, file_.get()));
     }
     const int container = container_of(format_.format);
     if (!input_.live() && container == SF_FORMAT_MPEG) {

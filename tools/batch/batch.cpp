@@ -19,6 +19,7 @@
 #include <utility>
 
 #include "korvane_stream.h"
+#include "tools/audio/audio_sink.h"
 #include "tools/audio/input_descriptor.h"
 #include "tools/batch/manifest.h"
 #include "tools/batch/worker.h"
@@ -326,6 +327,9 @@ void check_names_differ(const Options& options, const std::vector<std::string>& 
         if (const std::optional<FileId> id = id_of(path); id && inputs.count(*id) != 0) {
             throw Failure(path, "is an input; the results would overwrite it");
         }
+        if (options.no_clobber && !options.force) {
+            check_is_new(path);
+        }
         const auto [place, is_new] = written.try_emplace(path, name);
         if (!is_new) {
             throw Failure(path, "would hold the results of both " + place->second + " and " + name);
@@ -348,10 +352,53 @@ void check_ids_differ(const Options& options, const std::vector<std::string>& na
 
 }  // namespace
 
+namespace {
+
+/** All recordings in a folder and below, in the order of their names; anything else stays as it is. */
+std::vector<std::string> in_folder(const std::string& name, bool any_extension) {
+    std::error_code error;
+    if (!std::filesystem::is_directory(name, error)) {
+        return {name};
+    }
+    std::vector<std::string> names;
+    std::filesystem::recursive_directory_iterator entry(name, error);
+    for (; !error && entry != std::filesystem::recursive_directory_iterator();
+         entry.increment(error)) {
+        const bool hidden = entry->path().filename().string().front() == '.';
+        std::error_code none;
+        if (!hidden && entry->is_regular_file(none) &&
+            (any_extension || is_sound_name(entry->path().string()))) {
+            names.push_back(entry->path().string());
+        }
+    }
+    if (error) {
+        throw Failure(name, error.message());
+    }
+    if (names.empty()) {
+        throw Failure(name, "no recording is in it, by their extensions");
+    }
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+std::vector<std::string> with_folders_open(const std::vector<std::string>& names,
+                                           const Options& options) {
+    std::vector<std::string> all;
+    for (const std::string& name : names) {
+        const bool any = options.source.raw || options.source.by_ffmpeg;
+        const std::vector<std::string> inside =
+            options.recursive ? in_folder(name, any) : std::vector<std::string>{name};
+        all.insert(all.end(), inside.begin(), inside.end());
+    }
+    return all;
+}
+
+}  // namespace
+
 std::vector<std::string> recordings(const Options& options) {
     std::vector<std::string> names = options.files;
     if (options.files_from.empty()) {
-        return names;
+        return with_folders_open(names, options);
     }
     InputDescriptor list(options.files_from);
     std::string text;
@@ -370,7 +417,7 @@ std::vector<std::string> recordings(const Options& options) {
             names.push_back(name);
         }
     }
-    return names;
+    return with_folders_open(names, options);
 }
 
 bool is_folder(const std::string& output) {
@@ -380,8 +427,8 @@ bool is_folder(const std::string& output) {
 }
 
 int run_batch(const Options& options, const std::vector<std::string>& names) {
-    const bool several =
-        (names.size() > 1 || !options.files_from.empty()) && !is_folder(options.output);
+    const bool several = (names.size() > 1 || !options.files_from.empty() || options.recursive) &&
+                         !is_folder(options.output);
     if (several && !options.check && !holds_several(options.format)) {
         throw UsageError(Command::kDetect,
                          "this format holds one recording; -o DIR/ writes a file "

@@ -37,8 +37,24 @@ struct GeneralOption {
     const char* word;
     const char* about;
 };
-constexpr GeneralOption kGeneralOptions[] = {{"h", "help", "print a summary and exit"},
-                                             {"V", "version", "print the version and exit"}};
+constexpr GeneralOption kGeneralOptions[] = {
+    {"h", "help", "print a summary and exit"},
+    {"V", "version", "print the version and exit"},
+    {"", "completions bash|zsh|fish", "print the completions for a shell and exit"}};
+
+constexpr GeneralOption kEnvironment[] = {
+    {"", "XDG_CONFIG_HOME",
+     "where the folder korvane-vad with the file config is; ~/.config without it"},
+    {"", "TMPDIR",
+     "where a stream is stored that cannot be read from front to back; /tmp without it"},
+    {"", "NO_COLOR", "if it is set, the progress bar has no colours"}};
+constexpr const char* kConfiguration =
+    "Options for every run. A line is an option without its dashes, with = and its value if it "
+    "takes "
+    "one: min-gap = 0.5s. What stands behind [split] is for this command alone, what stands before "
+    "such a line for every command that has the option. # begins a comment. The command line "
+    "counts "
+    "before it; --no-config leaves it unread.";
 
 bool has_choices(const OptionText& option) { return option.type.find('|') != std::string::npos; }
 
@@ -164,6 +180,17 @@ std::string roff_command(const CommandText& text) {
 
 // ---- shells --------------------------------------------------------------------------------
 
+std::string files_and_environment() {
+    std::string page = ".SH ENVIRONMENT\n";
+    for (const GeneralOption& variable : kEnvironment) {
+        page += ".TP\n.B " + roff(variable.word) + "\n" + roff(variable.about) + "\n";
+    }
+    page += ".SH FILES\n.TP\n.B " + roff("~/.config/korvane-vad/config") + "\n" +
+            roff(kConfiguration) + "\n";
+    return page + ".SH SEE ALSO\nffmpeg(1), sox(1), parallel(1)\n.PP\n" +
+           roff("tool.md, audio.md and batch.md in the package's documentation") + "\n";
+}
+
 /** Within single quotes of any shell. */
 std::string quoted(const std::string& text) {
     std::string result = "'";
@@ -263,7 +290,7 @@ std::string general_help() {
     }
     help += "\n" + paragraph(kWithoutCommand) + "\nOptions:\n";
     for (const GeneralOption& option : kGeneralOptions) {
-        help += entry("-" + std::string(option.letter) + ", --" + option.word, option.about);
+        help += entry(names_of({option.letter, option.word, "", "", ""}), option.about);
     }
     help += entry("COMMAND --help", "print the command's examples and options");
     help += "\nExit status:\n";
@@ -320,7 +347,7 @@ std::string manual_page() {
     for (const ExitStatus& status : kExitStatus) {
         page += ".TP\n.B " + roff(status.status) + "\n" + roff(status.meaning) + "\n";
     }
-    return page;
+    return page + files_and_environment();
 }
 
 std::string bash_completions() {
@@ -405,6 +432,19 @@ std::string fish_completions() {
         }
     }
     return script;
+}
+
+std::string completions(const std::string& shell) {
+    if (shell == "bash") {
+        return bash_completions();
+    }
+    if (shell == "zsh") {
+        return zsh_completions();
+    }
+    if (shell == "fish") {
+        return fish_completions();
+    }
+    throw UsageError(Command::kDetect, "--completions needs bash, zsh or fish");
 }
 
 }  // namespace korvane::tool

@@ -19,6 +19,8 @@ std::string manual_page();
 std::string bash_completions();
 std::string zsh_completions();
 std::string fish_completions();
+/** For bash, zsh or fish; a UsageError otherwise. */
+std::string completions(const std::string& shell);
 
 }  // namespace korvane::tool
 

@@ -4,14 +4,17 @@
 #include <algorithm>
 #include <charconv>
 #include <cmath>
+#include <filesystem>
 #include <functional>
 #include <map>
 #include <memory>
+#include <numeric>
 #include <optional>
 #include <sstream>
 #include <thread>
 #include <utility>
 
+#include "tools/cli/configuration.h"
 #include "tools/cli/name_template.h"
 #include "tools/files/failure.h"
 
@@ -19,13 +22,11 @@ namespace korvane::tool {
 
 namespace {
 
-constexpr int kLongestFrame = 4096;
-constexpr float kLowestLevel = -140;  // dB, of silence
 constexpr int kMostJobs = 256;
 constexpr int kMostChannels = 1024;
 constexpr int kMostRows = 1'000'000;
-constexpr double kLongestSeconds = 1e9;
-constexpr double kMostSamples = 1e15;  // doubles count them one by one
+constexpr int64_t kFewSeconds = 50;     // more without a unit are taken for milliseconds
+constexpr int64_t kManySeconds = 1000;  // the same of the longest segment
 
 /** "12" -> 12; throws what CLI11 reports with the option's name. */
 int whole_number(const std::string& text, int least, int most) {
@@ -55,13 +56,29 @@ std::vector<int> channel_list(const std::string& text) {
     std::vector<int> channels;
     std::istringstream words(text + ",");
     for (std::string word; std::getline(words, word, ',');) {
-        const int channel = whole_number(word, 1, kMostChannels);
-        if (std::find(channels.begin(), channels.end(), channel) != channels.end()) {
-            throw std::invalid_argument("channel " + word + " is named twice");
+        const std::size_t dash = word.find('-');
+        const int first = whole_number(word.substr(0, dash), 1, kMostChannels);
+        const int last = dash == std::string::npos
+                             ? first
+                             : whole_number(word.substr(dash + 1), first, kMostChannels);
+        for (int channel = first; channel <= last; ++channel) {
+            if (std::find(channels.begin(), channels.end(), channel) != channels.end()) {
+                throw std::invalid_argument("channel " + std::to_string(channel) +
+                                            " is named twice");
+            }
+            channels.push_back(channel);
         }
-        channels.push_back(channel);
     }
     return channels;
+}
+
+/** In seconds nobody means so much, but in milliseconds. */
+void check_is_not_milliseconds(const std::string& text, int64_t most_seconds) {
+    const bool has_unit = text.find_first_not_of("0123456789.") != std::string::npos;
+    if (!has_unit && Span(text, Span::Unit::kSeconds).samples(1) >= most_seconds) {
+        throw std::invalid_argument("'" + text + "' would be seconds; write " + text + "ms, or " +
+                                    text + "s if they are meant");
+    }
 }
 
 std::string formats(bool frames_only) {
@@ -125,9 +142,12 @@ class Adder {
         app_.add_flag(names, where, about)->group(group_);
     }
 
-    void span(const std::string& name, const std::string& about, std::optional<Span>& where) {
-        value(name, "TIME", about,
-              [&where](const std::string& text) { where = Span(text, Span::Unit::kSeconds); });
+    void span(const std::string& name, const std::string& about, std::optional<Span>& where,
+              int64_t most_seconds = kFewSeconds) {
+        value(name, "TIME", about, [&where, most_seconds](const std::string& text) {
+            where = Span(text, Span::Unit::kSeconds);
+            check_is_not_milliseconds(text, most_seconds);
+        });
     }
 
     void milliseconds(const std::string& name, const std::string& about,
@@ -142,6 +162,7 @@ class Adder {
     void progress();
     void each_channel();
     void file_id();
+    void overwriting();
     void check();
     void batch();
     void pieces();
@@ -162,9 +183,29 @@ void Adder::input() {
         }
         return *options.source.raw;
     };
-    value("--raw", "s16le|s16be", "the input has samples of this kind and no header; needs --rate",
+    value("--raw", "s16le|s16be|u8|s24le|s24be|f32le|f32be|mulaw|alaw",
+          "the input has samples of this kind and no header; needs --rate",
           [raw](const std::string& text) {
-              raw().big_endian = choice<bool>(text, {{"s16le", false}, {"s16be", true}});
+              using Kind = std::pair<RawEncoding, bool>;
+              const auto [encoding, big_endian] =
+                  choice<Kind>(text, {{"s16le", {RawEncoding::kSigned16, false}},
+                                      {"s16be", {RawEncoding::kSigned16, true}},
+                                      {"u8", {RawEncoding::kUnsigned8, false}},
+                                      {"s24le", {RawEncoding::kSigned24, false}},
+                                      {"s24be", {RawEncoding::kSigned24, true}},
+                                      {"f32le", {RawEncoding::kFloat32, false}},
+                                      {"f32be", {RawEncoding::kFloat32, true}},
+                                      {"mulaw", {RawEncoding::kMuLaw, false}},
+                                      {"alaw", {RawEncoding::kALaw, false}}});
+              raw().encoding = encoding;
+              raw().big_endian = big_endian;
+          });
+    value("--decoder", "libsndfile|ffmpeg",
+          "what reads recordings (default libsndfile); ffmpeg, where it is installed, knows more "
+          "formats and gives 16 bits",
+          [&options = options_](const std::string& text) {
+              options.source.by_ffmpeg =
+                  choice<bool>(text, {{"libsndfile", false}, {"ffmpeg", true}});
           });
     value("-r,--rate", "HZ", "with --raw: samples per second, of each channel",
           [raw](const std::string& text) { raw().rate = whole_number(text, 1, kFastestRate); });
@@ -177,7 +218,7 @@ void Adder::input() {
           [raw](const std::string& text) {
               raw().planar = choice<bool>(text, {{"interleaved", false}, {"planar", true}});
           });
-    value("--channels", "LIST", "use only these channels, counted from 1, for example 1,2",
+    value("--channels", "LIST", "use only these channels, counted from 1, for example 2,4-6",
           [&options = options_](const std::string& text) {
               options.source.channels = channel_list(text);
           });
@@ -210,6 +251,7 @@ void Adder::milliseconds(const std::string& name, const std::string& about,
                          std::optional<int32_t>& where) {
     value(name, "TIME", about, [&where](const std::string& text) {
         const Span span(text, Span::Unit::kSeconds);
+        check_is_not_milliseconds(text, kFewSeconds);
         const int64_t count = span.samples(1000);
         if (span.unit() == Span::Unit::kSamples || count > KORVANE_STREAM_MAX_MS) {
             throw std::invalid_argument("'" + text + "': write 250ms or 0.25s, an hour at most");
@@ -300,7 +342,7 @@ void Adder::segments() {
     span("--pad-end", "end segments this much later" + padding(kUsualCuts.pad_end),
          options_.pad_end);
     span("--max-speech", "split segments longer than this into equal parts (default 0: never)",
-         options_.max_speech);
+         options_.max_speech, kManySeconds);
 }
 
 void Adder::format(bool frames_only) {
@@ -318,6 +360,16 @@ void Adder::format(bool frames_only) {
               }
               options.format = format;
           });
+    if (!frames_only) {
+        flag("--json", "the same as -f json", options_.json);
+    }
+}
+
+void Adder::overwriting() {
+    group_ = "Output";
+    flag("--no-clobber", "overwrite nothing: an output that is there already is an error",
+         options_.no_clobber);
+    flag("--force", "overwrite, as without --no-clobber", options_.force);
 }
 
 void Adder::output(const char* type, const std::string& about) {
@@ -369,6 +421,8 @@ void Adder::batch() {
     text("--files-from", "FILE",
          "read more names of recordings from FILE, one on each line; - is standard input",
          options_.files_from);
+    flag("--recursive", "of a folder take all recordings in it and below, by their extensions",
+         options_.recursive);
     flag("-0,--null", "the names that --files-from reads end with a zero byte, not with a newline",
          options_.null_separated);
     flag("--fail-fast", "stop at the first recording that fails", options_.fail_fast);
@@ -390,7 +444,6 @@ void Adder::pieces() {
           });
     flag("--cleaned", "cut the cleaned recording instead of the recording itself",
          options_.cleaned);
-    flag("--force", "overwrite files that exist", options_.force);
 }
 
 void Adder::rows() {
@@ -402,223 +455,11 @@ void Adder::rows() {
 
 void Adder::help() {
     group_ = "Other";
+    flag("--no-config", "leave the configuration file unread", options_.no_config);
     flag("-h,--help", "print this and exit", options_.help);
 }
 
 }  // namespace
-
-Span::Span(const std::string& text, Unit plain) : text_(text), unit_(plain) {
-    const std::size_t digits = text.find_first_not_of("0123456789.");
-    const std::string number = text.substr(0, digits);
-    const std::string suffix = digits == std::string::npos ? "" : text.substr(digits);
-    double scale = 1;
-    if (suffix == "ms") {
-        unit_ = Unit::kSeconds;
-        scale = 1000;
-    } else if (suffix == "s") {
-        unit_ = Unit::kSeconds;
-    } else if (suffix == "samples" || suffix == "sample") {
-        unit_ = Unit::kSamples;
-    } else if (!suffix.empty()) {
-        throw std::invalid_argument("'" + text + "': write 250ms, 0.25s or 4000samples");
-    }
-    const char* end = number.data() + number.size();
-    const auto [stop, error] = std::from_chars(number.data(), end, value_);
-    if (error != std::errc() || stop != end) {
-        throw std::invalid_argument("'" + text + "': write 250ms, 0.25s or 4000samples");
-    }
-    value_ /= scale;
-    if (value_ > (unit_ == Unit::kSeconds ? kLongestSeconds : kMostSamples)) {
-        throw std::invalid_argument("'" + text + "' is too long");
-    }
-    if (unit_ == Unit::kSamples && value_ != std::floor(value_)) {
-        throw std::invalid_argument("'" + text + "': there are no parts of samples");
-    }
-}
-
-int64_t Span::samples(int rate) const {
-    return static_cast<int64_t>(unit_ == Unit::kSamples ? value_ : std::floor(value_ * rate + 0.5));
-}
-
-KorvaneStreamConfig Options::stream(const std::string& name, int rate, int channels) const {
-    KorvaneStreamConfig config;
-    korvane_stream_defaults(&config, rate, channels);
-    if (frame.text() != "0") {
-        const int64_t length = frame.samples(rate);
-        if (length < 1 || length > kLongestFrame) {
-            throw Failure(name, "--frame " + frame.text() + " is " + std::to_string(length) +
-                                    " samples at " + std::to_string(rate) +
-                                    " Hz; frames have 1 to 4096");
-        }
-        config.frame_length = static_cast<int32_t>(length);
-    }
-    config.decision = decision;
-    config.restore_level = decision == KORVANE_DECISION_DETECTOR ? 0 : 1;
-    const auto [enter_at, stay_above] = thresholds();
-    if (decision == KORVANE_DECISION_ADAPTIVE) {
-        config.enter_score = enter_at;
-        config.stay_score = stay_above;
-    } else {
-        config.enter_db = enter_at;
-        config.stay_db = stay_above;
-    }
-    config.onset_ms = onset.value_or(config.onset_ms);
-    config.hangover_ms = hangover.value_or(config.hangover_ms);
-    return config;
-}
-
-std::pair<float, float> Options::thresholds() const {
-    KorvaneStreamConfig config;
-    korvane_stream_defaults(&config, 16000, 1);
-    const bool score = decision == KORVANE_DECISION_ADAPTIVE;
-    const float usual_enter = score ? config.enter_score : config.enter_db;
-    const float usual_stay = score ? config.stay_score : config.stay_db;
-    const auto first = static_cast<float>(enter.value_or(usual_enter));
-    const float least = score ? 0 : kLowestLevel;
-    const auto second =
-        stay ? static_cast<float>(*stay) : std::max(first - (usual_enter - usual_stay), least);
-    return {first, second};
-}
-
-const SegmentTimes& Options::times() const {
-    if (preset) {
-        return *preset;
-    }
-    if (decision == KORVANE_DECISION_DETECTOR) {
-        return kNoRules;
-    }
-    const bool captions = format == ResultFormat::kSrt || format == ResultFormat::kVtt;
-    return captions || command == Command::kSplit ? kUsualCuts : kUsualTimes;
-}
-
-segments::Rules Options::rules(int rate) const {
-    const SegmentTimes& usual = times();
-    const auto samples = [rate](const std::optional<Span>& given, const char* otherwise) {
-        return given.value_or(Span(otherwise, Span::Unit::kSeconds)).samples(rate);
-    };
-    segments::Rules rules;
-    rules.align = align;
-    rules.min_gap = samples(min_gap, usual.min_gap);
-    rules.min_speech = samples(min_speech, usual.min_speech);
-    rules.pad_start = samples(pad_start, usual.pad_start);
-    rules.pad_end = samples(pad_end, usual.pad_end);
-    rules.max_speech = samples(max_speech, usual.max_speech);
-    return rules;
-}
-
-std::string Options::fingerprint() const {
-    std::ostringstream text;
-    text << result_format_names()[static_cast<std::size_t>(format)] << " align "
-         << align_name(align);
-    text << ' ' << decision_name(decision);
-    for (const std::optional<double>& limit : {enter, stay}) {
-        text << ' ' << (limit ? std::to_string(*limit) : "-");
-    }
-    for (const std::optional<int32_t>& time : {onset, hangover}) {
-        text << ' ' << (time ? std::to_string(*time) : "-");
-    }
-    const SegmentTimes& usual = times();
-    const auto time = [&text](const std::optional<Span>& given, const char* otherwise) {
-        text << ' ' << (given ? given->text() : otherwise);
-    };
-    text << ' ' << frame.text();
-    time(pad_start, usual.pad_start);
-    time(pad_end, usual.pad_end);
-    time(min_speech, usual.min_speech);
-    time(min_gap, usual.min_gap);
-    time(max_speech, usual.max_speech);
-    text << " channels";
-    for (const int channel : source.channels) {
-        text << ' ' << channel;
-    }
-    text << (source.downmix ? " downmix" : "") << (source.resample ? " resample" : "")
-         << (source.each_channel ? " each" : "") << (file_id_is_path ? " path" : "");
-    if (source.raw) {
-        text << " raw " << source.raw->rate << ' ' << source.raw->channels
-             << (source.raw->big_endian ? " be" : " le")
-             << (source.raw->planar ? " planar" : " interleaved");
-    }
-    return text.str();
-}
-
-const std::vector<CommandText>& command_texts() {
-    static const std::vector<CommandText> texts = {
-        {Command::kDetect,
-         "detect",
-         "[OPTION...] FILE...|-",
-         "prints the segments of speech in recordings or in a stream",
-         {{"korvane-vad interview.flac", "one line for each segment: start, end, duration"},
-          {"korvane-vad detect -f srt --preset subtitles -o talk.srt talk.wav",
-           "a subtitle file, captions of 7 seconds at most"},
-          {"arecord -t raw -f S16_LE -r 16000 -c 1 | korvane-vad --raw s16le -r 16000 -f jsonl -",
-           "a live stream, each event as it happens"},
-          {"find archive -name '*.wav' -print0 | korvane-vad -j 4 --files-from - -0 -f csv "
-           "--resume done.jsonl -o all.csv",
-           "a whole archive; the same command again continues after an interruption"}},
-         {"FILE is any sound file that libsndfile reads; - is a stream on standard input. From a "
-          "stream, the formats text, jsonl and csv are written line by line, each line as soon as "
-          "it is decided.",
-          "Several recordings are read by processes of their own, -j at once. Results come in the "
-          "order of the names. If a recording fails, that is reported, the others are still done, "
-          "and the exit status is 1. A format that cannot hold several recordings needs -o DIR/ "
-          "with a slash at its end: each recording gets a file there."}},
-        {Command::kFrames,
-         "frames",
-         "[OPTION...] FILE|-",
-         "prints one line for each frame: its place, the answer, the level",
-         {{"korvane-vad frames interview.flac", "one line for each frame of 10 ms"},
-          {"korvane-vad frames -f csv --frame 20ms -o frames.csv interview.flac",
-           "for a spreadsheet, in frames of 20 ms"}},
-         {"The level is that of the cleaned frame, in dB of full scale; of two channels the "
-          "louder one counts. Then come the score and the level of the noise, -140 while it is not "
-          "known. With --decision detector there are neither, and the level is what the suppressor "
-          "leaves: 5 dB less below 25000 Hz."}},
-        {Command::kClean,
-         "clean",
-         "[OPTION...] IN OUT",
-         "writes the recording with its noise suppressed",
-         {{"korvane-vad clean interview.flac quiet.flac",
-           "the noise suppressed; as long as the original, and not shifted"},
-          {"arecord -t raw -f S16_LE -r 16000 -c 1 | korvane-vad clean --raw s16le -r 16000 - - | "
-           "aplay -t raw -f S16_LE -r 16000 -c 1",
-           "a live stream"}},
-         {"OUT has the format of IN, or the one that its extension names. It appears under its "
-          "name only when it is whole, and may be IN itself. If OUT is -, samples of 16 bits, "
-          "little-endian, without a header go to standard output."}},
-        {Command::kSplit,
-         "split",
-         "[OPTION...] -o DIR FILE|-",
-         "writes each segment of speech into a file of its own",
-         {{"korvane-vad split interview.flac -o parts",
-           "parts/interview_0001.flac, parts/interview_0002.flac ..."},
-          {"korvane-vad split --pad-start 100ms --pad-end 100ms --template "
-           "'{stem}_{start:08}-{end:08}.wav' interview.flac -o parts",
-           "100 ms wider at both ends, named by their times, as WAV"}},
-         {"The recording itself is cut, unless --cleaned is given. If one of the files exists "
-          "already, nothing is written, unless --force is given."}},
-        {Command::kReport,
-         "report",
-         "[OPTION...] -o PAGE.html FILE|-",
-         "writes a page to look at and listen to",
-         {{"korvane-vad report interview.flac -o interview.html",
-           "waveform, level, segments, spectrogram, before and after"}},
-         {"The page is complete in itself and needs no network."}},
-        {Command::kSelftest,
-         "selftest",
-         "[OPTION...]",
-         "checks that the library computes here what it computes everywhere",
-         {{"korvane-vad selftest", "796 ways of calling it, in a few seconds"}},
-         {"Each row of a table names a way of calling the library on a made signal, and the "
-          "SHA-256 of what must come out. Two models that were written separately from the library "
-          "agree on these digests. If rows differ, the first is shown with what was expected and "
-          "what came out, and the exit status is 1. The last line has one digest over all rows."}},
-    };
-    return texts;
-}
-
-const CommandText& text_of(Command command) {
-    return command_texts()[static_cast<std::size_t>(command)];
-}
 
 namespace {
 
@@ -659,6 +500,7 @@ std::unique_ptr<CLI::App> make_parser(Command command, Options& options) {
         case Command::kSelftest:
             break;
     }
+    add.overwriting();
     add.progress();
     if (command == Command::kDetect) {
         add.batch();
@@ -700,6 +542,9 @@ std::string contradiction(const Options& options) {
     const std::optional<RawFormat>& raw = options.source.raw;
     if (raw && raw->rate == 0) {
         return "--raw needs --rate";
+    }
+    if (raw && options.source.by_ffmpeg) {
+        return "--raw needs no --decoder";
     }
     if (raw && raw->planar &&
         std::find(options.files.begin(), options.files.end(), "-") != options.files.end()) {
@@ -750,6 +595,60 @@ std::string missing_argument(const Options& options) {
     return "";
 }
 
+/** How many letters have to be put in, left out or changed. */
+std::size_t distance(const std::string& one, const std::string& other) {
+    std::vector<std::size_t> row(other.size() + 1);
+    std::iota(row.begin(), row.end(), std::size_t{0});
+    for (std::size_t i = 0; i < one.size(); ++i) {
+        std::size_t diagonal = std::exchange(row[0], i + 1);
+        for (std::size_t j = 0; j < other.size(); ++j) {
+            const std::size_t changed = diagonal + (one[i] == other[j] ? 0 : 1);
+            diagonal = row[j + 1];
+            row[j + 1] = std::min({changed, row[j] + 1, diagonal + 1});
+        }
+    }
+    return row.back();
+}
+
+bool exists(const std::string& path) {
+    std::error_code none;
+    return std::filesystem::exists(std::filesystem::symlink_status(path, none));
+}
+
+/** Of the first word where it is neither a command nor a recording. */
+std::string mistyped(const std::string& word) {
+    if (exists(word)) {
+        return "";
+    }
+    if (word == "help") {
+        return "there is no recording 'help'; korvane-vad --help prints a summary";
+    }
+    for (const CommandText& text : command_texts()) {
+        if (distance(word, text.name) <= 2) {
+            return "'" + word + "' is neither a command nor a recording; " + text.name +
+                   " is a command";
+        }
+    }
+    return "";
+}
+
+/** Where a word that was taken for options is a file. */
+std::string dash_hint(const std::vector<std::string>& words) {
+    for (const std::string& word : words) {
+        if (word.size() > 1 && word[0] == '-' && exists(word)) {
+            return "; for the file write ./" + word;
+        }
+    }
+    return "";
+}
+
+/** With --json as what it stands for, so that the last one of it and -f counts. */
+std::vector<std::string> without_shorthand(std::vector<std::string> words) {
+    const auto end = std::find(words.begin(), words.end(), "--");
+    std::replace(words.begin(), end, std::string("--json"), std::string("--format=json"));
+    return words;
+}
+
 Command command_of(std::vector<std::string>& words) {
     for (const CommandText& text : command_texts()) {
         if (!words.empty() && words.front() == text.name) {
@@ -778,28 +677,50 @@ std::vector<OptionText> option_texts(Command command) {
     return list;
 }
 
-Options parse_options(const std::vector<std::string>& words) {
-    std::vector<std::string> rest = words;
-    const Command command = command_of(rest);
-    std::vector<std::string> backwards(rest.size());  // as CLI11 takes them
-    Options options;
+namespace {
+
+/** Stores what the words say. Returns whether one of them is --raw. Throws a CLI::ParseError. */
+bool parse_into(Options& options, Command command, const std::vector<std::string>& words) {
+    std::vector<std::string> backwards(words.size());  // as CLI11 takes them
+    std::transform(words.rbegin(), words.rend(), backwards.begin(), marked);
     const std::unique_ptr<CLI::App> parser = make_parser(command, options);
+    parser->parse(backwards);
+    return command != Command::kSelftest && parser->count("--raw") > 0;
+}
+
+}  // namespace
+
+Options parse_options(const std::vector<std::string>& words) {
+    std::vector<std::string> rest = without_shorthand(words);
+    const Command command = command_of(rest);
+    Options options;
     const auto check = [command](const std::string& problem) {
         if (!problem.empty()) {
             throw UsageError(command, problem);
         }
     };
+    if (rest.size() == words.size() && !rest.empty()) {  // no command is named
+        check(mistyped(rest.front()));
+    }
+    bool has_raw = false;
+    const std::string configuration = configuration_path();
+    if (std::count(rest.begin(), rest.end(), "--no-config") == 0 && command != Command::kSelftest) {
+        try {
+            has_raw = parse_into(options, command, configured_words(configuration, command));
+        } catch (const CLI::ParseError& error) {
+            throw Failure(configuration, error.what());
+        }
+    }
     try {
-        std::transform(rest.rbegin(), rest.rend(), backwards.begin(), marked);
-        parser->parse(backwards);
+        has_raw = parse_into(options, command, rest) || has_raw;
     } catch (const CLI::ParseError& error) {
-        throw UsageError(command, error.what());
+        throw UsageError(command, error.what() + dash_hint(rest));
     }
     std::transform(options.files.begin(), options.files.end(), options.files.begin(), unmarked);
     if (options.help) {
         return options;
     }
-    if (options.source.raw && parser->count("--raw") == 0) {
+    if (options.source.raw && !has_raw) {
         check("--rate, --channel-count and --layout need --raw");
     }
     check(missing_argument(options));

@@ -18,6 +18,9 @@
 
 namespace korvane::tool {
 
+constexpr int kLongestFrame = 4096;   ///< samples
+constexpr float kLowestLevel = -140;  ///< dB, of silence
+
 enum class Command { kDetect, kFrames, kClean, kSplit, kReport, kSelftest };
 
 /** Commands as the user knows them. */
@@ -69,6 +72,8 @@ enum class Progress { kAuto, kAlways, kNever };
 struct Options {
     Command command = Command::kDetect;
     bool help = false;
+    bool no_config = false;  ///< has been obeyed when the options are there
+    bool json = false;       ///< never set: --format=json stands for it
     std::vector<std::string>
         files;  ///< detect: recordings; clean: input, output; selftest: none; else one
 
@@ -90,6 +95,7 @@ struct Options {
 
     int jobs = 1;
     std::string files_from;
+    bool recursive = false;  ///< of folders all recordings in them
     bool null_separated = false;
     bool fail_fast = false;
     std::string manifest;
@@ -97,6 +103,7 @@ struct Options {
 
     std::string name_template = "{stem}_{index:04}.{ext}";
     bool cleaned = false;
+    bool no_clobber = false;  ///< unless `force`: nothing that is there is overwritten
     bool force = false;
     bool file_id_is_path = false;  ///< of RTTM; else the name without folder and extension
 

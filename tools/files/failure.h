@@ -27,6 +27,11 @@ struct ReaderGone : Failure {
     ReaderGone() : Failure("standard output", "nobody reads it any more") {}
 };
 
+/** The user has ended a stream before it could be told what it is. */
+struct Interrupted : Failure {
+    explicit Interrupted(const std::string& file) : Failure(file, "interrupted") {}
+};
+
 }  // namespace korvane::tool
 
 #endif

@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <set>
 
 #include "tools/files/ending_signals.h"
 #include "tools/files/failure.h"
@@ -89,8 +90,7 @@ TemporaryFile::TemporaryFile(const std::string& path) : path_(path), owner_(getp
 TemporaryFile::~TemporaryFile() { leave(); }
 
 void TemporaryFile::create() {
-    const std::string folder = std::filesystem::path(target_).parent_path();
-    name_ = (folder.empty() ? "." : folder) + "/.korvane-vad-XXXXXX";
+    name_ = folder() + "/.korvane-vad-XXXXXX";
     const EndingSignalsDeferred deferred;
     descriptor_ = mkostemp(name_.data(), O_CLOEXEC);
     if (descriptor_ < 0) {
@@ -115,13 +115,50 @@ void TemporaryFile::leave() {
         }
         before->next_ = next_;
     }
-    close(descriptor_);
+    close_descriptor();
+}
+
+std::string TemporaryFile::folder() const {
+    const std::string parent = std::filesystem::path(target_).parent_path();
+    return parent.empty() ? "." : parent;
+}
+
+void TemporaryFile::close_descriptor() {
+    if (descriptor_ >= 0) {
+        close(descriptor_);
+        descriptor_ = -1;
+    }
 }
 
 void TemporaryFile::commit() {
     if (fsync(descriptor_) != 0) {
         fail();
     }
+    rename();
+}
+
+void TemporaryFile::commit_all(const std::vector<std::unique_ptr<TemporaryFile>>& files) {
+    std::set<std::string> synced;  // where symbolic links lead elsewhere there are several
+    for (const std::unique_ptr<TemporaryFile>& file : files) {
+        const std::string where = file->folder();
+        if (!synced.insert(where).second) {
+            continue;
+        }
+        const int opened = open(where.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+        const bool done = opened >= 0 && syncfs(opened) == 0;
+        const int error = errno;
+        close(opened);
+        errno = error;
+        if (!done) {
+            file->fail();
+        }
+    }
+    for (const std::unique_ptr<TemporaryFile>& file : files) {
+        file->rename();
+    }
+}
+
+void TemporaryFile::rename() {
     const EndingSignalsDeferred deferred;
     if (std::rename(name_.c_str(), target_.c_str()) != 0) {
         fail();

@@ -11,7 +11,9 @@
 #include <sys/types.h>
 
 #include <atomic>
+#include <memory>
 #include <string>
+#include <vector>
 
 namespace korvane::tool {
 
@@ -36,14 +38,20 @@ class TemporaryFile {
     TemporaryFile& operator=(const TemporaryFile&) = delete;
 
     int descriptor() const { return descriptor_; }
+    /** Nothing more will be written; many such files take no room among the open ones. */
+    void close_descriptor();
     /** Sees to it that all of it is on the disk and gives the file its name. */
     void commit();
+    /** The same of several files, waiting for the disk once, not once for each. */
+    static void commit_all(const std::vector<std::unique_ptr<TemporaryFile>>& files);
 
   private:
     friend void remove_temporary_files();
 
     void create();
     void leave();
+    void rename();
+    std::string folder() const;
     [[noreturn]] void fail() const;
 
     std::string path_;    // as the user gave it

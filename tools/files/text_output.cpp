@@ -39,6 +39,14 @@ void check_is_no_input(const std::string& output, const std::vector<std::string>
     }
 }
 
+void check_is_new(const std::string& output) {
+    std::error_code none;
+    const auto status = std::filesystem::symlink_status(output, none);
+    if (std::filesystem::is_regular_file(status) || std::filesystem::is_symlink(status)) {
+        throw Failure(output, "is there already; --force overwrites");
+    }
+}
+
 TextOutput::TextOutput(const std::string& path) : name_(path) {
     if (path.empty() || path == "-") {
         name_ = "standard output";

@@ -15,6 +15,9 @@ namespace korvane::tool {
  * it would take the place of what is read. */
 void check_is_no_input(const std::string& output, const std::vector<std::string>& inputs);
 
+/** Throws a Failure where a file of that name is there. */
+void check_is_new(const std::string& output);
+
 class TextOutput {
   public:
     /**
