@@ -30,6 +30,7 @@ ALLOWED = {
     "tools/results": ["tools/files", "tools/audio", "segments", "include"],
     "tools/cli": ["tools/files", "tools/audio", "tools/results", "segments", "include"],
     "tools/batch": ["tools/files", "tools/audio", "tools/results", "tools/cli", "segments", "include"],
+    "tools/score": ["tools/files", "tools/audio", "tools/results", "tools/cli", "segments", "include"],
     "tools/report": ["tools/audio", "tools/results", "segments", "include"],
     "conformance": ["include"],
     "tools": ["include", "segments", "conformance"],

@@ -27,6 +27,7 @@
 #include "tools/results/detection.h"
 #include "tools/results/doubt.h"
 #include "tools/results/segmenting.h"
+#include "tools/score/score.h"
 #include "tools/selftest.h"
 
 namespace korvane::tool {
@@ -429,6 +430,9 @@ int run(const Options& options) {
             return run_split(options);
         case Command::kReport:
             return run_report(options);
+        case Command::kScore:
+            check_may_overwrite(options, options.output);
+            return run_score(options);
         case Command::kSelftest:
             return run_selftest(options.every);
     }

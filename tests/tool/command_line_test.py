@@ -803,6 +803,85 @@ WRONG = ["", "-f", "-f xml a", "--unknown a", "-x", "a --cleaned b", "-0 a", "--
          "--each-channel --downmix a", "--file-id x a"]
 
 
+class Scores(ToolTest):
+    def write(self, form, name, recordings, length):
+        """The same stretches of 10 ms units, {(recording, channel): [(start, end)]}, in one of the formats."""
+        lines = []
+        for (recording, channel), list_ in recordings.items():
+            if form == "jsonl":
+                lines.append(json.dumps({"type": "header", "file": f"x/{recording}.flac", "channel": channel, "rate": 8000,
+                                         "samples": length * 80}))
+            for start, end in list_:
+                s, e = start / 100, end / 100
+                lines.append({"rttm": f"SPEAKER {recording} {channel} {s:.2f} {e - s:.2f} <NA> <NA> a <NA> <NA>",
+                              "audacity": f"{s:.6f}\t{e:.6f}\tspeech, channel {channel}",
+                              "jsonl": json.dumps({"type": "segment", "file": f"x/{recording}.flac", "channel": channel,
+                                                   "start": s, "end": e}), "textgrid": ""}[form])
+        if form == "textgrid":
+            lines = ["File type = \"ooTextFile\"", "Object class = \"TextGrid\"", "", "xmin = 0", f"xmax = {length / 100}",
+                     "tiers? <exists>", f"size = {len(recordings)}", "item []:"]
+            for i, ((_, channel), list_) in enumerate(recordings.items()):
+                lines += [f"item [{i + 1}]:", 'class = "IntervalTier"', f'name = "speech, channel {channel}"', "xmin = 0",
+                          f"xmax = {length / 100}", f"intervals: size = {len(list_) + 1}", "intervals [1]:", "xmin = 0",
+                          "xmax = 0", 'text = ""']
+                for start, end in list_:
+                    lines += ["intervals [2]:", f"xmin = {start / 100}", f"xmax = {end / 100}", 'text = "a ""word"" = 3"']
+        pathlib.Path(self.path(name)).write_text("\n".join(lines) + "\n")
+        return self.path(name)
+
+    def test_agree_with_counting_unit_by_unit(self):
+        chance = random.Random(7)
+        for run, (one, other) in enumerate(product(("rttm", "jsonl", "audacity", "textgrid"), repeat=2)):
+            length, collar = 500, (0, 5, 25)[run % 3]
+            names = ("t",) if {"audacity", "textgrid"} & {one, other} else ("t", "u.v")
+            sides = [{(name, channel): sorted((s, s + chance.randint(1, 90)) for s in chance.sample(range(400), 4))
+                      for name in names for channel in (1, 2)} for _ in range(2)]
+            files = [self.write(form, f"t.{side}", part, length)
+                     for side, (form, part) in enumerate(zip((one, other), sides))]
+            done = self.run_tool("score", "-f", "csv", "--collar", f"{collar}0ms", *files)
+            self.assertEqual((done.returncode, done.stderr), (0, ""), (one, other))
+            *rows, together = csv.DictReader(io.StringIO(done.stdout))
+            total = [0] * 4
+            for row, key in zip(rows, sides[0], strict=True):
+                reference, hypothesis = ({u for s, e in side[key] for u in range(s, e)} for side in sides)
+                ends = [max(e for _, e in side[key]) for side in sides]
+                end = length if {"jsonl", "textgrid"} & {one, other} else max(ends)
+                scored = {u for u in range(end) if all(not -collar <= u - edge < collar for s, e in sides[0][key] for edge in (s, e))}
+                counts = [len(scored), len(scored & reference), len(scored & hypothesis - reference),
+                          len(scored & reference - hypothesis)]
+                total = [a + b for a, b in zip(total, counts)]
+                self.check(row, counts)
+            self.check(together, total)
+
+    def check(self, row, counts):
+        scored, speech, false, missed = counts
+        self.assertEqual([round(float(row[k]) * 100) for k in ("scored", "speech", "false_alarm", "missed")], counts)
+        hits = speech - missed
+        f1 = 2 * hits / (2 * hits + false + missed) if hits + false + missed else 1
+        dcf = 0.75 * missed / max(speech, 1) + 0.25 * false / max(scored - speech, 1)
+        self.assertLess(max(abs(float(row["f1"]) - f1), abs(float(row["dcf"]) - dcf)), 0.00006)
+
+    def test_of_the_tools_own_results_is_perfect(self):
+        files = []
+        for form in ("rttm", "jsonl", "audacity", "textgrid"):
+            files.append(self.path(form))
+            self.run_tool("-f", form, PROMPT, "-o", files[-1])
+        for one, other in product(files, repeat=2):
+            done = self.run_tool("score", one, other)
+            self.assertEqual(done.stdout.splitlines()[-1].split()[2:], ["0.000", "0.000", "1.0000", "0.0000", "together"], (one, other))
+
+    def test_what_is_missing_and_what_is_wrong_is_told(self):
+        for name, text in (("a", "SPEAKER one 1 0 2 <NA> <NA> s\nSPEAKER two 1 0 2\n"), ("b", "SPEAKER two 1 1 1\nSPEAKER 3 1 0 1\n"),
+                           ("bad", "SPEAKER one 1 x 2\n"), ("back", "2\t1\ta\n"), ("odd", "hello\n"), ("json", "{}\n"),
+                           ("grid", 'File type = "ooTextFile"\n"TextGrid" 0 1 <exists> 1\n')):
+            pathlib.Path(self.path(name)).write_text(text)
+        done = self.run_tool("score", self.path("a"), self.path("b"))
+        self.assertRegex(done.stderr, "/b: has no one, .* missed\n.*/a: has no 3, .* left out\n$")
+        self.assertEqual(done.stdout.splitlines()[-1].split()[:4], ["4.000", "4.000", "0.000", "3.000"])
+        for name in ("bad", "back", "odd", "json", "grid", "none"):
+            self.fails(self.path(name), "", "score", self.path("a"), self.path(name))
+
+
 class Conventions(ToolTest):
     def test_configuration(self):
         folder, home = pathlib.Path(self.path("korvane-vad")), pathlib.Path(self.path(".config"))
@@ -895,7 +974,7 @@ class Usage(ToolTest):
             self.assertEqual((done.returncode, message in done.stderr), (status, True))
         for short, long in (("-h", "--help"), ("-V", "--version")):
             self.assertEqual(self.run_tool(short).stdout, self.run_tool(long).stdout)
-        for command in ("", "detect", "frames", "clean", "split", "report", "selftest"):
+        for command in ("", "detect", "frames", "clean", "split", "report", "score", "selftest"):
             done = self.run_tool(*command.split(), "--help")
             self.assertEqual((done.returncode, done.stderr), (0, ""))
             self.assertTrue(done.stdout.startswith(f"Examples:\n  korvane-vad {command}".rstrip())

@@ -6,7 +6,7 @@ import unittest
 
 from tool_case import TOOL, ToolTest
 
-COMMANDS = ("detect", "frames", "clean", "split", "report", "selftest")
+COMMANDS = ("detect", "frames", "clean", "split", "report", "score", "selftest")
 
 
 class Texts(ToolTest):

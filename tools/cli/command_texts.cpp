@@ -64,6 +64,24 @@ const std::vector<CommandText>& command_texts() {
          {{"korvane-vad report interview.flac -o interview.html",
            "waveform, level, segments, spectrogram, before and after"}},
          {"The page is complete in itself and needs no network."}},
+        {Command::kScore,
+         "score",
+         "[OPTION...] REFERENCE HYPOTHESIS",
+         "says how far two results are apart: false alarms, misses, F1 and DCF",
+         {{"korvane-vad score by-hand.rttm found.rttm",
+           "a line for each recording, and one for all"},
+          {"korvane-vad score --collar 250ms labels.txt talk.jsonl",
+           "labels of Audacity against this tool's jsonl; what lies within 250 ms of their edges "
+           "does not count"}},
+         {"Both are RTTM, labels of Audacity, TextGrid or jsonl, one as the other or not; every "
+          "label "
+          "counts as speech. Recordings are the same where their names are, without folders and "
+          "extensions, or where each side has one alone. What TextGrid and jsonl say about the "
+          "length "
+          "counts; else a recording ends with its last speech.",
+          "All but F1 and DCF are seconds. F1 is 2 hits / (2 hits + false alarms + misses), DCF "
+          "0.75 "
+          "misses / speech + 0.25 false alarms / what is no speech."}},
         {Command::kSelftest,
          "selftest",
          "[OPTION...]",

@@ -122,7 +122,7 @@ std::string examples(const CommandText& text) {
 
 bool has_times(Command command) {
     return command != Command::kFrames && command != Command::kClean &&
-           command != Command::kSelftest;
+           command != Command::kScore && command != Command::kSelftest;
 }
 
 // ---- roff ----------------------------------------------------------------------------------

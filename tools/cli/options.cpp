@@ -166,6 +166,7 @@ class Adder {
     void check();
     void batch();
     void pieces();
+    void score();
     void rows();
     void help();
 
@@ -446,6 +447,25 @@ void Adder::pieces() {
          options_.cleaned);
 }
 
+void Adder::score() {
+    group_ = "Output";
+    value("-f,--format", "text|csv", "format of the output (default text)",
+          [&options = options_](const std::string& text) {
+              options.format = choice<ResultFormat>(
+                  text, {{"text", ResultFormat::kText}, {"csv", ResultFormat::kCsv}});
+          });
+    output("FILE", "write to FILE, not to standard output");
+    value("--collar", "TIME",
+          "what lies so near to a begin or an end in REFERENCE does not count (default 0)",
+          [&options = options_](const std::string& text) {
+              options.collar = Span(text, Span::Unit::kSeconds);
+              check_is_not_milliseconds(text, kFewSeconds);
+              if (options.collar.unit() == Span::Unit::kSamples) {
+                  throw std::invalid_argument("'" + text + "': write 250ms or 0.25s");
+              }
+          });
+}
+
 void Adder::rows() {
     value("--every", "N", "run every Nth row only, beginning with the first",
           [&options = options_](const std::string& text) {
@@ -475,6 +495,12 @@ std::unique_ptr<CLI::App> make_parser(Command command, Options& options) {
         add.help();
         return app;
     }
+    if (command == Command::kScore) {
+        add.score();
+        add.overwriting();
+        add.help();
+        return app;
+    }
     switch (command) {
         case Command::kDetect:
             add.format(false);
@@ -497,6 +523,7 @@ std::unique_ptr<CLI::App> make_parser(Command command, Options& options) {
         case Command::kReport:
             add.output("PAGE.html", "the page");
             break;
+        case Command::kScore:
         case Command::kSelftest:
             break;
     }
@@ -579,6 +606,9 @@ std::string missing_argument(const Options& options) {
     }
     if (options.command == Command::kClean) {
         return count == 2 ? "" : "clean needs two names: IN OUT";
+    }
+    if (options.command == Command::kScore) {
+        return count == 2 ? "" : "score needs two names: REFERENCE HYPOTHESIS";
     }
     if (count == 0 && options.files_from.empty()) {
         return "no recording given";
@@ -685,7 +715,8 @@ bool parse_into(Options& options, Command command, const std::vector<std::string
     std::transform(words.rbegin(), words.rend(), backwards.begin(), marked);
     const std::unique_ptr<CLI::App> parser = make_parser(command, options);
     parser->parse(backwards);
-    return command != Command::kSelftest && parser->count("--raw") > 0;
+    const bool reads_sound = command != Command::kSelftest && command != Command::kScore;
+    return reads_sound && parser->count("--raw") > 0;
 }
 
 }  // namespace

@@ -21,7 +21,7 @@ namespace korvane::tool {
 constexpr int kLongestFrame = 4096;   ///< samples
 constexpr float kLowestLevel = -140;  ///< dB, of silence
 
-enum class Command { kDetect, kFrames, kClean, kSplit, kReport, kSelftest };
+enum class Command { kDetect, kFrames, kClean, kSplit, kReport, kScore, kSelftest };
 
 /** Commands as the user knows them. */
 struct CommandText {
@@ -75,7 +75,8 @@ struct Options {
     bool no_config = false;  ///< has been obeyed when the options are there
     bool json = false;       ///< never set: --format=json stands for it
     std::vector<std::string>
-        files;  ///< detect: recordings; clean: input, output; selftest: none; else one
+        files;  ///< detect: recordings; clean: input, output; score: reference, hypothesis; selftest:
+                ///< none; else one
 
     SourceOptions source;
     Span frame;  ///< 0: 10 ms
@@ -107,6 +108,7 @@ struct Options {
     bool force = false;
     bool file_id_is_path = false;  ///< of RTTM; else the name without folder and extension
 
+    Span collar;    ///< score: before and behind each edge of the reference
     int every = 1;  ///< selftest: only each row of so many
 
     /** What a detector for the input `name` is set to. Throws a Failure about it where a frame is not

@@ -12,6 +12,7 @@
 
 #include "korvane_vad.h"
 #include "tools/results/label_results.h"
+#include "tools/results/lines.h"
 #include "tools/results/times.h"
 
 namespace korvane::tool {
@@ -21,37 +22,6 @@ namespace {
 using nlohmann::ordered_json;
 using segments::Segment;
 
-// ---- Names and words ----
-
-bool is_control(char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7f; }
-
-/** For a line that people read: control characters as \xHH. */
-std::string printable(const std::string& name) {
-    constexpr std::string_view kHex = "0123456789abcdef";
-    std::string text;
-    for (const char c : name) {
-        if (is_control(c)) {
-            text.append("\\x");
-            text += kHex[static_cast<std::size_t>(c) / 16];
-            text += kHex[static_cast<std::size_t>(c) % 16];
-        } else {
-            text += c;
-        }
-    }
-    return text;
-}
-
-std::string csv_field(const std::string& text) {
-    if (text.find_first_of("\",\r\n") == std::string::npos) {
-        return text;
-    }
-    std::string quoted = "\"";
-    for (const char c : text) {
-        quoted.append(c == '"' ? 2 : 1, c);
-    }
-    return quoted + "\"";
-}
-
 /** Bytes that are not UTF-8 become U+FFFD. */
 std::string dump(const ordered_json& value, int indent = -1) {
     return value.dump(indent, ' ', false, ordered_json::error_handler_t::replace);
@@ -60,16 +30,6 @@ std::string dump(const ordered_json& value, int indent = -1) {
 std::string boolean(bool value) { return value ? "true" : "false"; }
 
 // ---- Text ----
-
-std::string columns(const std::vector<std::string>& fields) {
-    constexpr std::size_t kWidth = 12;
-    std::string line;
-    for (const std::string& field : fields) {
-        line.append(line.empty() ? "" : " ");
-        line.append(kWidth - std::min(kWidth, field.size()), ' ').append(field);
-    }
-    return line + "\n";
-}
 
 std::vector<std::string> with_channel(std::vector<std::string> fields, const ResultHeader& header,
                                       const std::string& field) {
@@ -119,14 +79,6 @@ std::string text_heading(bool several, const std::string& name) {
 
 constexpr const char* kCsvHeading =
     "file,start,end,duration,start_sample,end_sample,decided_at,open,channel,state\n";
-
-std::string comma_separated(const std::vector<std::string>& fields) {
-    std::string line;
-    for (const std::string& field : fields) {
-        line.append(line.empty() ? "" : ",").append(field);
-    }
-    return line + "\n";
-}
 
 std::string channel_field(const ResultHeader& header) {
     return header.channel != 0 ? std::to_string(header.channel) : "";
