@@ -71,8 +71,7 @@ const std::vector<CommandText>& command_texts() {
          {{"korvane-vad score by-hand.rttm found.rttm",
            "a line for each recording, and one for all"},
           {"korvane-vad score --collar 250ms labels.txt talk.jsonl",
-           "labels of Audacity against this tool's jsonl; what lies within 250 ms of their edges "
-           "does not count"}},
+           "labels of Audacity against jsonl, without 250 ms around their edges"}},
          {"Both are RTTM, labels of Audacity, TextGrid or jsonl, one as the other or not; every "
           "label "
           "counts as speech. Recordings are the same where their names are, without folders and "
