@@ -188,7 +188,7 @@ std::string files_and_environment() {
     page += ".SH FILES\n.TP\n.B " + roff("~/.config/korvane-vad/config") + "\n" +
             roff(kConfiguration) + "\n";
     return page + ".SH SEE ALSO\nffmpeg(1), sox(1), parallel(1)\n.PP\n" +
-           roff("tool.md, audio.md and batch.md in the package's documentation") + "\n";
+           roff("docs/tool.md, docs/audio.md and docs/batch.md in the sources") + "\n";
 }
 
 /** Within single quotes of any shell. */
