@@ -33,7 +33,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* input, size_t size) {
     require(
         !options.source.raw || (options.source.raw->rate >= 1 && options.source.raw->channels >= 1),
         "raw samples have a rate and channels");
-    require(options.source.channels.size() <= 2 || options.source.downmix, "two channels at most");
+    require(options.source.channels.size() <= 2 || options.source.downmix ||
+                options.source.each_channel,
+            "two channels at most are judged together");
     require(!options.fingerprint().empty(), "options have a fingerprint");
     const NameTemplate pattern(options.name_template);
     for (const int rate : {1, 16000, 49999}) {
