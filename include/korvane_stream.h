@@ -193,7 +193,7 @@ typedef struct KorvaneStreamConfig {
     float enter_db;        /**< decision `fixed` only: speech begins above [-45] */
     float stay_db;         /**< and goes on above; at most enter_db [-50] */
     int32_t onset_ms;      /**< not with the decision `detector` [0] */
-    int32_t hangover_ms;   /**< not with the decision `detector` [60] */
+    int32_t hangover_ms;   /**< not with the decision `detector` [40] */
     int32_t min_gap_ms;    /**< events: shorter gaps are filled [0] */
     int32_t min_speech_ms; /**< shorter segments are dropped [0] */
     int32_t max_speech_ms; /**< longer ones are split; 0 never [0] */

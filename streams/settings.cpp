@@ -85,7 +85,7 @@ KorvaneStreamConfig default_config(int32_t rate, int32_t channels) {
     c.stay_score = 0.4F;
     c.enter_db = -45;
     c.stay_db = -50;
-    c.hangover_ms = 60;
+    c.hangover_ms = 40;
     return c;
 }
 

@@ -30,7 +30,7 @@ class Answers:
         return self.pick(self.start, values, (np.arange(frames) + 0.5) * FRAME + shift)
 
 
-def decide(scores, per_second, enter=0.5, stay=0.4, hold=0.06):
+def decide(scores, per_second, enter=0.5, stay=0.4, hold=0.04):
     """Speech or not: from a score of `enter` on, until it has been at most `stay` for `hold` seconds."""
     out = np.zeros(len(scores), bool)
     speaking, below = False, 0

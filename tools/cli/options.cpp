@@ -301,7 +301,7 @@ void Adder::decision(bool thresholds) {
            options_.stay);
     milliseconds("--onset", "how long it must last before it counts (default: one frame)",
                  options_.onset);
-    milliseconds("--hangover", "how long a pause must last before it counts (default 60ms)",
+    milliseconds("--hangover", "how long a pause must last before it counts (default 40ms)",
                  options_.hangover);
 }
 

@@ -65,7 +65,7 @@ export async function vadNode(context, options = {}) {
   const { channels } = stream;
   const ms = (name) => settings[name] ?? 0;
   // How long after its first sample speech may be told.
-  const late = ms("onsetMs") + (settings.hangoverMs ?? 60) + ms("minGapMs") + ms("minSpeechMs") + ms("padStartMs") + ms("padEndMs") + 1000;
+  const late = ms("onsetMs") + (settings.hangoverMs ?? 40) + ms("minGapMs") + ms("minSpeechMs") + ms("padStartMs") + ms("padEndMs") + 1000;
   const node = new AudioWorkletNode(context, `korvane-vad-${VERSION}`, {
     numberOfInputs: 1,
     numberOfOutputs: 1,
