@@ -6,11 +6,11 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <csignal>
 #include <cstring>
-#include <vector>
 
 #include "tools/audio/input_descriptor.h"
 #include "tools/audio/sndfile_source.h"
@@ -26,7 +26,7 @@ std::string last_line(int file) {
     const auto room = static_cast<off_t>(bytes.size());
     const ssize_t count = pread(file, bytes.data(), bytes.size(), size > room ? size - room : 0);
     std::string text(bytes.data(), count > 0 ? static_cast<std::size_t>(count) : 0);
-    text.erase(text.find_last_not_of("\n") + 1);
+    text.erase(text.find_last_not_of('\n') + 1);
     return text.substr(text.rfind('\n') + 1);
 }
 
@@ -69,11 +69,9 @@ void FfmpegSource::start(int output) {
     const std::string input = name_ == input_name("-") ? "pipe:0" : "file:" + name_;
     std::array<std::string, 12> words = {"ffmpeg", "-v",    "error", "-xerror", "-i",        input,
                                          "-map",   "0:a:0", "-f",    "wav",     "-bitexact", "-"};
-    std::vector<char*> arguments;
-    for (std::string& word : words) {
-        arguments.push_back(word.data());
-    }
-    arguments.push_back(nullptr);
+    std::array<char*, words.size() + 1> arguments{};
+    std::transform(words.begin(), words.end(), arguments.begin(),
+                   [](std::string& word) { return word.data(); });
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_adddup2(&actions, output, STDOUT_FILENO);
