@@ -111,8 +111,8 @@ requires(FullRegister<N>) KORVANE_INLINE Lanes<N> add_half_negative(Lanes<N> sum
 }
 template <int N>
 requires(FullRegister<N>) KORVANE_INLINE Lanes<N> mul_half_upper_positive(Lanes<N> a, Lanes<N> b) {
-    const Lanes<N> upper = bit_and(b, Lanes<N>::broadcast(-65536));
-    return add_wrap(multiply_add_halves(a, upper), multiply_high_halves(a, lsr<16>(b)));
+    const Lanes<N> high_half = bit_and(b, Lanes<N>::broadcast(-65536));
+    return add_wrap(multiply_add_halves(a, high_half), multiply_high_halves(a, lsr<16>(b)));
 }
 template <int N>
 requires(FullRegister<N>) KORVANE_INLINE Lanes<N> mul_half_upper(Lanes<N> a, Lanes<N> b) {
