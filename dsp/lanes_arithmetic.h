@@ -43,8 +43,6 @@ KORVANE_OF_TWO(sub_wrap, Lanes<N>::of_bits(a.bits() - b.bits()))
 KORVANE_OF_TWO(bit_and, {a.v & b.v})
 KORVANE_OF_TWO(bit_or, {a.v | b.v})
 KORVANE_OF_TWO(greater, {a.v > b.v})
-KORVANE_OF_TWO(minimum, {a.v < b.v ? a.v : b.v})
-KORVANE_OF_TWO(maximum, {a.v > b.v ? a.v : b.v})
 KORVANE_BY_BITS(shl, Lanes<N>::of_bits(a.bits() << kBits))
 KORVANE_BY_BITS(asr, {a.v >> kBits})
 KORVANE_BY_BITS(lsr, Lanes<N>::of_bits(a.bits() >> kBits))
@@ -66,6 +64,8 @@ KORVANE_OF_TWO(shl_each, select(greater(b, Lanes<N>::broadcast(31)), Lanes<N>::b
 KORVANE_OF_TWO(asr_each, {a.v >> (b.v & 31)})
 KORVANE_BY_HALVES(neg_wrap)
 KORVANE_BY_HALVES(select)
+KORVANE_BY_HALVES(minimum)
+KORVANE_BY_HALVES(maximum)
 KORVANE_BY_HALVES(add_half_negative)
 KORVANE_BY_HALVES(leading_zeros)
 KORVANE_BY_HALVES(straight_log2)
@@ -89,6 +89,14 @@ requires(OneRegister<N>) KORVANE_INLINE Lanes<N> neg_wrap(Lanes<N> a) {
 template <int N>
 requires(OneRegister<N>) KORVANE_INLINE Lanes<N> select(Lanes<N> mask, Lanes<N> a, Lanes<N> b) {
     return {mask.v != 0 ? a.v : b.v};
+}
+template <int N>
+requires(OneRegister<N>) KORVANE_INLINE Lanes<N> minimum(Lanes<N> a, Lanes<N> b) {
+    return {a.v < b.v ? a.v : b.v};
+}
+template <int N>
+requires(OneRegister<N>) KORVANE_INLINE Lanes<N> maximum(Lanes<N> a, Lanes<N> b) {
+    return {a.v > b.v ? a.v : b.v};
 }
 template <int kC, int N>
 requires(OneRegister<N>) KORVANE_INLINE Lanes<N> mul_half_by(Lanes<N> a) {
