@@ -84,6 +84,8 @@ public final class KorvaneStream implements AutoCloseable {
         }
 
         /**
+         * How long a frame is.
+         *
          * @param length samples per channel for which there is one result, 1 to 4096; 10 ms unless set
          * @return this
          */
@@ -92,6 +94,8 @@ public final class KorvaneStream implements AutoCloseable {
         }
 
         /**
+         * What decides.
+         *
          * @param decision {@link Decision#ADAPTIVE} unless set
          * @return this
          */
@@ -100,6 +104,8 @@ public final class KorvaneStream implements AutoCloseable {
         }
 
         /**
+         * How loud cleaned sound is.
+         *
          * @param restore whether cleaned sound comes back as loud as it went in, and not as the suppressor leaves
          *     it; true unless set
          * @return this
