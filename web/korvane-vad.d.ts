@@ -41,7 +41,7 @@ export interface Settings {
   stayDb?: number;
   /** Time above the threshold before speech is declared; 0 by default. As all times: whole, 0 to 3600000 ms. */
   onsetMs?: number;
-  /** Time below it before speech ends; 60 by default. */
+  /** Time below it before speech ends; 40 by default. */
   hangoverMs?: number;
   /** Shorter gaps between segments are filled; 0 by default. */
   minGapMs?: number;
