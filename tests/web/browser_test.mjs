@@ -1,4 +1,5 @@
-// The JavaScript package in headless Chromium and, where it is installed, Firefox: the audio worklet beside the same module in Node, the microphone
+// The JavaScript package in headless Chromium and, where it is installed, Firefox: the audio worklet beside the same
+// module in Node, the microphone
 // from a file, content security policies.
 //
 // KORVANE_WEB_TARBALL, NODE_PATH and CHROMIUM say where things are.
