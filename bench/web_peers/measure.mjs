@@ -162,12 +162,12 @@ for (let round = 0; round < ROUNDS + SECONDS; ++round) {
 }
 
 const middle = (values) => values.sort((a, b) => a - b)[values.length >> 1];
-console.log("| | rate | µs for a second of sound | least | times ours | ms to the first answer | kB to load |");
+console.log("| | rate | µs for a second of sound | least to most | times ours | ms to the first answer | kB to load |");
 console.log("|---|---|---|---|---|---|---|");
 for (const [i, { name, rate, files, times }] of candidates.entries()) {
   const starts = Array.from({ length: 5 }, () => Number(execFileSync(process.execPath, ["--no-warnings", fileURLToPath(import.meta.url), ours, modules, i]).toString().trim().split("\n").at(-1)));
   const kilobytes = files.reduce((sum, file) => sum + brotliCompressSync(readFileSync(file)).length, 0) / 1000;
   const reference = middle(candidates.find((one) => one.rate === rate && one.name.includes("cleaned")).times);
-  console.log(`| ${name} | ${rate} | ${middle(times).toFixed(0)} | ${times[0].toFixed(0)} | ${(middle(times) / reference).toFixed(1)} | ${middle(starts).toFixed(0)} | ${kilobytes.toFixed(0)} |`);
+  console.log(`| ${name} | ${rate} | ${middle(times).toFixed(0)} | ${times[0].toFixed(0)} to ${times.at(-1).toFixed(0)} | ${(middle(times) / reference).toFixed(1)} | ${middle(starts).toFixed(0)} | ${kilobytes.toFixed(0)} |`);
 }
 process.exit();

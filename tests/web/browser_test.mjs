@@ -1,6 +1,5 @@
 // The JavaScript package in headless Chromium and, where it is installed, Firefox: the audio worklet beside the same
-// module in Node, the microphone
-// from a file, content security policies.
+// module in Node, the microphone from a file, content security policies, bundlers.
 //
 // KORVANE_WEB_TARBALL, NODE_PATH and CHROMIUM say where things are.
 import assert from "node:assert/strict";
