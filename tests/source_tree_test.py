@@ -36,6 +36,7 @@ ALLOWED = {
     "tools": ["include", "segments", "conformance"],
     "android/korvane-vad/src/main/cpp": ["include"],
     "web/module": ["include"],
+    "ladspa": ["include"],
 }
 SOURCES = {".c", ".cpp", ".h"}
 
