@@ -2,14 +2,13 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstring>
 
 namespace korvane::tool {
 
 SNDFILE* FileWindow::open(SF_INFO& format) {
     SF_VIRTUAL_IO io{};
-    io.get_filelen = [](void* window) -> sf_count_t {
-        return of(window).size_ + of(window).missing_;
-    };
+    io.get_filelen = [](void* window) -> sf_count_t { return of(window).claimed_; };
     io.seek = [](sf_count_t offset, int whence, void* window) -> sf_count_t {
         return of(window).seek(offset, whence);
     };
@@ -21,10 +20,7 @@ SNDFILE* FileWindow::open(SF_INFO& format) {
 }
 
 int64_t FileWindow::seek(int64_t offset, int whence) {
-    if (whence == SEEK_END && !has_end_) {
-        return -1;
-    }
-    const int64_t from = whence == SEEK_SET ? 0 : whence == SEEK_CUR ? at_ : size_ + missing_;
+    const int64_t from = whence == SEEK_SET ? 0 : whence == SEEK_CUR ? at_ : claimed_;
     if (from + offset < 0) {
         return -1;
     }
@@ -33,6 +29,12 @@ int64_t FileWindow::seek(int64_t offset, int whence) {
 }
 
 int64_t FileWindow::read(void* bytes, int64_t count) {
+    if (at_ >= size_ &&
+        at_ + count == claimed_) {  // the MPEG decoder believes an end with 128 bytes before it
+        std::memset(bytes, 0, static_cast<std::size_t>(count));
+        at_ = claimed_;
+        return count;
+    }
     const auto wanted = static_cast<std::size_t>(std::clamp<int64_t>(size_ - at_, 0, count));
     const std::size_t got = file_->read_at(start_ + at_, bytes, wanted);
     at_ += static_cast<int64_t>(got);

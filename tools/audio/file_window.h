@@ -12,13 +12,11 @@ namespace korvane::tool {
 
 class FileWindow {
   public:
-    /**
-     * @param has_end  false: who seeks the end does not find it, as in a pipe
-     * @param missing  bytes that the window claims to have behind its end, though none can be read
-     */
-    FileWindow(InputDescriptor& file, int64_t start, int64_t size, bool has_end,
-               int64_t missing = 0)
-        : file_(&file), start_(start), size_(size), missing_(missing), has_end_(has_end) {}
+    /** @param claimed  bytes that it says it has, more or fewer than there are to read */
+    FileWindow(InputDescriptor& file, int64_t start, int64_t size, int64_t claimed)
+        : file_(&file), start_(start), size_(size), claimed_(claimed) {}
+    FileWindow(InputDescriptor& file, int64_t start, int64_t size)
+        : FileWindow(file, start, size, size) {}
 
     /** Opens what is in the window, which must stay where it is meanwhile. Null where libsndfile cannot. */
     SNDFILE* open(SF_INFO& format);
@@ -31,8 +29,7 @@ class FileWindow {
     InputDescriptor* file_;
     int64_t start_;
     int64_t size_;
-    int64_t missing_;
-    bool has_end_;
+    int64_t claimed_;
     int64_t at_ = 0;
 };
 

@@ -8,6 +8,7 @@
 #include <string_view>
 #include <utility>
 
+#include "tools/audio/mpeg_frames.h"
 #include "tools/audio/ogg_links.h"
 #include "tools/audio/unfinished_wav.h"
 #include "tools/files/failure.h"
@@ -16,8 +17,8 @@ namespace korvane::tool {
 
 namespace {
 
-constexpr std::size_t kMostBeforeMpeg =
-    65536;  // bytes of neither tag nor frame before the first frame
+constexpr int64_t kMostBeforeMpeg = 65536;  // bytes of neither tag nor frame before the first frame
+constexpr int64_t kEndless = int64_t{1} << 40;  // bytes; more than a recording has
 
 /** What libsndfile reads without going back: WAV, AIFF, AU and Ogg, by their first four bytes. */
 constexpr std::array<uint32_t, 6> kStreamed = {
@@ -31,7 +32,8 @@ std::string loss_in_log(const std::string& log, int format) {
     const bool wave64 = (format & SF_FORMAT_TYPEMASK) == SF_FORMAT_W64;
     std::istringstream lines(log);
     for (std::string line; std::getline(lines, line);) {
-        if (line.find("without an End-Of-Stream") != std::string::npos) {
+        if (line.find("without an End-Of-Stream") != std::string::npos ||
+            line.find("lacks an end-of-stream bit") != std::string::npos) {  // since libsndfile 1.1
             return "truncated: the stream's last page is missing";
         }
         std::istringstream words(line);
@@ -76,18 +78,6 @@ int64_t sphere_length(InputDescriptor& file) {
     header.resize(file.read_at(0, header.data(), header.size()));
     const std::size_t at = header.find(kField);
     return at == std::string::npos ? 0 : std::atoll(header.c_str() + at + kField.size());
-}
-
-/** Where the ID3 tags at the beginning end. A cover in one may look like MPEG. */
-int64_t end_of_tags(InputDescriptor& file) {
-    int64_t end = 0;
-    uint8_t tag[10];  // name, version, flags, size in 4 times 7 bits
-    while (file.read_at(end, tag, sizeof tag) == sizeof tag && std::memcmp(tag, "ID3", 3) == 0) {
-        const bool has_footer = (tag[5] & 0x10) != 0;
-        end += (has_footer ? 20 : 10) +
-               ((tag[6] & 127) << 21 | (tag[7] & 127) << 14 | (tag[8] & 127) << 7 | (tag[9] & 127));
-    }
-    return end;
 }
 
 /** Where the format is not known: a line that would work. */
@@ -149,15 +139,14 @@ void SndfileSource::open_file() {
     }
     if (input_.live()) {
         file_.reset(sf_open_fd(input_.get(), SFM_READ, &format_, SF_FALSE));
-    } else if (const int64_t start = end_of_tags(input_);
-               open_window({input_, start, input_.size() - start, false}, {}) &&
-               container_of(format_.format) == SF_FORMAT_MPEG) {
+    } else if (open_mpeg(0)) {
         return;
     } else if (by_name) {
+        file_.reset();
         format_ = {};
         file_.reset(sf_open(info_.name.c_str(), SFM_READ, &format_));
     } else {
-        open_window({input_, 0, input_.size(), true}, {});
+        open_window({input_, 0, input_.size()}, {});
     }
 }
 
@@ -166,8 +155,7 @@ void SndfileSource::open_file() {
 bool SndfileSource::open_as_promised() {
     int64_t promised[2] = {};
     for (int i = 0; i < 2; ++i) {
-        const int64_t missing = int64_t{1} << (40 + i);
-        if (!open_window({input_, 0, input_.size(), true, missing}, {})) {
+        if (!open_window({input_, 0, input_.size(), kEndless << i}, {})) {
             return false;
         }
         promised[i] = format_.frames;
@@ -188,7 +176,7 @@ void SndfileSource::open() {
         if (const auto start = start_of_unfinished_samples(input_);
             start && sample_bytes(format_.format) > 0) {
             const int format = format_.format;
-            open_window({input_, *start, input_.size() - *start, true}, raw_format(format_));
+            open_window({input_, *start, input_.size() - *start}, raw_format(format_));
             format_.format = format;
         }
     }
@@ -202,7 +190,9 @@ void SndfileSource::open() {
     }
     const int container = container_of(format_.format);
     if (!input_.live() && container == SF_FORMAT_MPEG) {
-        open_mpeg();
+        if (!open_mpeg(kMostBeforeMpeg) && !file_) {
+            throw Failure(input_name(info_.name), "no MPEG frame is found");
+        }
     } else if (!input_.live() && container == SF_FORMAT_OGG) {
         links_ = starts_of_ogg_links(input_);
         if (links_.size() > 1) {
@@ -221,7 +211,7 @@ bool SndfileSource::open_window(const FileWindow& window, const SF_INFO& format)
 }
 
 FileWindow SndfileSource::link_window() {
-    return {input_, links_[link_], links_[link_ + 1] - links_[link_], true};
+    return {input_, links_[link_], links_[link_ + 1] - links_[link_]};
 }
 
 // libsndfile ends with the first link. False where the next one cannot be read after it.
@@ -235,20 +225,20 @@ bool SndfileSource::open_next_link() {
     return fault_of_link_.empty();
 }
 
-// Of MPEG without a count of its frames libsndfile guesses the length of a file, and ends there. Where it does not find
-// the end, it reads on; but then it has to begin with a frame.
-void SndfileSource::open_mpeg() {
-    const int64_t start = end_of_tags(input_);
-    std::vector<uint8_t> bytes(kMostBeforeMpeg);
-    bytes.resize(input_.read_at(start, bytes.data(), bytes.size()));
-    for (std::size_t i = 0; i + 1 < bytes.size(); ++i) {
-        const int64_t at = start + static_cast<int64_t>(i);
-        if (bytes[i] == 0xFF && (bytes[i + 1] & 0xE0) == 0xE0 &&
-            open_window({input_, at, input_.size() - at, false}, {})) {
-            return;
-        }
+// Of MPEG without a count of its frames libsndfile guesses the length from the file's, and would end there. With a count
+// the decoder would talk to standard error where the file does not end where the count's frame says.
+bool SndfileSource::open_mpeg(int64_t most_before) {
+    const auto sound = find_mpeg(input_, end_of_id3_tags(input_, 0), most_before);
+    if (!sound) {
+        return false;
     }
-    throw Failure(input_name(info_.name), "no MPEG frame is found");
+    const int64_t size = input_.size() - sound->start;
+    const int64_t counted = sound->byte_count > 0 ? sound->byte_count : size;
+    open_window({input_, sound->start, size, sound->counted ? counted : kEndless}, {});
+    if (!sound->counted) {
+        format_.frames = SF_COUNT_MAX;
+    }
+    return file_ && container_of(format_.format) == SF_FORMAT_MPEG;
 }
 
 bool SndfileSource::length_known() const {

@@ -36,7 +36,7 @@ class SndfileSource : public InputSource {
     bool open_window(const FileWindow& window, const SF_INFO& format);
     FileWindow link_window();
     bool open_next_link();
-    void open_mpeg();
+    bool open_mpeg(int64_t most_before);
     bool length_known() const;
     int64_t read_piece(int16_t* piece, int64_t frames) override;
     bool goes_on_after_declared_end() const;
