@@ -210,6 +210,13 @@ TEST_F(AudioSourceTest, TakesACountOfMpegFramesForAPromiseAndAGuessForNone) {
         EXPECT_FALSE(source->info().length);
         EXPECT_NEAR(static_cast<double>(read_all(*source).size()), 301000, 1000);
     }
+    // The count of the first of two files leaves out the second.
+    const std::string old_tag = "TAG" + std::string(125, ' ');
+    for (const std::string& between : {std::string(), old_tag + tag}) {
+        EXPECT_NEAR(
+            static_cast<double>(read_all(folder_.write("two", counted + between + counted)).size()),
+            603000, 3000);
+    }
     for (const auto& [bytes, reason] :
          {std::pair{counted, "truncated: "}, {guessed, "damaged, or cut within a frame"}}) {
         const auto source =
