@@ -37,6 +37,7 @@ ALLOWED = {
     "android/korvane-vad/src/main/cpp": ["include"],
     "web/module": ["include"],
     "ladspa": ["include"],
+    "gstreamer": ["include"],
 }
 SOURCES = {".c", ".cpp", ".h"}
 
@@ -90,7 +91,8 @@ def compiles_alone(command):
 
 
 WARNINGS = ["-fsyntax-only", "-Wall", "-Wextra", "-Werror", "-pedantic"]
-PATHS = [f"-I{root}", f"-I{root / 'include'}"]
+GSTREAMER = subprocess.run(["pkg-config", "--cflags", "gstreamer-base-1.0"], capture_output=True, text=True)
+PATHS = [f"-I{root}", f"-I{root / 'include'}", *GSTREAMER.stdout.split()]
 commands = []
 for header in headers:
     if header.parent == root / "include":

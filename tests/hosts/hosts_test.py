@@ -1,9 +1,11 @@
 """The plugins in programs that people run, against `korvane-vad clean`: the same samples, at the same places.
 
-KORVANE_VAD_TOOL names the tool, KORVANE_LADSPA_FOLDER the folder of the LADSPA plugins.
+KORVANE_VAD_TOOL names the tool, KORVANE_LADSPA_FOLDER and KORVANE_GSTREAMER_FOLDER the plugins' folders,
+KORVANE_STREAM_HEADER the library's header.
 """
 import os
 import pathlib
+import re
 import subprocess
 import tempfile
 import unittest
@@ -43,6 +45,18 @@ class Hosts(unittest.TestCase):
                 sound = run("sox", "-D", recording, "-t", "s16", "-", "pad", "0", "0.2", "ladspa", "-l", "korvane",
                             plugin, LADSPA_PATH=os.environ["KORVANE_LADSPA_FOLDER"])
                 self.assertEqual(sound[:len(cleaned)], cleaned)
+
+    def test_gst_inspect_lists_every_setting(self):
+        with open(os.environ["KORVANE_STREAM_HEADER"], encoding="utf-8") as file:
+            record = file.read().split("struct KorvaneStreamConfig {")[1].split("void* user;")[0]
+        settings = re.findall(r"(?:float|int32_t) (\w+); +/\*\*<[^*]* \[([^]]*)\]", record)
+        expected = {name.replace("_", "-"): default for name, default in settings if name != "frame_length"}
+        expected |= {"decision": '0, "adaptive"', "restore-level": "true", "clean": "true", "silence": '0, "pass"'}
+        shown = run("gst-inspect-1.0", "korvanevad", GST_PLUGIN_PATH=os.environ["KORVANE_GSTREAMER_FOLDER"],
+                    GST_PLUGIN_SYSTEM_PATH="", GST_REGISTRY=os.path.join(self.folder.name, "registry")).decode()
+        for name, default in expected.items():
+            self.assertRegex(shown, rf"(?m)^  {name} +: \w.+\n.*\n.*Default: +{re.escape(default)} *$")
+        self.assertGreaterEqual(len(expected), 15)
 
 
 if __name__ == "__main__":
