@@ -1,4 +1,4 @@
-# What `cmake --install` puts where. Components: library, streams, development, tool.
+# What `cmake --install` puts where. Components: library, streams, development, tool, ladspa, gstreamer.
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
@@ -61,6 +61,19 @@ if(KORVANE_BUILD_TOOLS)
   install(FILES ${texts}/korvane-vad.fish
     DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d COMPONENT tool)
 endif()
+
+# Where hosts look for plugins: below lib on every machine for LADSPA, beside the libraries for GStreamer.
+set(ladspa_folder lib/ladspa)
+set(gstreamer_folder ${CMAKE_INSTALL_LIBDIR}/gstreamer-1.0)
+foreach(host ladspa gstreamer)
+  if(TARGET korvane_${host})
+    if(NOT in_system)
+      file(RELATIVE_PATH to_library ${CMAKE_INSTALL_PREFIX}/${${host}_folder} ${CMAKE_INSTALL_FULL_LIBDIR})
+      set_target_properties(korvane_${host} PROPERTIES INSTALL_RPATH "$ORIGIN/${to_library}")
+    endif()
+    install(TARGETS korvane_${host} LIBRARY DESTINATION ${${host}_folder} COMPONENT ${host})
+  endif()
+endforeach()
 
 if(KORVANE_PACKAGING)
   include(cmake/packaging.cmake)

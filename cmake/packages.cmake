@@ -14,7 +14,7 @@ function(korvane_need debian kind name)
     find_program(${name} ${ARGN})
     set(found ${${name}})
   elseif(kind STREQUAL "HEADER")
-    find_path(${name} ${ARGN})
+    find_path(${name} ${ARGN} NO_CMAKE_FIND_ROOT_PATH) # the same on every machine
     set(found ${${name}})
   elseif(kind STREQUAL "FOLDER" AND EXISTS ${name})
     set(found TRUE)

@@ -4,6 +4,8 @@ set(KORVANE_library_PACKAGE libkorvanevad-v3.0)
 set(KORVANE_streams_PACKAGE libkorvane-streams1)
 set(KORVANE_development_PACKAGE libkorvanevad-dev)
 set(KORVANE_tool_PACKAGE korvane-vad)
+set(KORVANE_ladspa_PACKAGE ladspa-korvane)
+set(KORVANE_gstreamer_PACKAGE gstreamer1.0-korvane)
 
 set(CPACK_DEBIAN_PACKAGE_VERSION ${PROJECT_VERSION})
 set(CPACK_DEBIAN_PACKAGE_RELEASE ${KORVANE_PACKAGE_REVISION})
@@ -16,7 +18,7 @@ set(CPACK_PRE_BUILD_SCRIPTS ${data}/finish.cmake)
 set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
   OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
-set(CPACK_COMPONENTS_ALL library streams development tool)
+set(CPACK_COMPONENTS_ALL library streams development tool ladspa gstreamer)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
@@ -58,6 +60,20 @@ set(CPACK_COMPONENT_TOOL_DESCRIPTION "finds the speech in recordings
 Prints the segments of recordings and live streams in which somebody speaks,
 cuts them out, suppresses the noise, or shows it all on a page. Reads what
 libsndfile reads.")
+
+foreach(host LADSPA GSTREAMER)
+  set(CPACK_DEBIAN_${host}_PACKAGE_SECTION sound)
+  set(CPACK_DEBIAN_${host}_PACKAGE_SHLIBDEPS ON)
+  set(CPACK_DEBIAN_${host}_PACKAGE_DEPENDS "${KORVANE_streams_PACKAGE} (>= ${PROJECT_VERSION})")
+endforeach()
+set(CPACK_DEBIAN_LADSPA_PACKAGE_PROVIDES ladspa-plugin)
+set(CPACK_COMPONENT_LADSPA_DESCRIPTION "noise suppressor and voice-activity detector (LADSPA plugins)
+Takes steady noise out of speech and tells whether somebody speaks, in ffmpeg,
+SoX, PipeWire and all that loads LADSPA plugins. Mono and stereo.")
+set(CPACK_DEBIAN_GSTREAMER_PACKAGE_SECTION "sound\nMulti-Arch: same")
+set(CPACK_COMPONENT_GSTREAMER_DESCRIPTION "noise suppressor and voice-activity detector (GStreamer element)
+The element korvanevad: takes steady noise out of speech, tells the application
+where speech begins and ends, and can mute or leave out the rest.")
 
 # dpkg-shlibdeps cannot tell name and version of a library apart whose SONAME ends in .so, so there is a
 # list of its symbols instead of a shlibs file. They are the same in all of 3.0.

@@ -53,11 +53,14 @@ void post_speech(KorvaneVad* self, const KorvaneStreamEvent& event) {
     const GstSegment* const segment = &self->base.segment;
     const GstClockTime time = session.time_of(event.position);
     const bool begins = event.kind == KORVANE_SPEECH_START;
+    const bool timed = segment->format == GST_FORMAT_TIME;  // not so from a file without a parser
     GstStructure* const told = gst_structure_new(
         "korvanevad", "speech", G_TYPE_BOOLEAN, static_cast<gboolean>(begins),  //
         "timestamp", G_TYPE_UINT64, time,                                       //
-        "stream-time", G_TYPE_UINT64, gst_segment_to_stream_time(segment, GST_FORMAT_TIME, time),
-        "running-time", G_TYPE_UINT64, gst_segment_to_running_time(segment, GST_FORMAT_TIME, time),
+        "stream-time", G_TYPE_UINT64,
+        timed ? gst_segment_to_stream_time(segment, GST_FORMAT_TIME, time) : GST_CLOCK_TIME_NONE,
+        "running-time", G_TYPE_UINT64,
+        timed ? gst_segment_to_running_time(segment, GST_FORMAT_TIME, time) : GST_CLOCK_TIME_NONE,
         "start", G_TYPE_UINT64, session.time_of(event.start),  //
         "open", G_TYPE_BOOLEAN, static_cast<gboolean>(event.open), nullptr);
     gst_element_post_message(GST_ELEMENT(self), gst_message_new_element(GST_OBJECT(self), told));

@@ -11,7 +11,7 @@
 
 /* Ports: controls in, controls out, then sound in for each channel, then sound out. */
 enum {
-    CLEAN,
+    BYPASS,
     DECISION,
     ENTER_SCORE,
     STAY_SCORE,
@@ -112,7 +112,7 @@ static void run(LADSPA_Handle instance, unsigned long count) {
     const unsigned long channels = (unsigned long)self->config.channels;
     LADSPA_Data* const* const in = self->ports + CONTROLS;
     LADSPA_Data* const* const out = in + channels;
-    const int clean = *self->ports[CLEAN] > 0;
+    const int clean = !(*self->ports[BYPASS] > 0);
     int32_t speech = 0;
     follow_settings(self);
     for (unsigned long done = 0, n; done < count; done += n) {
@@ -154,10 +154,10 @@ static const LADSPA_PortDescriptor mono_kinds[] = {CONTROL_KINDS, SOUND_IN, SOUN
 static const LADSPA_PortDescriptor stereo_kinds[] = {CONTROL_KINDS, SOUND_IN, SOUND_IN, SOUND_OUT,
                                                      SOUND_OUT};
 
-#define CONTROL_NAMES                                                                        \
-    "Clean (0 untouched)", "Decision (0 adaptive, 1 fixed, 2 detector)", "Enter score",      \
-        "Stay score", "Enter level (dB)", "Stay level (dB)", "Onset (ms)", "Hang-over (ms)", \
-        "Speech", "Score", "latency"
+#define CONTROL_NAMES                                                                             \
+    "Bypass", "Decision (0 adaptive, 1 fixed, 2 detector)", "Enter score", "Stay score",          \
+        "Enter level (dB)", "Stay level (dB)", "Onset (ms)", "Hang-over (ms)", "Speech", "Score", \
+        "latency"
 static const char* const mono_names[] = {CONTROL_NAMES, "Input", "Output"};
 static const char* const stereo_names[] = {CONTROL_NAMES, "Input left", "Input right",
                                            "Output left", "Output right"};
@@ -165,7 +165,7 @@ static const char* const stereo_names[] = {CONTROL_NAMES, "Input left", "Input r
 /* LADSPA can only say that a default is some way between two bounds. The bounds are such that the
  * middle is the library's own default; settings beyond them are taken all the same. */
 static const LADSPA_PortRangeHint hints[MAX_PORTS] = {
-    [CLEAN] = {LADSPA_HINT_TOGGLED | LADSPA_HINT_DEFAULT_1, 0, 1},
+    [BYPASS] = {LADSPA_HINT_TOGGLED | LADSPA_HINT_DEFAULT_0, 0, 1},
     [DECISION] = {BOUNDED | LADSPA_HINT_INTEGER | LADSPA_HINT_DEFAULT_0, 0, 2},
     [ENTER_SCORE] = {MIDDLE, 0, 1},
     [STAY_SCORE] = {MIDDLE, 0, 0.8F},

@@ -126,7 +126,7 @@ TEST(Ladspa, DefaultsAreTheLibrarys) {
     const KorvaneStreamConfig config = defaults(16000, 1);
     Plugin mono(1, 16000);
     const std::pair<const char*, float> expected[] = {
-        {"Clean", 1},
+        {"Bypass", 0},
         {"Decision", static_cast<float>(config.decision)},
         {"Enter score", config.enter_score},
         {"Stay score", config.stay_score},
@@ -227,7 +227,7 @@ TEST(Ladspa, SettingsAreKeptInRange) {
 TEST(Ladspa, UntouchedSoundIsNotLate) {
     const Floats sound = bursts(9000, 8);
     Plugin mono(1, 16000);
-    mono.control("Clean") = 0;
+    mono.control("Bypass") = 1;
     Floats in = sound;
     Floats out(sound.size());
     mono.run({in.data(), out.data()}, in.size());

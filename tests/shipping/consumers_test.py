@@ -46,7 +46,7 @@ expect("the two halves of the detector", run(suppressor), expected)
 
 # Each component on its own, and all together: nothing is in two of them, nothing in none.
 shutil.rmtree(work, ignore_errors=True)
-parts = {name: work / name for name in ("library", "streams", "development", "tool")}
+parts = {name: work / name for name in ("library", "streams", "development", "tool", "ladspa", "gstreamer")}
 for name, prefix in parts.items():
     run("cmake", "--install", build, "--prefix", prefix, "--component", name)
 run("cmake", "--install", build, "--prefix", work / "prefix")
@@ -81,6 +81,11 @@ def with_cmake(name, *options):
         expect(f"{name}: {program}", run(folder / program), expected)
     return folder
 
+
+# So do the plugins.
+for plugin in ("lib/ladspa/korvane.so", *files(parts["gstreamer"])):
+    found = re.search(r"libkorvane-streams.so.1 => (.*) \(", run("ldd", prefix / plugin))
+    expect(plugin, found and pathlib.Path(found[1]).resolve().parent, library.parent)
 
 with_cmake("find_package", f"-DCMAKE_PREFIX_PATH={prefix}")
 # Unoptimised: what is tested is how it is found, not how fast it is. Only the library comes along, and it is
