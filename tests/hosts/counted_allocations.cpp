@@ -2,17 +2,16 @@
 
 #include <cstddef>
 
-namespace korvane::test {
-std::atomic<long> allocations{0};
-}
-
 #if defined(__has_feature)
 #if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
 #define KORVANE_SANITIZED
 #endif
 #endif
 
-#ifndef KORVANE_SANITIZED
+#ifdef KORVANE_SANITIZED
+std::atomic<long> korvane::test::allocations{1};
+#else
+std::atomic<long> korvane::test::allocations{0};
 extern "C" {
 void* __libc_malloc(size_t size);
 void* __libc_calloc(size_t count, size_t size);

@@ -5,7 +5,7 @@
 #include <atomic>
 
 namespace korvane::test {
-/** Since the program began, in all threads. Under a sanitizer, which has its own heap, always 0. */
+/** Since the program began, in all threads. Under a sanitizer, which has its own heap, always 1. */
 extern std::atomic<long> allocations;
 }  // namespace korvane::test
 
