@@ -243,21 +243,41 @@ GstFlowReturn generate_output(GstBaseTransform* base, GstBuffer** out) {
     return GST_FLOW_OK;
 }
 
-gboolean sink_event(GstBaseTransform* base, GstEvent* event) {
-    KorvaneVad* const self = element_of(base);
+bool are_new_caps(GstBaseTransform* base, GstEvent* event) {
+    GstCaps* caps = nullptr;
+    gst_event_parse_caps(event, &caps);
+    g_autoptr(GstCaps) current = gst_pad_get_current_caps(base->sinkpad);
+    return current == nullptr || !gst_caps_is_equal(caps, current);
+}
+
+bool is_new_segment(const GstBaseTransform* base, GstEvent* event) {
+    GstSegment segment;
+    gst_event_copy_segment(event, &segment);
+    segment.position = base->segment.position;  // moves with the sound
+    return !gst_segment_is_equal(&segment, &base->segment);
+}
+
+/** Whether what comes behind the event does not go on from what came before it. */
+bool parts_the_sound(GstBaseTransform* base, GstEvent* event) {
     switch (GST_EVENT_TYPE(event)) {
-        case GST_EVENT_STREAM_START:
         case GST_EVENT_CAPS:
+            return are_new_caps(base, event);
         case GST_EVENT_SEGMENT:
+            return is_new_segment(base, event);
+        case GST_EVENT_STREAM_START:
         case GST_EVENT_GAP:
         case GST_EVENT_EOS:
-            drain(self);
-            break;
-        case GST_EVENT_FLUSH_STOP:
-            abandon(self);
-            break;
+            return true;
         default:
-            break;
+            return false;
+    }
+}
+
+gboolean sink_event(GstBaseTransform* base, GstEvent* event) {
+    if (GST_EVENT_TYPE(event) == GST_EVENT_FLUSH_STOP) {
+        abandon(element_of(base));
+    } else if (parts_the_sound(base, event)) {
+        drain(element_of(base));
     }
     return parent()->sink_event(base, event);
 }

@@ -135,15 +135,16 @@ class Element {
         }
     }
     void event(GstEvent* event) { gst_harness_push_event(harness_, event); }
-    void new_segment() {
+    void segment(GstClockTime stream_time = 0) {
         GstSegment segment;
         gst_segment_init(&segment, GST_FORMAT_TIME);
+        segment.time = stream_time;
         event(gst_event_new_segment(&segment));
     }
     void flush() {
         event(gst_event_new_flush_start());
         event(gst_event_new_flush_stop(TRUE));
-        new_segment();
+        segment();
     }
     void end() { event(gst_event_new_eos()); }
 
@@ -369,7 +370,7 @@ TEST(GStreamer, BreaksInTheSound) {
     const Case cases[] = {
         {"caps", [](Element& e) { e.event(gst_event_new_caps(Element::caps_of(8000, 2, false))); },
          8000, 2},
-        {"segment", [](Element& e) { e.new_segment(); }, kRate, 1},
+        {"segment", [](Element& e) { e.segment(GST_SECOND); }, kRate, 1},
         {"gap", [](Element& e) { e.event(gst_event_new_gap(kSecond, GST_MSECOND)); }, kRate, 1},
         {"flush", [](Element& e) { e.flush(); }, kRate, 1}};
     for (const Case& c : cases) {
@@ -406,6 +407,8 @@ TEST(GStreamer, TimesWaverOrJump) {
         Element element;
         element.caps(kRate, 1);
         element.push(sound, kStart);
+        element.caps(kRate, 1);  // the same again part nothing
+        element.segment();
         element.push(sound, kStart + static_cast<GstClockTime>(2000 + ms) * GST_MSECOND);
         element.end();
         const Samples out = element.receive(kStart).sound;
