@@ -433,8 +433,8 @@ TEST_F(AudioSourceTest, ResamplesEveryLengthWithoutShiftingIt) {
         // are 1.6.
         const std::pair<double, double> tones[] = {{1000, 1}, {20000, 1.7}, {24400, 0.5}};
         for (const auto& [hertz, most] : tones) {
-            const auto at = [hertz = hertz](std::size_t i, int of) {
-                return 10000 * std::sin(2 * std::numbers::pi * hertz * double(i) / of);
+            const auto at = [tone_hertz = hertz](std::size_t i, int of) {
+                return 10000 * std::sin(2 * std::numbers::pi * tone_hertz * double(i) / of);
             };
             std::vector<int16_t> tone(100000);
             for (std::size_t i = 0; i < tone.size(); ++i) {
