@@ -123,11 +123,10 @@ int32_t korvane_collector_process(Collector* c, const void* in, void* out, int64
     for (int64_t at = 0; (at < n || at == 0) && answer >= 0; at += PIECE) {
         const int32_t count = n - at < PIECE ? (int32_t)(n - at) : PIECE;
         const int64_t first = at * c->channels;
-        answer = is_float
-                     ? korvane_stream_process_float(c->stream, (const float*)in + first,
-                                                    out ? (float*)out + first : NULL, count)
-                     : korvane_stream_process(c->stream, (const int16_t*)in + first,
-                                              out ? (int16_t*)out + first : NULL, count);
+        answer = is_float ? korvane_stream_process_float(c->stream, (const float*)in + first,
+                                                         out ? (float*)out + first : NULL, count)
+                          : korvane_stream_process(c->stream, (const int16_t*)in + first,
+                                                   out ? (int16_t*)out + first : NULL, count);
     }
     return end_call(c, answer);
 }
