@@ -14,6 +14,7 @@ import pytest
 
 import korvane_vad as kv
 from korvane_vad.__main__ import read_wav
+from korvane_vad.agents import TurnDetector
 
 TOOL = os.environ["KORVANE_VAD_TOOL"]
 ALSA = "/usr/share/sounds/alsa/Front_Center.wav"  # 48 kHz
@@ -213,3 +214,20 @@ def test_texts_and_command(tmp_path):
     status, out, error = command(PROMPT, str(bad), "/none.wav")
     assert (status, out) == (1, text) and "No such file" in error and str(bad) in error
     assert command("-f", "rttm", PROMPT) == (0, kv.to_rttm(segments, "vm-intro"), "")
+
+
+def test_turns_of_a_conversation():
+    samples, rate = read_wav(PROMPT)
+    call = np.concatenate([samples[:, 0], np.zeros(2 * rate, np.int16)] * 2)
+    turns = TurnDetector(rate)
+    told = [turns.process(chunk.tobytes()) for chunk in np.array_split(call, len(call) // turns.num_frames_required())]
+    expected = kv.detect(call, rate, onset_ms=200, hangover_ms=800)
+    assert [t.started for t in told if t.started is not None] == [s.start for s in expected]
+    assert [t.stopped for t in told if t.stopped is not None] == [s.end for s in expected] and len(expected) > 1
+    changes = np.diff([t.speaking for t in told]).sum()
+    assert changes == 2 * len(expected)
+    # The score comes with the chunk that completes its frame, and stays until the next.
+    scores = kv.frames(call, rate)["score"]
+    assert max(t.confidence for t in told) == scores.max() and told[-1].confidence < 0.1
+    turns.reset()
+    assert [turns.voice_confidence(c.tobytes()) for c in np.array_split(call, len(call) // 160)] == [t.confidence for t in told]
