@@ -75,6 +75,14 @@ foreach(host ladspa gstreamer)
   endif()
 endforeach()
 
+# Elsewhere pip installs the package: scripts/make-python.
+if(TARGET korvane_python AND KORVANE_PACKAGING)
+  set(folder lib/python3/dist-packages/korvane_vad)
+  install(TARGETS korvane_python LIBRARY DESTINATION ${folder} COMPONENT python)
+  install(DIRECTORY $<TARGET_FILE_DIR:korvane_python>/ DESTINATION ${folder} COMPONENT python
+    FILES_MATCHING PATTERN *.py PATTERN py.typed)
+endif()
+
 if(KORVANE_PACKAGING)
   include(cmake/packaging.cmake)
 endif()

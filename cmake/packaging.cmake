@@ -6,6 +6,7 @@ set(KORVANE_development_PACKAGE libkorvanevad-dev)
 set(KORVANE_tool_PACKAGE korvane-vad)
 set(KORVANE_ladspa_PACKAGE ladspa-korvane)
 set(KORVANE_gstreamer_PACKAGE gstreamer1.0-korvane)
+set(KORVANE_python_PACKAGE python3-korvane-vad)
 
 set(CPACK_DEBIAN_PACKAGE_VERSION ${PROJECT_VERSION})
 set(CPACK_DEBIAN_PACKAGE_RELEASE ${KORVANE_PACKAGE_REVISION})
@@ -18,7 +19,7 @@ set(CPACK_PRE_BUILD_SCRIPTS ${data}/finish.cmake)
 set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
   OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
-set(CPACK_COMPONENTS_ALL library streams development tool ladspa gstreamer)
+set(CPACK_COMPONENTS_ALL library streams development tool ladspa gstreamer python)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
@@ -74,6 +75,15 @@ set(CPACK_DEBIAN_GSTREAMER_PACKAGE_SECTION "sound\nMulti-Arch: same")
 set(CPACK_COMPONENT_GSTREAMER_DESCRIPTION "noise suppressor and voice-activity detector (GStreamer element)
 The element korvanevad: takes steady noise out of speech, tells the application
 where speech begins and ends, and can mute or leave out the rest.")
+
+set(CPACK_DEBIAN_PYTHON_PACKAGE_SECTION python)
+set(CPACK_DEBIAN_PYTHON_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_PYTHON_PACKAGE_DEPENDS "python3 (>= 3.9), python3-numpy")
+set(CPACK_DEBIAN_PYTHON_PACKAGE_CONTROL_EXTRA ${data}/python/postinst ${data}/python/prerm)
+set(CPACK_COMPONENT_PYTHON_DESCRIPTION "finds speech in arrays and live chunks (Python 3)
+Finds where somebody speaks in NumPy arrays, bytes and live chunks, and takes
+the steady noise out. The library comes with it; the interpreter's lock is free
+while it works.")
 
 # dpkg-shlibdeps cannot tell name and version of a library apart whose SONAME ends in .so, so there is a
 # list of its symbols instead of a shlibs file. They are the same in all of 3.0.
