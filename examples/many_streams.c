@@ -8,8 +8,8 @@ enum { CALLERS = 8, RATE = 8000, PACKET = RATE / 50, SECONDS = 5 };
 
 static void on_event(void* user, const KorvaneStreamEvent* event) {
     if (event->kind == KORVANE_SPEECH_END) {
-        printf("caller %d spoke %.2f..%.2f s\n", *(const int*)user, (double)event->start / (double)RATE,
-               (double)event->position / (double)RATE);
+        printf("caller %d spoke %.2f..%.2f s\n", *(const int*)user,
+               (double)event->start / (double)RATE, (double)event->position / (double)RATE);
     }
 }
 
