@@ -219,7 +219,7 @@ GstFlowReturn take_in(KorvaneVad* self, GstBuffer* buffer, GstBuffer** out) {
         session.goes_on_as_it_is() ? session.hear(*out = buffer) : session.put(buffer);
     if (!read) {
         GST_ELEMENT_ERROR(self, RESOURCE, READ, (nullptr),
-                          ("the memory of a buffer cannot be read"));
+                          ("a buffer's memory cannot be read, or holds a part of a frame"));
         return GST_FLOW_ERROR;
     }
     return GST_FLOW_OK;

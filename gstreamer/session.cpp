@@ -1,6 +1,7 @@
 #include "session.h"
 
 #include <algorithm>
+#include <cstring>
 
 namespace korvane {
 namespace {
@@ -34,6 +35,24 @@ int64_t hold_of(const KorvaneStreamConfig& config) {
     return hold;
 }
 
+/** Through a buffer, since a graph's memory need not be aligned for its samples. */
+template <typename Sample>
+void process_samples(int32_t (*process)(KorvaneStream*, const Sample*, Sample*, int32_t),
+                     KorvaneStream* stream, const GstMapInfo& map, int32_t channels,
+                     bool keep_result) {
+    Sample piece[512];
+    const gsize frame_size = static_cast<gsize>(channels) * sizeof(Sample);
+    for (gsize at = 0, bytes = 0; at < map.size; at += bytes) {
+        bytes = std::min(map.size - at, sizeof piece);
+        std::memcpy(piece, map.data + at, bytes);
+        process(stream, piece, keep_result ? piece : nullptr,
+                static_cast<int32_t>(bytes / frame_size));
+        if (keep_result) {
+            std::memcpy(map.data + at, piece, bytes);
+        }
+    }
+}
+
 }  // namespace
 
 Session::Session() : held_(gst_adapter_new()) {}
@@ -63,7 +82,7 @@ const char* Session::configure(const Settings& settings, const Format& format) {
     silence_ = settings.silence;
     delay_ = korvane_stream_delay(stream_);
     hold_ = silence_ == kPass ? 0 : hold_of(config);
-    // Two marks in a frame at most, of all frames that can be inside.
+    // Two marks in a frame at most, of all frames that are held back; long buffers may bring more.
     marks_.reserve(static_cast<size_t>(2 * ((delay_ + hold_) / config.frame_length + 2)));
     running_ = false;
     return nullptr;
@@ -99,17 +118,15 @@ bool Session::process(GstBuffer* buffer, bool keep_result) {
     if (!gst_buffer_map(buffer, &map, keep_result ? GST_MAP_READWRITE : GST_MAP_READ)) {
         return false;
     }
-    const auto n = static_cast<int32_t>(map.size / format_.frame_size());
-    if (format_.is_float) {
-        auto* const samples = reinterpret_cast<float*>(map.data);
-        korvane_stream_process_float(stream_, samples, keep_result ? samples : nullptr, n);
-    } else {
-        auto* const samples = reinterpret_cast<int16_t*>(map.data);
-        korvane_stream_process(stream_, samples, keep_result ? samples : nullptr, n);
+    const bool whole = map.size % format_.frame_size() == 0;
+    if (whole && format_.is_float) {
+        process_samples(korvane_stream_process_float, stream_, map, format_.channels, keep_result);
+    } else if (whole) {
+        process_samples(korvane_stream_process, stream_, map, format_.channels, keep_result);
     }
+    in_ += static_cast<int64_t>(map.size / format_.frame_size());
     gst_buffer_unmap(buffer, &map);
-    in_ += n;
-    return true;
+    return whole;
 }
 
 void Session::hold_back(GstBuffer* buffer) {

@@ -17,7 +17,7 @@ struct Format {
     gsize frame_size() const { return static_cast<gsize>(channels) * (is_float ? 4 : 2); }
 };
 
-/** What goes on next: `frames` from `time` on, with their sound. */
+/** What goes on next. */
 struct Piece {
     GstBuffer* buffer;  ///< the taker's
     GstClockTime time, duration;
@@ -46,7 +46,8 @@ class Session {
     /** Whether sound of that time goes on where the last one ended, but for jitter. */
     bool continues_at(GstClockTime time) const;
 
-    /** Takes sound in. The buffer becomes the session's. False where its memory cannot be read. */
+    /** Takes sound in. The buffer becomes the session's. False where its memory cannot be
+     * read or does not hold whole frames. */
     bool put(GstBuffer* buffer);
     /** Listens only: for sound that goes on as it is. */
     bool hear(GstBuffer* buffer);

@@ -444,18 +444,25 @@ TEST(GStreamer, WhatCannotBeIsRefused) {
     }
 }
 
-// The same memory may be on its way elsewhere, too.
+// The same memory may be on its way elsewhere, too, and samples may lie at odd places.
 TEST(GStreamer, OthersBuffersStayAsTheyAre) {
     const Samples sound = bursts(kRate, 1, 1, 7);
     Element element;
     element.caps(kRate, 1);
-    GstBuffer* const buffer = element.buffer_of(sound.data(), sound.size());
+    const gsize size = sound.size() * sizeof(int16_t);
+    GstBuffer* const buffer = gst_buffer_new_allocate(nullptr, size + 1, nullptr);
+    gst_buffer_fill(buffer, 1, sound.data(), size);
+    gst_buffer_resize(buffer, 1, static_cast<gssize>(size));
     GST_BUFFER_PTS(buffer) = kStart;
     ASSERT_EQ(gst_harness_push(element.harness(), gst_buffer_ref(buffer)), GST_FLOW_OK);
     element.end();
-    EXPECT_EQ(gst_buffer_memcmp(buffer, 0, sound.data(), sound.size() * sizeof(int16_t)), 0);
+    EXPECT_EQ(gst_buffer_memcmp(buffer, 0, sound.data(), size), 0);
     EXPECT_EQ(element.receive(kStart).sound, expected_of(config_of(kRate, 1), sound).cleaned);
     gst_buffer_unref(buffer);
+    Element broken;
+    broken.caps(kRate, 2);
+    EXPECT_EQ(gst_harness_push(broken.harness(), broken.buffer_of(sound.data(), 3)),
+              GST_FLOW_ERROR);
 }
 
 // What was speech is forgotten with the sound.
