@@ -60,6 +60,8 @@ class Texts(ToolTest):
         here = {"_korvane-vad", "korvane-vad.1", "korvane-vad.bash", "korvane-vad.fish"}
         self.assertEqual(self.complete(""), {*COMMANDS, *here})
         self.assertEqual(self.complete("--ver"), {"--version"})
+        self.assertEqual(self.complete("--comp"), {"--completions"})
+        self.assertEqual(self.complete("--completions", ""), {"bash", "zsh", "fish"})
         for command in COMMANDS:
             names = {f"-{letter}" for letter, *_ in self.options[command] if letter}
             names |= {f"--{word}" for _, word, *_ in self.options[command]}
@@ -78,7 +80,7 @@ class Texts(ToolTest):
             for line in section.splitlines()[1:-1]:
                 form = (r" +'(?:\(-(.) --([\w-]+)\)'\{-\1(\+?),--\2(=?)\}'|--([\w-]+)(=?))"
                         r"\[((?:[^]\\:[]|\\.)*)\](?::((?:[^:\\]|\\.)+):(.*))?' \\")
-                if "--version" not in line:
+                if "'(- :)" not in line:
                     self.assertRegex(line, f"^{form}$")
                     letter, both, plus, is1, word, is2, about, name, action = re.match(form, line).groups("")
                     self.assertEqual(bool(plus) if letter else bool(is2), bool(action))
@@ -87,8 +89,11 @@ class Texts(ToolTest):
                     found.append((letter, both or word, kind, re.sub(r"\\(.)", r"\1", about)))
             self.expect(command, found, lambda type_: self.files(type_) or type_.replace("|", " "))
 
+        self.assertRegex(script, r"'\(- :\)--completions\[[^]]+\]:shell:\(bash zsh fish\)' \\\n")
+
     def test_fish(self):
         script = self.text("korvane-vad.fish")
+        self.assertIn("-n __fish_use_subcommand -l completions -x -a 'bash zsh fish' -d ", script)
         line = r"^complete -c korvane-vad -n '{}'(?: -s (.))? -l ([\w-]+)(| -x -a '.*'| -r -F| -x) -d '(.*)'$"
         for command in COMMANDS:
             seen = f"__fish_seen_subcommand_from {command}" if command != "detect" else (

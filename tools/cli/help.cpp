@@ -27,7 +27,7 @@ constexpr ExitStatus kExitStatus[] = {
     {"1",
      "a recording failed or the output could not be written; with --check: there is no speech; "
      "with selftest: a row differs"},
-    {"2", "wrong usage; with --check: a recording failed"},
+    {"2", "wrong usage, or a fault in the configuration; with --check: a recording failed"},
     {"141", "whoever read standard output wanted no more, as head does; nothing is said"},
     {"130",
      "interrupted by Ctrl-C (SIGINT); 143: by SIGTERM. The open segment of a stream is closed and "
@@ -368,7 +368,8 @@ std::string bash_completions() {
     }
     return script +
            "    esac\n"
-           "    ((COMP_CWORD > 1)) || options+=' --version -V'\n"
+           "    ((COMP_CWORD > 1)) || options+=' --version -V --completions'\n"
+           "    [[ $COMP_CWORD != 2 || $before != --completions ]] || values='bash zsh fish'\n"
            "    if [[ $values ]]; then\n"
            "        mapfile -t COMPREPLY < <(compgen -W \"$values\" -- \"$word\")\n"
            "    elif [[ $word == -* ]]; then\n"
@@ -406,7 +407,10 @@ std::string zsh_completions() {
             script += "            " + zsh_option(option) + " \\\n";
         }
         if (text.command == Command::kDetect) {
-            script += "            '(- :)'{-V,--version}'[print the version and exit]' \\\n";
+            script +=
+                "            '(- :)'{-V,--version}'[print the version and exit]' \\\n"
+                "            '(- :)--completions[print the completions for a shell and exit]"
+                ":shell:(bash zsh fish)' \\\n";
         }
         script += "            '*:recording:_files' ;;\n";
     }
@@ -422,7 +426,10 @@ std::string fish_completions() {
         others += text.command == Command::kDetect ? "" : " " + std::string(text.name);
     }
     script += std::string("complete -c ") + kProgram +
-              " -n __fish_use_subcommand -s V -l version -d 'print the version and exit'\n";
+              " -n __fish_use_subcommand -s V -l version -d 'print the version and exit'\n" +
+              "complete -c " + kProgram +
+              " -n __fish_use_subcommand -l completions -x -a 'bash zsh fish'"
+              " -d 'print the completions for a shell and exit'\n";
     for (const CommandText& text : command_texts()) {
         const std::string condition = text.command == Command::kDetect
                                           ? "not __fish_seen_subcommand_from" + others
