@@ -77,7 +77,13 @@ int run_words(const std::vector<std::string>& words) {
         print(completions(words.size() == 2 ? words[1] : ""));
         return 0;
     }
-    const Options options = parse_options(words);
+    Options options;
+    try {
+        options = parse_options(words);
+    } catch (const Failure& error) {
+        return report_failure(error,
+                              kExitUsage);  // of the configuration; for --check, 1 is an answer
+    }
     if (options.help) {
         print(command_help(options.command));
         return 0;

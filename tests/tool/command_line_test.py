@@ -872,13 +872,15 @@ class Scores(ToolTest):
 
     def test_what_is_missing_and_what_is_wrong_is_told(self):
         for name, text in (("a", "SPEAKER one 1 0 2 <NA> <NA> s\nSPEAKER two 1 0 2\n"), ("b", "SPEAKER two 1 1 1\nSPEAKER 3 1 0 1\n"),
-                           ("bad", "SPEAKER one 1 x 2\n"), ("back", "2\t1\ta\n"), ("odd", "hello\n"), ("json", "{}\n"),
+                           ("bad", "SPEAKER one 1 x 2\n"), ("back", "2\t1\ta\n"), ("odd", "hello\n"), ("json", "{}\n"), ("prose", "Hello\n"),
+                           ("zero", "SPEAKER one 0 1 2\n"), ("wrapped", '{"type":"header","file":"a","channel":4294967297}\n'),
+                           ("late", "SPEAKER one 1 1 2\n1\t2\tspeech\n"), ("label", "1\t2\tspeech, channel -1\n"),
                            ("grid", 'File type = "ooTextFile"\n"TextGrid" 0 1 <exists> 1\n')):
             pathlib.Path(self.path(name)).write_text(text)
         done = self.run_tool("score", self.path("a"), self.path("b"))
         self.assertRegex(done.stderr, "/b: has no one, .* missed\n.*/a: has no 3, .* left out\n$")
         self.assertEqual(done.stdout.splitlines()[-1].split()[:4], ["4.000", "4.000", "0.000", "3.000"])
-        for name in ("bad", "back", "odd", "json", "grid", "none"):
+        for name in ("bad", "back", "odd", "json", "prose", "zero", "wrapped", "late", "label", "grid", "none"):
             self.fails(self.path(name), "", "score", self.path("a"), self.path(name))
 
 
@@ -900,7 +902,7 @@ class Conventions(ToolTest):
         for text, reason in (("min-gap = 2s\nrubbish = 1", "line 2: 'rubbish'"), ("[x]", "line 1"), ("output = x", "line 1"),
                              ("[clean]\nmin-gap = 1s", ""), ("min-gap = x", "--min-gap")):
             done = output(text, *(("clean", PROMPT, self.path("x.wav")) if "clean" in text else (PROMPT,)))
-            self.assertEqual((done.returncode, done.stdout), (1, ""))
+            self.assertEqual((done.returncode, done.stdout), (2, ""))
             self.assertTrue(reason in done.stderr and "korvane-vad/config: " in done.stderr, done.stderr)
         home.mkdir()
         shutil.copytree(folder, home / "korvane-vad")
@@ -927,6 +929,8 @@ class Conventions(ToolTest):
         self.fails(self.path("a"), "Is a directory", self.path("a"))
         os.mkdir(self.path("empty"))
         self.fails(self.path("empty"), "no recording", "--recursive", self.path("empty"))
+        os.symlink("nowhere", self.path("empty/lost.wav"))
+        self.assertIn("empty/lost.wav: No such file", self.run_tool("--recursive", self.path("empty")).stderr)
 
     def test_one_rule_for_overwriting(self):
         """What is there is replaced by every command, and by none with --no-clobber."""

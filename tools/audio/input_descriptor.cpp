@@ -212,4 +212,15 @@ void InputDescriptor::spool() {
     find_out_what_it_is();
 }
 
+std::string text_of_file(const std::string& path) {
+    InputDescriptor file(path);
+    std::string text;
+    char piece[65536];
+    while (const std::size_t count = file.read(piece, sizeof piece)) {
+        text.append(piece, count);
+    }
+    file.check();
+    return text;
+}
+
 }  // namespace korvane::tool

@@ -56,6 +56,9 @@ class InputDescriptor {
     int error_ = 0;
 };
 
+/** All of a file, or of standard input for "-". Throws a Failure. */
+std::string text_of_file(const std::string& name);
+
 }  // namespace korvane::tool
 
 #endif

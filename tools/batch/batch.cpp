@@ -365,8 +365,8 @@ std::vector<std::string> in_folder(const std::string& name, bool any_extension) 
     for (; !error && entry != std::filesystem::recursive_directory_iterator();
          entry.increment(error)) {
         const bool hidden = entry->path().filename().string().front() == '.';
-        std::error_code none;
-        if (!hidden && entry->is_regular_file(none) &&
+        std::error_code unknown;  // what it is: that is told when it is opened
+        if (!hidden && (entry->is_regular_file(unknown) || unknown) &&
             (any_extension || is_sound_name(entry->path().string()))) {
             names.push_back(entry->path().string());
         }

@@ -1,11 +1,15 @@
 #include "tools/cli/configuration.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <cstdlib>
-#include <fstream>
+#include <sstream>
 #include <string_view>
 
+#include "tools/audio/input_descriptor.h"
 #include "tools/files/failure.h"
 
 namespace korvane::tool {
@@ -49,7 +53,10 @@ std::string configuration_path() {
 }
 
 std::vector<std::string> configured_words(const std::string& path, Command command) {
-    std::ifstream file(path);
+    if (access(path.c_str(), F_OK) != 0 && (errno == ENOENT || errno == ENOTDIR)) {
+        return {};
+    }
+    std::istringstream file(text_of_file(path));
     std::vector<std::string> words;
     std::string section;
     int number = 0;

@@ -24,17 +24,6 @@ struct Malformed : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
-std::string text_of_file(const std::string& path) {
-    InputDescriptor file(path);
-    std::string text;
-    char piece[65536];
-    while (const std::size_t count = file.read(piece, sizeof piece)) {
-        text.append(piece, count);
-    }
-    file.check();
-    return text;
-}
-
 /** Seconds as microseconds, to nearest. */
 int64_t microseconds(double seconds) {
     if (!(seconds >= 0 && seconds <= kLongest)) {
@@ -50,6 +39,13 @@ int64_t time_in(const std::string& word) {
         throw Malformed("'" + word + "' is no time");
     }
     return microseconds(value);
+}
+
+int channel_number(double value) {
+    if (!(value >= 1 && value <= 65535 && value == std::floor(value))) {
+        throw Malformed("a channel is not from 1 to 65535");
+    }
+    return static_cast<int>(value);
 }
 
 class Annotations {
@@ -85,7 +81,7 @@ int channel_in(const std::string& label) {
     if (label.starts_with(mark)) {
         std::from_chars(label.data() + mark.size(), label.data() + label.size(), channel);
     }
-    return channel;
+    return channel_number(channel);
 }
 
 int hexadecimal(char c) {
@@ -117,13 +113,17 @@ void read_rttm_line(const std::string& line, Annotations& annotations) {
     std::string duration;
     int channel = 1;
     words >> type;
+    if (type.find_first_not_of("ABCDEFGHIJKLMNOPQRSTUVWXYZ-/_") != std::string::npos) {
+        throw Malformed("'" + type + "' is no type of an RTTM line");
+    }
     if (type != "SPEAKER") {
         return;
     }
     if (!(words >> name >> channel >> start >> duration)) {
         throw Malformed("a SPEAKER line needs a name, a channel, a start and a duration");
     }
-    annotations.add(decoded(name), channel, time_in(start), time_in(start) + time_in(duration));
+    annotations.add(decoded(name), channel_number(channel), time_in(start),
+                    time_in(start) + time_in(duration));
 }
 
 void read_label(const std::string& line, const std::string& name, Annotations& annotations) {
@@ -148,7 +148,7 @@ void read_json_line(const std::string& line, Annotations& annotations) {
             return;
         }
         const auto name = object.at("file").get<std::string>();
-        const int channel = object.value("channel", 1);
+        const int channel = channel_number(object.value("channel", 1.0));
         if (type == "segment") {
             annotations.add(name, channel, microseconds(object.at("start").get<double>()),
                             microseconds(object.at("end").get<double>()));
