@@ -1,8 +1,9 @@
 /* Preloaded into korvane-vad by failing_calls_test.py: a system call that the test chooses fails.
  *
- * FAILING_CALLS is "DESCRIPTOR N". Behind the descriptor is memory that takes the names of the calls in
- * their order, those of child processes too. The N-th fails; with N = 0 none does. With N = -1, of three
- * calls that may wait one is broken off by a signal and one moves half of what it could. */
+ * FAILING_CALLS is "DESCRIPTOR N" or "DESCRIPTOR N SIGNAL". Behind the descriptor is memory that takes
+ * the names of the calls in their order, those of child processes too. The N-th fails, or the signal
+ * comes before it; with N = 0 none does. With N = -1, of three calls that may wait one is broken off by
+ * a signal and one moves half of what it could. */
 #define _GNU_SOURCE
 #include <dlfcn.h>
 #include <errno.h>
@@ -20,6 +21,7 @@ static struct {
     char names[MOST][16];
 } * calls;
 static long failing;
+static int ending; /* the signal, or 0 */
 static int in_main;
 
 __attribute__((constructor)) static void begin(void) {
@@ -27,7 +29,8 @@ __attribute__((constructor)) static void begin(void) {
     char* number = NULL;
     if (plan != NULL) {
         const int descriptor = (int)strtol(plan, &number, 10);
-        failing = strtol(number, NULL, 10);
+        failing = strtol(number, &number, 10);
+        ending = (int)strtol(number, NULL, 10);
         calls = mmap(NULL, sizeof *calls, PROT_READ | PROT_WRITE, MAP_SHARED, descriptor, 0);
     }
 }
@@ -39,6 +42,10 @@ static int fails(const char* name) {
     const long before = __atomic_fetch_add(&calls->count, 1, __ATOMIC_SEQ_CST);
     if (before < MOST) {
         snprintf(calls->names[before], sizeof calls->names[before], "%s", name);
+    }
+    if (before + 1 == failing && ending != 0) {
+        raise(ending);
+        return 0;
     }
     return before + 1 == failing;
 }

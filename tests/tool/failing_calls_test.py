@@ -6,9 +6,11 @@ import mmap
 import os
 import pathlib
 import shutil
+import signal
 import struct
 import subprocess
 import unittest
+from itertools import product
 
 from tool_case import PROMPT, TOOL, ToolTest, read_wav, write_wav
 
@@ -62,7 +64,7 @@ class FailingCalls(ToolTest):
         self.calls[:8] = bytes(8)
         done = subprocess.run(TOOL + words, input=stdin, capture_output=True, timeout=60,
                               pass_fds=[self.memory], env={
-                                  **os.environ, "LD_PRELOAD": LIBRARY, "TMPDIR": self.path("tmp"),
+                                  **os.environ, "LD_PRELOAD": LIBRARY, "TMPDIR": self.path("tmp"), "XDG_CONFIG_HOME": "in",
                                   "FAILING_CALLS": f"{self.memory} {number}"})
         self.assertEqual(os.listdir("tmp"), [])
         return done.returncode, digest(done.stdout), done.stderr.decode(), self.tree()
@@ -75,8 +77,9 @@ class FailingCalls(ToolTest):
     def check(self, *words, stdin=b"", chosen=5):
         """Of each system call the first, the last and some between fail, one in each run."""
         words = list(words)
-        command = int(words[0] in ("frames", "clean", "split", "report"))
-        words = [*words[:command], "--strict", *words[command:]]  # a part is not what came before
+        if words[0] != "score":
+            command = int(words[0] in ("frames", "clean", "split", "report"))
+            words = [*words[:command], "--strict", *words[command:]]  # a part is not what came before
         before = self.prepare(words)
         right = self.run_with(0, words, stdin)
         self.assertEqual((right[0], right[2]), (0, ""))
@@ -101,12 +104,12 @@ class FailingCalls(ToolTest):
                     if status == 0:
                         self.assertEqual((stdout, stderr, tree), (right[1], "", right[3]))
                         continue
-                    self.assertEqual(status, 2 if "--check" in words else 1)
+                    self.assertEqual(status, 2 if "--check" in words or "/config: " in stderr else 1)
                     messages = 2 if "-j" in words else 1
                     self.assertRegex(stderr, r"\A(korvane-vad: [^\n]+: [^\n]+\n){1,%d}\Z" % messages)
                     for path, state in tree.items():
                         self.assertIn(state, (before.get(path), right[3].get(path)), path)
-                    if MANIFEST in words:
+                    if MANIFEST in words or "split" in words:
                         self.assertEqual(self.run_with(0, words, stdin), right)
 
     def test_detect(self):
@@ -128,8 +131,36 @@ class FailingCalls(ToolTest):
     def test_split(self):
         self.check("split", "in/stereo.wav", "--max-speech", "5s", "-o", "out/parts/")
 
+    def test_split_again_after_an_interruption(self):
+        words = ["split", "in/stereo.wav", "--max-speech", "2s", "-o", "out/parts/"]
+        self.prepare(words)
+        right = self.run_with(0, words, b"")
+        calls = [i + 1 for i, name in enumerate(self.last_calls()) if name in ("mkostemp", "syncfs", "rename")]
+        self.assertGreater(len(calls), 6)
+        for number, end in product(calls, (signal.SIGTERM, signal.SIGKILL)):
+            self.prepare(words)
+            status, *output, tree = self.run_with(f"{number} {end:d}", words, b"")
+            self.assertEqual((status, output), (-9 if end == signal.SIGKILL else 128 + end, [digest(b""), ""]))
+            whole = {path: state for path, state in tree.items() if "/.korvane" not in path}
+            self.assertTrue(whole == tree or end == signal.SIGKILL)
+            self.assertLessEqual(whole.items(), right[3].items())
+            self.assertEqual(self.run_with(0, words, b"")[:3], right[:3])
+            self.assertLessEqual(right[3].items(), self.tree().items())
+
     def test_report(self):
         self.check("report", "in/mono.wav", "-o", "out/page.html")
+
+    def test_score(self):
+        pathlib.Path("in/a.rttm").write_text("SPEAKER a 1 0 2\nSPEAKER a 1 3 1\n")
+        pathlib.Path("in/a.txt").write_text("0.5\t2.5\tspeech\n")
+        self.check("score", "in/a.rttm", "in/a.txt", "-o", "out/link")
+
+    def test_configuration_and_folders(self):
+        os.mkdir("in/korvane-vad")
+        pathlib.Path("in/korvane-vad/config").write_text("format = csv\n")
+        for name in ("in/mono.wav", "in/mono.flac"):
+            os.rename(name, name.replace("/mono", "/korvane-vad/" + name[-1]))
+        self.check("--recursive", "-j", "1", "in/korvane-vad", "-o", "out/new/")
 
     def test_batch(self):
         self.check("-f", "csv", "-j", "2", "--files-from", "in/list", "--resume", MANIFEST, "-o", "out/new/")
