@@ -118,10 +118,12 @@ class Detection {
 
     /** The next n samples of all channels, as many as wanted or, at the end, fewer. */
     void add(const int16_t* samples, int64_t n) {
-        int16_t* to = input_.data();
-        for (int64_t i = 0; i < n; ++i) {
-            for (int c = 0; c < channels_; ++c) {
-                *to++ = samples[i * width_ + first_ + c];
+        if (channels_ == width_) {
+            std::copy_n(samples, n * channels_, input_.begin());
+        } else {
+            int16_t* to = input_.data();
+            for (int64_t i = 0; i < n; ++i) {
+                to = std::copy_n(samples + i * width_ + first_, channels_, to);
             }
         }
         if (digest_) {
