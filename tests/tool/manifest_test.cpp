@@ -5,6 +5,8 @@
 #include <unistd.h>
 
 #include <csignal>
+#include <fstream>
+#include <string>
 
 #include "temporary_folder.h"
 
@@ -33,6 +35,19 @@ TEST(Manifest, WorkersThatOutliveTheirRunDoNotKeepTheNextOneOut) {
     EXPECT_EQ(failure_of([&] { Manifest(folder.path("manifest"), ""); }), "no failure");
     kill(worker, SIGKILL);
     waitpid(worker, nullptr, 0);
+}
+
+TEST(Manifest, SizesAreIntegersOrItIsDamaged) {
+    const TemporaryFolder folder;
+    const std::string path = folder.path("manifest");
+    for (const char* size : {"3", "3.5", "1e3", "44444444444444444444444"}) {
+        std::ofstream(path) << "{\"korvane-vad manifest\":1}\n{\"file\":\"a\",\"size\":" << size
+                            << R"(,"changed":1,"options":"","speech":true,"result":""})"
+                            << "\n";
+        EXPECT_EQ(failure_of([&] { Manifest(path, ""); }),
+                  std::string(size) == "3" ? "no failure" : path + ": line 2 is damaged")
+            << size;
+    }
 }
 
 }  // namespace

@@ -149,9 +149,10 @@ void Manifest::load_line(const std::string& line, int64_t number) {
             return bytes ? bytes_from_characters(value) : value;
         };
         if (entry.at("options").get<std::string>() == options_) {
-            entries_[text("file")] = {
-                {entry.at("size").get<int64_t>(), entry.at("changed").get<int64_t>()},
-                {entry.at("speech").get<bool>(), text("result")}};
+            // get would take fractions, and numbers that no integer holds.
+            entries_[text("file")] = {{entry.at("size").get_ref<const int64_t&>(),
+                                       entry.at("changed").get_ref<const int64_t&>()},
+                                      {entry.at("speech").get<bool>(), text("result")}};
         }
     } catch (const Json::exception&) {
         throw Failure(path_, "line " + std::to_string(number) + " is damaged");
