@@ -18,9 +18,9 @@ if(KORVANE_SIMD AND NOT KORVANE_INSTRUMENTED AND CMAKE_BUILD_TYPE STREQUAL "Rele
     add_test(NAME shipping.missing_packages COMMAND ${CMAKE_COMMAND} -E env PKG_CONFIG_LIBDIR=/none
       ${CMAKE_COMMAND} -G ${CMAKE_GENERATOR} -S ${PROJECT_SOURCE_DIR} -B ${CMAKE_CURRENT_BINARY_DIR}/missing
       -DKORVANE_REPORT=ON -DCMAKE_C_COMPILER=${CMAKE_C_COMPILER} -DCMAKE_CXX_COMPILER=${CMAKE_CXX_COMPILER}
-      -DCMAKE_DISABLE_FIND_PACKAGE_CLI11=ON -DCMAKE_DISABLE_FIND_PACKAGE_nlohmann_json=ON)
+      -DCMAKE_DISABLE_FIND_PACKAGE_CLI11=ON -DCMAKE_DISABLE_FIND_PACKAGE_nlohmann_json=ON -DLAME_FOLDER=LAME_FOLDER-NOTFOUND)
     set_tests_properties(shipping.missing_packages PROPERTIES PASS_REGULAR_EXPRESSION "apt-get install \
-libcli11-dev nlohmann-json3-dev libsndfile1-dev libsoxr-dev libssl-dev libfftw3-dev zlib1g-dev\n")
+libcli11-dev nlohmann-json3-dev libsndfile1-dev libsoxr-dev libssl-dev libfftw3-dev zlib1g-dev libmp3lame-dev\n")
   endif()
   add_test(NAME shipping.abi COMMAND ${PROJECT_SOURCE_DIR}/scripts/abi check ${CMAKE_SYSTEM_PROCESSOR})
   set_tests_properties(shipping.abi PROPERTIES TIMEOUT 300)

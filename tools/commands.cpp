@@ -399,7 +399,7 @@ int run_report(const Options& options) {
     TextOutput output(options.output);
     ProgressBar bar = bar_for(options, name, false);
     const Tick tick = drawing(bar);
-    Report report(work.header);
+    Report report(work.header, options.page_audio);
     const Listener listener = {
         .input = [&](const int16_t* samples, int64_t n) { report.add_input(samples, n); },
         .frame =
@@ -413,6 +413,7 @@ int run_report(const Options& options) {
     bar.wipe();
     output.commit();
     warn(options, name, doubt);
+    warn(options, name, report.missing_audio());
     return status_after(totals.fault);
 }
 

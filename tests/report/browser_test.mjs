@@ -61,9 +61,9 @@ const DETECTOR = ["--decision", "detector"]; // whose pictures are known: it goe
 const run = (command, input, ...more) => execFileSync(TOOL, [command, ...DETECTOR, ...input, ...more], { maxBuffer: 1 << 28 });
 
 let pages = 0;
-function report(input) {
+function report(input, audio = "flac") {
   const out = join(folder, `page-${pages++}.html`);
-  run("report", input, "-o", out);
+  run("report", input, "--audio", audio, "-o", out);
   return out;
 }
 
@@ -267,7 +267,7 @@ after(async () => {
 });
 
 shows("signals are where they are, in light and, at once, in dark", made, async () => {
-  assert.deepEqual(await page.locator(".panel h3").evaluateAll((all) => all.map((h) => h.firstChild.textContent)), PANELS);
+  assert.deepEqual(await page.locator(".panel h2").evaluateAll((all) => all.map((h) => h.firstChild.textContent)), PANELS);
   const frames = run("frames", made.input, "-f", "jsonl").toString().trim().split("\n").map((line) => JSON.parse(line));
   const papers = [];
   for (const colorScheme of ["light", "dark"]) {
@@ -539,6 +539,34 @@ describe("playback", () => {
     await button("Play").click();
     await positionReaches(0.2);
   });
+});
+
+it("brings small audio that lies where the recording's does", async () => {
+  await open(report(hums.input, "mp3"));
+  await button("Play").click();
+  await positionReaches(0.2);
+  for (const name of ["Before", "After"]) {
+    await button(name).click();
+    const sound = (await page.evaluate((rate) => window.heard(rate), hums.rate)).split(",").map(Number);
+    near(sound.length / hums.rate, hums.seconds, 0.001, `length ${name}`);
+    near(sound.findIndex((one) => Math.abs(one) > 1500) / hums.rate, 3, 0.03, `first hum ${name}`);
+  }
+  await closeQuietly();
+});
+
+shows("saves the segments as the command line writes them", hums, async () => {
+  const formats = await page.getByLabel("Save as").locator("option").allInnerTexts();
+  assert.ok(formats.length > 7);
+  for (const format of formats) {
+    await page.getByLabel("Save as").selectOption(format);
+    const [download] = await Promise.all([page.waitForEvent("download"), button("Save").click()]);
+    assert.match(download.suggestedFilename(), /^hums\.\w+$/);
+    const rules = ["--pad-start", "0", "--pad-end", "0"]; // those of captions are others
+    assert.equal(readFileSync(await download.path(), "utf8"), run("detect", hums.input, "-f", format, ...rules).toString(), format);
+  }
+  const [strip, chart] = [await page.locator("#overview").boundingBox(), await plot("Waveform after").boundingBox()];
+  near(strip.x, chart.x, 1, "begin of the overview");
+  near(strip.x + strip.width, chart.x + chart.width, 1, "end of the overview");
 });
 
 shows("shows a recording without speech and without audio", silent, async () => {

@@ -1,4 +1,5 @@
 // What the page's picture cannot show: decibels and extremes to the last digit, at any rate and length.
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -148,42 +149,44 @@ TEST(Spectrogram, WiderColumnsAreTheMeanPowerOfTheirWindows) {
     }
 }
 
-TEST(Report, LeavesAudioOutWhereItIsTooLongOrTooLarge) {
+TEST(Report, LeavesAudioOutWhereItIsTooLargeOrNotWanted) {
     struct Case {
+        EmbeddedAudio audio;
         int rate;
-        int frame;
-        int64_t frames;
-        bool noisy;
+        int64_t frames;  // of 4096 samples
         const char* reason;
     };
     const Case cases[] = {
-        {3000, 3000, 1800, false, ""},  // half an hour to the sample
-        {3000, 3000, 1801, false, "longer than 30 minutes"},
+        {EmbeddedAudio::kMp3, 1999, 100, ""},
+        {EmbeddedAudio::kMp3, 48000, 4352, ""},
+        {EmbeddedAudio::kFlac, 3000, 100, ""},
+        {EmbeddedAudio::kFlac, 2999, 100, "below 3000 Hz"},
         // Noise cannot be packed: 17 Mi samples of 2 bytes, twice, are 68 MiB.
-        {48000, 4096, 4352, true, "more than 64 MiB"},
+        {EmbeddedAudio::kFlac, 48000, 4352, "more than 64 MiB"},
+        {EmbeddedAudio::kNone, 48000, 100, ""},
     };
+    const std::vector<int16_t> samples = noise(4096, 7);
     for (const Case& c : cases) {
         ResultHeader header;
         header.source.rate = c.rate;
         header.source.channels = 1;
-        Report report(header);
-        std::vector<int16_t> samples(static_cast<std::size_t>(c.frame));
-        if (c.noisy) {
-            samples = noise(c.frame, 7);
-        }
+        header.source.length = c.frames * 4096;
+        Report report(header, c.audio);
         for (int64_t i = 0; i < c.frames; ++i) {
             Frame answer;
             answer.index = i;
             answer.level = -140;
-            report.add_input(samples.data(), c.frame);
+            report.add_input(samples.data(), 4096);
             report.add(answer);
-            report.add_cleaned(samples.data(), c.frame);
+            report.add_cleaned(samples.data(), 4096);
         }
-        const std::string page = report.page({c.frames * c.frame, c.frames, ""}, {});
-        const bool left_out = *c.reason != '\0';
-        EXPECT_EQ(page.find("id=\"audio-after\"") == std::string::npos, left_out) << c.reason;
-        EXPECT_EQ(page.find("\"no_audio\":\"\"") == std::string::npos, left_out) << c.reason;
-        EXPECT_NE(page.find(c.reason), std::string::npos) << c.reason;
+        const std::string page = report.page({c.frames * 4096, c.frames, ""}, {});
+        const bool none = *c.reason != '\0' || c.audio == EmbeddedAudio::kNone;
+        EXPECT_EQ(page.find("id=\"audio-after\"") == std::string::npos, none) << c.rate;
+        EXPECT_EQ(page.find("\"no_audio\":\"\"") == std::string::npos, none) << c.rate;
+        EXPECT_THAT(report.missing_audio(), testing::HasSubstr(c.reason));
+        EXPECT_EQ(report.missing_audio().empty(), *c.reason == '\0');
+        EXPECT_NE(page.find(report.missing_audio()), std::string::npos);
     }
 }
 

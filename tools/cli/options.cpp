@@ -166,6 +166,7 @@ class Adder {
     void check();
     void batch();
     void pieces();
+    void page_audio();
     void score();
     void rows();
     void help();
@@ -447,6 +448,19 @@ void Adder::pieces() {
          options_.cleaned);
 }
 
+void Adder::page_audio() {
+    group_ = "Output";
+    value(
+        "--audio", "mp3|flac|none",
+        "the sound in the page, before and after: MP3 (default), which is small; FLAC, to the bit; "
+        "or none, which makes the page light",
+        [&options = options_](const std::string& text) {
+            options.page_audio = choice<EmbeddedAudio>(text, {{"mp3", EmbeddedAudio::kMp3},
+                                                              {"flac", EmbeddedAudio::kFlac},
+                                                              {"none", EmbeddedAudio::kNone}});
+        });
+}
+
 void Adder::score() {
     group_ = "Output";
     value("-f,--format", "text|csv", "format of the output (default text)",
@@ -522,6 +536,7 @@ std::unique_ptr<CLI::App> make_parser(Command command, Options& options) {
             break;
         case Command::kReport:
             add.output("PAGE.html", "the page");
+            add.page_audio();
             break;
         case Command::kScore:
         case Command::kSelftest:

@@ -13,6 +13,7 @@
 #include "korvane_stream.h"
 #include "segments/segments.h"
 #include "tools/audio/audio_source.h"
+#include "tools/audio/embedded_audio.h"
 #include "tools/cli/presets.h"
 #include "tools/results/result_writer.h"
 
@@ -101,6 +102,8 @@ struct Options {
     bool fail_fast = false;
     std::string manifest;
     bool check = false;
+
+    EmbeddedAudio page_audio = EmbeddedAudio::kMp3;
 
     std::string name_template = "{stem}_{index:04}.{ext}";
     bool cleaned = false;

@@ -85,6 +85,21 @@ class SegmentList {
   }
 }
 
+/** Offers the segments as the files that the command line writes: [name, extension, text] of each. */
+function connectSaving(results) {
+  const select = document.getElementById("format");
+  select.append(...results.map(([name]) => new Option(name)));
+  select.value = "audacity";
+  document.getElementById("save").addEventListener("click", () => {
+    const [, extension, text] = results[select.selectedIndex];
+    const link = element("a");
+    link.download = facts.source.name.split("/").at(-1).replace(/\.[^.]*$/, "") + extension;
+    link.href = URL.createObjectURL(new Blob([text], { type: "text/plain" }));
+    link.click();
+    URL.revokeObjectURL(link.href);
+  });
+}
+
 function alignmentText({ align, min_gap, min_speech, pad_start, pad_end, max_speech }) {
   const what = {
     none: "none: the frames answered with speech",

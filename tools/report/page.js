@@ -25,11 +25,15 @@ function segmentAt(samples) {
   return facts.segments.findIndex(([start, end]) => samples >= start && samples < end);
 }
 
-/** The strip above the charts: the whole recording, its segments, and what the charts show. */
+/** The strip above the charts, as wide as they: the whole recording, its segments, and what the charts show. */
 function connectOverview(view, player) {
   const host = find("overview");
+  const { over } = view.panels[0].plot;
   const percent = (seconds) => `${100 * seconds / duration}%`;
   const paint = () => {
+    const chart = over.getBoundingClientRect();
+    host.style.marginLeft = `${chart.left - host.parentElement.getBoundingClientRect().left}px`;
+    host.style.width = `${chart.width}px`;
     const canvas = document.createElement("canvas");
     canvas.width = Math.max(1, Math.round(host.clientWidth * devicePixelRatio));
     canvas.height = 1;
@@ -62,6 +66,7 @@ function connectOverview(view, player) {
   view.listeners.push(place);
   place();
   paint();
+  requestAnimationFrame(paint); // when the charts have their places
   return { paint, moveHead: () => { find("overview-head").style.left = percent(player.position); } };
 }
 
@@ -141,6 +146,7 @@ async function start() {
   view.add(spectrogramPanel(host, view, "Spectrogram after", spectra[1], scale));
 
   const overview = connectOverview(view, player);
+  connectSaving(JSON.parse(new TextDecoder().decode(await takePacked("results"))));
   const go = (index) => {
     if (index >= 0) {
       const [from, to] = segmentTimes[index];

@@ -37,7 +37,7 @@ class Panel {
     this.view = view;
     this.element = document.createElement("section");
     this.element.className = "panel";
-    const title = document.createElement("h3");
+    const title = document.createElement("h2");
     title.append(options.title);
     const hint = document.createElement("small");
     hint.textContent = options.hint;

@@ -14,7 +14,7 @@ class Player {
   element(bytes) {
     const audio = new Audio();
     audio.preload = "auto";
-    audio.src = URL.createObjectURL(new Blob([bytes], { type: "audio/flac" }));
+    audio.src = URL.createObjectURL(new Blob([bytes], { type: facts.audio_type }));
     for (const type of ["play", "pause", "seeked", "timeupdate", "ended"]) {
       audio.addEventListener(type, () => this.tick());
     }

@@ -22,13 +22,12 @@ using report::Envelope;
 using report::Spectrogram;
 
 // What bounds the page, however long the recording is. An hour at 16 kHz then has a waveform point
-// every 8 ms and a spectrum every 64 ms.
-constexpr int64_t kEnvelopeBuckets = int64_t{1} << 19;
-constexpr int64_t kSpectrogramCells = int64_t{1} << 24;
-// Audio that a browser loads in one go; and the lowest rate that all of them play.
-constexpr int64_t kAudioSeconds = 30 * 60;
+// every 32 ms and a spectrum every half second.
+constexpr int64_t kEnvelopeBuckets = int64_t{1} << 17;
+constexpr int64_t kSpectrogramCells = int64_t{1} << 21;
+// Audio that a browser loads in one go; and the lowest rate at which all of them play FLAC.
 constexpr int64_t kAudioBytes = int64_t{64} << 20;
-constexpr int kAudioLowestRate = 3000;
+constexpr int kFlacLowestRate = 3000;
 
 constexpr double kLevelSteps = 100;   // of the embedded level in a dB
 constexpr double kScoreSteps = 1000;  // of the embedded score in 1
@@ -113,6 +112,19 @@ void append_packed(std::string& page, std::string_view id, const std::vector<uin
     append_block(page, id, report::base64(report::deflated(bytes)));
 }
 
+/** What `korvane-vad detect` writes, for the page to save: [name, extension, text] of each format. */
+std::string results_in_all_formats(const Judged& judged) {
+    Json results = Json::array();
+    const std::vector<std::string>& names = result_format_names();
+    for (std::size_t i = 0; i < names.size(); ++i) {
+        const auto format = static_cast<ResultFormat>(i);
+        results.push_back({names[i], extension_of(format),
+                           file_prologue(format) + whole_result(format, false, {judged}) +
+                               file_epilogue(format)});
+    }
+    return results.dump(-1, ' ', false, Json::error_handler_t::replace);
+}
+
 /** JSON in which no "<" is left; all of them are inside strings. Names of files need not be UTF-8;
  * what is not becomes U+FFFD. */
 std::string safe_text(const Json& json) {
@@ -126,25 +138,27 @@ std::string safe_text(const Json& json) {
 }  // namespace
 
 struct Report::State {
-    explicit State(const ResultHeader& result_header)
-        : header(result_header), before(header.source), after(header.source) {
+    State(const ResultHeader& result_header, EmbeddedAudio format)
+        : header(result_header), audio(format), before(header.source), after(header.source) {
         const SourceInfo& source = header.source;
-        if (source.rate < kAudioLowestRate) {
-            no_audio = "Browsers do not play audio below 3000 Hz; it is left out.";
+        if (audio == EmbeddedAudio::kNone) {
+            no_audio = "The page was made without audio.";
+        } else if (audio == EmbeddedAudio::kFlac && source.rate < kFlacLowestRate) {
+            no_audio = missing = "Browsers do not play FLAC below 3000 Hz; the audio is left out.";
         } else {
-            before.audio.emplace(source.rate, source.channels);
-            after.audio.emplace(source.rate, source.channels);
+            std::optional<double> seconds;
+            if (source.length) {
+                seconds = static_cast<double>(*source.length) / source.rate;
+            }
+            for (Track* track : {&before, &after}) {
+                track->audio.emplace(audio, source.rate, source.channels, seconds);
+            }
         }
     }
 
     void check_audio() {
-        if (!before.audio) {
-            return;
-        }
-        const bool too_long = read > kAudioSeconds * header.source.rate;
-        if (too_long || before.audio->size() + after.audio->size() > kAudioBytes) {
-            no_audio = too_long ? "The recording is longer than 30 minutes; its audio is left out."
-                                : "The recording's audio takes more than 64 MiB; it is left out.";
+        if (before.audio && before.audio->size() + after.audio->size() > kAudioBytes) {
+            no_audio = missing = "The recording's audio takes more than 64 MiB; it is left out.";
             before.audio.reset();
             after.audio.reset();
         }
@@ -170,10 +184,12 @@ struct Report::State {
                 {"spectrogram", json_of(before.spectrogram)},
                 {"flag_changes", flag_changes},
                 {"no_audio", no_audio},
+                {"audio_type", audio == EmbeddedAudio::kFlac ? "audio/flac" : "audio/mpeg"},
                 {"segments", json_of(list)}};
     }
 
     ResultHeader header;
+    EmbeddedAudio audio;
     Track before;
     Track after;
     Envelope level{kEnvelopeBuckets};
@@ -181,14 +197,18 @@ struct Report::State {
     std::vector<int64_t> flag_changes;  // frames from which on the answer is another one
     bool speech = false;
     int64_t read = 0;      // sample frames
-    std::string no_audio;  // why it is left out; empty where it is not
+    std::string no_audio;  // why there is none; empty where there is
+    std::string missing;   // the same where it was wanted
 };
 
-Report::Report(const ResultHeader& header) : state_(std::make_unique<State>(header)) {}
+Report::Report(const ResultHeader& header, EmbeddedAudio audio)
+    : state_(std::make_unique<State>(header, audio)) {}
 
 Report::~Report() = default;
 
 bool Report::available() { return true; }
+
+std::string Report::missing_audio() const { return state_->missing; }
 
 void Report::add_input(const int16_t* samples, int64_t n) {
     state_->read += n;
@@ -227,6 +247,8 @@ std::string Report::page(const StreamTotals& totals, const std::vector<segments:
     }
     append_packed(page, "level", state.level.bytes());
     append_packed(page, "score", state.score.bytes());
+    const std::string results = results_in_all_formats({state.header, totals, list});
+    append_packed(page, "results", {results.begin(), results.end()});
     append_block(page, "facts", safe_text(state.facts(totals, list)));
     page += report::kPageTail;
     return page;

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "tools/audio/embedded_audio.h"
 #include "tools/results/detection.h"
 #include "tools/results/result_writer.h"
 
@@ -15,17 +16,16 @@ namespace korvane::tool {
 /**
  * What the page shows; collected frame by frame.
  *
- * Long recordings are shown in less detail, so neither it nor the page grows without end: of an hour
- * at 16 kHz it takes 230 MB and the page 20 MB, which is near the most. Recordings of up to 30
- * minutes bring their audio too, as FLAC, where both versions together take at most 64 MiB. Nothing
- * in the page is fetched from anywhere.
+ * Long recordings are shown in less detail, so the charts do not grow without end. Both versions' audio comes with them
+ * where it takes at most 64 MiB: as MP3 that is four and a half hours of one channel. Nothing in the page is fetched from
+ * anywhere.
  */
 class Report {
   public:
     /** Whether the tool was built with the page. If not, page() throws a std::runtime_error. */
     static bool available();
 
-    explicit Report(const ResultHeader& header);
+    Report(const ResultHeader& header, EmbeddedAudio audio);
     ~Report();
     Report(const Report&) = delete;
     Report& operator=(const Report&) = delete;
@@ -37,6 +37,9 @@ class Report {
 
     /** The page: HTML, complete in itself. Once; nothing may be added after. */
     std::string page(const StreamTotals& totals, const std::vector<segments::Segment>& list);
+
+    /** Why the audio that was wanted is left out; empty where it is not. To be asked behind page(). */
+    std::string missing_audio() const;
 
   private:
     struct State;

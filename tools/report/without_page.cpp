@@ -7,7 +7,7 @@ namespace korvane::tool {
 
 struct Report::State {};
 
-Report::Report(const ResultHeader& /*header*/) {}
+Report::Report(const ResultHeader& /*header*/, EmbeddedAudio /*audio*/) {}
 
 Report::~Report() = default;
 
@@ -23,5 +23,7 @@ std::string Report::page(const StreamTotals& /*totals*/,
                          const std::vector<segments::Segment>& /*list*/) {
     throw std::runtime_error("this korvane-vad was built without reports (KORVANE_REPORT=OFF)");
 }
+
+std::string Report::missing_audio() const { return ""; }
 
 }  // namespace korvane::tool
