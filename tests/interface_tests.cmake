@@ -64,10 +64,30 @@ if(NOT CMAKE_CROSSCOMPILING AND TARGET example_many_streams)
     COMMAND sh -c "head -c 960000 /dev/zero | \"$0\" | tr -d '\\0' | wc -c" $<TARGET_FILE:example_microphone_gate>)
   set_tests_properties(examples.microphone_gate PROPERTIES PASS_REGULAR_EXPRESSION "^0\n$")
   if(KORVANE_BUILD_TOOLS) # where alsa-utils and sox are; "front centre" is said in one go
-    add_test(NAME examples.speech_times COMMAND sh -c
-      "sox /usr/share/sounds/alsa/Front_Center.wav -r 16000 -t raw - | \"$0\"" $<TARGET_FILE:example_speech_times>)
     # Two words with a pause of 0.4 s, one segment or two.
+    set(spoken "^0\\.[01][0-9]\\.\\.(0\\.[0-9]+ s[^\n]*\n0\\.[0-9]+\\.\\.)?1\\.[345][0-9] s")
+    set(say "sox -R /usr/share/sounds/alsa/Front_Center.wav -r 16000 -t raw -")
+    add_test(NAME examples.speech_times COMMAND sh -c "${say} | \"$0\"" $<TARGET_FILE:example_speech_times>)
     set_tests_properties(examples.speech_times PROPERTIES
-      PASS_REGULAR_EXPRESSION "^0\\.[01][0-9]\\.\\.(0\\.[0-9]+ s, [^\n]*\n0\\.[0-9]+\\.\\.)?1\\.[345][0-9] s, -1[0-9]\\.[0-9] dB, score [01]\\.[0-9]+\n$")
+      PASS_REGULAR_EXPRESSION "${spoken}, -1[0-9]\\.[0-9] dB, score [01]\\.[0-9]+\n$")
+    # In other languages, where their compilers are.
+    set(program ${CMAKE_CURRENT_BINARY_DIR}/speech_times)
+    set(library $<TARGET_FILE:korvane_streams_static>)
+    find_program(RUSTC rustc)
+    if(RUSTC AND NOT KORVANE_INSTRUMENTED)
+      add_test(NAME examples.rust COMMAND sh -euc "\"$0\" -O --edition 2021 -L \"native=$(dirname \"$2\")\" \
+-l static=korvane-streams -l m -D warnings -o \"$3-rust\" \"$1\" && ${say} | \"$3-rust\""
+        ${RUSTC} ${PROJECT_SOURCE_DIR}/examples/rust/speech_times.rs ${library} ${program})
+      set_tests_properties(examples.rust PROPERTIES PASS_REGULAR_EXPRESSION "${spoken}\n$")
+    endif()
+    find_program(GO go)
+    if(GO AND NOT KORVANE_INSTRUMENTED)
+      add_test(NAME examples.go COMMAND sh -euc "\"$0\" build -o \"$3-go\" \"$1\" && ${say} | \"$3-go\""
+        ${GO} ${PROJECT_SOURCE_DIR}/examples/go/speech_times.go ${library} ${program})
+      set(environment GO111MODULE=off GOCACHE=${PROJECT_BINARY_DIR}/go CGO_ENABLED=1
+        "CGO_CFLAGS='-I${PROJECT_SOURCE_DIR}/include'" "CGO_LDFLAGS='${library}' -lm")
+      set_tests_properties(examples.go PROPERTIES
+        PASS_REGULAR_EXPRESSION "${spoken}\n$" ENVIRONMENT "${environment}")
+    endif()
   endif()
 endif()
