@@ -21,9 +21,10 @@ class Taken(NamedTuple):
 
 def _array(samples: Samples) -> Array:
     if isinstance(samples, (bytes, bytearray)) or (isinstance(samples, memoryview) and samples.format in "bBc"):
-        if len(samples) % 2:
-            raise ValueError(f"{len(samples)} bytes are no 16-bit samples: there must be an even number")
-        return np.frombuffer(samples, "<i2").astype(np.int16, copy=False)
+        octets = bytes(samples) if isinstance(samples, memoryview) else samples  # its bytes may have gaps
+        if len(octets) % 2:
+            raise ValueError(f"{len(octets)} bytes are no 16-bit samples: there must be an even number")
+        return np.frombuffer(octets, "<i2").astype(np.int16, copy=False)
     array = np.asarray(samples)
     if array.size == 0 and not isinstance(samples, (np.ndarray, memoryview)):
         return array.astype(np.int16)
@@ -45,12 +46,12 @@ def take(samples: Samples, channels: int) -> Taken:
     if not _known(array.dtype):
         hint = "; 16 bits of 32 are (samples >> 16).astype(np.int16)" if array.dtype.kind in "iu" else ""
         raise TypeError(f"samples must be int16, float32 or float64, not {array.dtype}{hint}")
-    flat = array.ndim == 1
-    if flat and channels == 2 and isinstance(samples, (bytes, bytearray, memoryview)):
+    if array.ndim == 1 and channels == 2 and isinstance(samples, (bytes, bytearray, memoryview)):
         if len(array) % 2:
             raise ValueError(f"{len(array)} samples are no pairs of left and right")
         array = array.reshape(-1, 2)
-    found = 1 if array.ndim == 1 else array.shape[1] if array.ndim == 2 else 0
+    flat = array.ndim == 1
+    found = 1 if flat else array.shape[1] if array.ndim == 2 else 0
     if found != channels:
         shape = "x".join(map(str, array.shape))
         turned = "; channels come second: samples.T" if array.ndim == 2 and array.shape[0] == channels else ""

@@ -86,7 +86,9 @@ def _configuration(rate: int, channels: int, settings: Dict[str, Any]) -> lib.Co
                 raise ValueError(f"decision must be one of {', '.join(lib.DECISIONS)}, not {value!r}")
             config.decision = lib.DECISIONS.index(value)
         elif name == "restore_level":
-            config.restore_level = int(bool(value))
+            if not isinstance(value, (bool, np.bool_)):
+                raise TypeError(f"restore_level must be True or False, not {value!r}")
+            config.restore_level = int(value)
         elif name.endswith("_score"):
             setattr(config, name, _number(name, value, 0, 1))
         elif name.endswith("_db"):

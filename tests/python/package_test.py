@@ -97,8 +97,11 @@ def test_takes_samples_in_every_form():
         assert np.array_equal(again.reshape(-1) * factor, cleaned)
         if isinstance(form, np.ndarray):
             assert (again.dtype, again.shape) == (form.dtype.newbyteorder("="), form.shape)
+    with_gaps = np.repeat(np.frombuffer(x.tobytes(), np.uint8), 2)
+    assert np.array_equal(kv.clean(memoryview(with_gaps)[::2], rate), cleaned)
     pairs = np.column_stack([x, x])
     assert kv.detect(pairs.tobytes(), rate, 2) == kv.detect(np.asfortranarray(pairs), rate) == kv.detect(pairs, rate)
+    assert np.array_equal(kv.clean(pairs.tobytes(), rate, 2), kv.clean(pairs, rate))
     loud = np.array([2, -2, np.inf, -np.inf] * 3000)
     assert np.array_equal(kv.clean(loud, rate), kv.clean(np.clip(loud, -1, 1), rate))
     for nothing in ([], b"", np.zeros((0, 2), np.int16)):
@@ -126,6 +129,7 @@ def test_says_what_is_wrong():
         (ValueError, "enter_score must be from 0 to 1, not 2", lambda: kv.Stream(16000, enter_score=2)),
         (ValueError, "not nan", lambda: kv.Stream(16000, enter_db=float("nan"))),
         (ValueError, "frame_length must be from 1 to 4096", lambda: kv.Stream(16000, frame_length=4097)),
+        (TypeError, "restore_level must be True or False, not 'no'", lambda: kv.Stream(16000, restore_level="no")),
         (TypeError, "min_gap_ms must be a whole number, not 0.3", lambda: kv.Stream(16000, min_gap_ms=0.3)),
         (ValueError, "pad_end_ms must be from 0 to 3600000, not -1", lambda: kv.Stream(16000, pad_end_ms=-1)),
     ):
