@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <cstring>
 #include <deque>
 #include <filesystem>
 #include <memory>
@@ -221,6 +222,26 @@ int run_frames(const Options& options) {
     return status_after(totals[0].fault);
 }
 
+/** Told of each channel's samples in turn, passes them on together. */
+std::vector<Listener> interleaving(
+    int channels, const std::function<void(const int16_t* samples, int64_t n)>& next) {
+    const auto together = std::make_shared<std::vector<int16_t>>();
+    const auto width = static_cast<std::size_t>(channels);
+    std::vector<Listener> listeners(width);
+    for (std::size_t channel = 0; channel < width; ++channel) {
+        listeners[channel].cleaned = [=](const int16_t* samples, int64_t n) {
+            together->resize(static_cast<std::size_t>(n) * width);
+            for (std::size_t i = 0; i < static_cast<std::size_t>(n); ++i) {
+                (*together)[i * width + channel] = samples[i];
+            }
+            if (channel + 1 == width) {
+                next(together->data(), n);
+            }
+        };
+    }
+    return listeners;
+}
+
 // ---- clean ---------------------------------------------------------------------------------
 
 int run_clean(const Options& options) {
@@ -235,10 +256,13 @@ int run_clean(const Options& options) {
     const std::unique_ptr<AudioSink> sink = open_sink(path, format, info.rate, info.channels);
     ProgressBar bar = bar_for(options, name, false);
     const Tick tick = drawing(bar);
-    const StreamTotals totals = listen_to(
-        work, options, false,
-        {{.frame = [&](const Frame& frame) { work.tick(frame, tick); },
-          .cleaned = [&](const int16_t* samples, int64_t n) { sink->write(samples, n); }}})[0];
+    const auto write = [&](const int16_t* samples, int64_t n) { sink->write(samples, n); };
+    std::vector<Listener> listeners = {{.cleaned = write}};
+    if (options.source.each_channel) {
+        listeners = interleaving(info.channels, write);
+    }
+    listeners[0].frame = [&](const Frame& frame) { work.tick(frame, tick); };
+    const StreamTotals totals = listen_to(work, options, false, listeners)[0];
     bar.wipe();
     if (!totals.fault.empty()) {
         check_is_no_input(path, {name});  // of what is damaged nothing is to be lost
@@ -258,16 +282,18 @@ std::string piece_extension(const SourceInfo& info) {
     return same && !own.empty() ? own : "wav";
 }
 
+/** @param taken  the paths of other channels' pieces, to which these are added */
 std::vector<std::string> piece_paths(const Options& options, const ResultHeader& header,
                                      const SourceInfo& cut,
-                                     const std::vector<segments::Segment>& list) {
-    const NameTemplate name_template(options.name_template);
+                                     const std::vector<segments::Segment>& list,
+                                     std::set<std::string>& taken) {
+    const NameTemplate name_template(options.piece_name());
     PieceName piece;
     piece.stem = stem_of(header.source.name);
     piece.extension = piece_extension(cut);
+    piece.channel = header.channel;
     piece.rate = header.source.rate;
     std::vector<std::string> paths;
-    std::set<std::string> different;
     for (const segments::Segment& segment : list) {
         ++piece.index;
         piece.start = segment.start;
@@ -275,8 +301,10 @@ std::vector<std::string> piece_paths(const Options& options, const ResultHeader&
         const std::filesystem::path path =
             std::filesystem::path(options.output) / name_template.fill(piece);
         paths.push_back(path.string());
-        if (!different.insert(paths.back()).second) {
-            throw Failure(paths.back(), "is the name of two segments; --template needs {index}");
+        if (!taken.insert(paths.back()).second) {
+            throw Failure(paths.back(),
+                          std::string("is the name of two segments; --template needs ") +
+                              (header.channel > 0 ? "{channel} and " : "") + "{index}");
         }
         check_is_no_input(paths.back(), {options.files[0]});
         check_may_overwrite(options, paths.back());
@@ -291,12 +319,13 @@ void check_pieces(const Options& options, const SourceInfo& info) {
     PieceName name;
     name.stem = stem_of(info.name);
     name.extension = piece_extension(info);
-    check_sink(piece, NameTemplate(options.name_template).fill(name));
+    check_sink(piece, NameTemplate(options.piece_name()).fill(name));
 }
 
 /** What `split` cuts: the recording as it came in, or the cleaned sound as it was judged. */
 struct Cut {
-    SourceInfo info;
+    SourceInfo info;   // of a piece
+    int channels = 0;  // in the spool
     SampleKind kind = SampleKind::kShort;
     std::optional<SampleSpool> spool;
 };
@@ -316,18 +345,33 @@ SourceInfo original_of(const SourceInfo& judged) {
     return info;
 }
 
+/** Puts one channel of n interleaved samples to the front. */
+void keep_channel(std::vector<double>& samples, int64_t n, int channel, const Cut& cut) {
+    const auto size = static_cast<std::size_t>(value_bytes(cut.kind));
+    const auto channels = static_cast<std::size_t>(cut.channels);
+    auto* const bytes = reinterpret_cast<char*>(samples.data());
+    for (std::size_t i = 0; i < static_cast<std::size_t>(n); ++i) {
+        const char* from = bytes + (i * channels + static_cast<std::size_t>(channel)) * size;
+        std::memmove(bytes + i * size, from, size);
+    }
+}
+
+/** @param channel  of the spool, counted from 0, where the piece has that one alone */
 std::unique_ptr<TemporaryFile> write_piece(const std::string& path, const Cut& cut,
-                                           const segments::Segment& segment) {
+                                           const segments::Segment& segment,
+                                           std::optional<int> channel) {
     const SourceInfo& info = cut.info;
     const std::unique_ptr<AudioSink> sink =
         open_sink(path, sink_format(info, path), info.rate, info.channels);
     constexpr int64_t kPieceValues = 131072;
-    const int64_t piece = std::max<int64_t>(kPieceValues / info.channels, 1);
-    std::vector<double> samples(
-        static_cast<std::size_t>(piece * info.channels));  // room for any kind
+    const int64_t piece = std::max<int64_t>(kPieceValues / cut.channels, 1);
+    std::vector<double> samples(static_cast<std::size_t>(piece * cut.channels));  // for any kind
     for (int64_t at = segment.start; at < segment.end; at += piece) {
         const int64_t count = std::min(piece, segment.end - at);
         cut.spool->read(at, samples.data(), count);
+        if (channel) {
+            keep_channel(samples, count, *channel, cut);
+        }
         sink->write_original(samples.data(), count, cut.kind);
     }
     std::unique_ptr<TemporaryFile> file = sink->finish();
@@ -347,7 +391,10 @@ int run_split(const Options& options) {
     }
     Work work(name, with_original);
     const SourceInfo& judged = work.header.source;
+    const bool apart = options.source.each_channel;
     cut.info = options.cleaned ? judged : original_of(judged);
+    cut.channels = cut.info.channels;
+    cut.info.channels = apart ? 1 : cut.channels;
     check_pieces(options, cut.info);
     std::error_code error;
     std::filesystem::create_directories(options.output, error);
@@ -355,34 +402,51 @@ int run_split(const Options& options) {
         throw Failure(options.output, error.message());
     }
     cut.kind = options.cleaned ? SampleKind::kShort : sample_kind(judged.sf_format);
-    cut.spool.emplace(options.output, value_bytes(cut.kind) * cut.info.channels);
+    cut.spool.emplace(options.output, value_bytes(cut.kind) * cut.channels);
     ProgressBar bar = bar_for(options, name, false);
     const Tick tick = drawing(bar);
-    Listener listener = {.frame = [&](const Frame& frame) { work.tick(frame, tick); }};
+    std::vector<Listener> listeners(work.headers.size());
     if (options.cleaned) {
-        listener.cleaned = [&](const int16_t* samples, int64_t n) {
-            cut.spool->append(samples, n);
-        };
+        const auto keep = [&](const int16_t* samples, int64_t n) { cut.spool->append(samples, n); };
+        listeners[0].cleaned = keep;
+        if (apart) {
+            listeners = interleaving(cut.channels, keep);
+        }
     }
-    const auto [totals, list, doubt] = segments_of(work, options, false, listener);
+    listeners[0].frame = [&](const Frame& frame) { work.tick(frame, tick); };
+    const std::vector<Speech> all = segments_of(work, options, false, listeners);
     bar.wipe();
-    const std::vector<std::string> paths = piece_paths(options, work.header, cut.info, list);
+    std::set<std::string> taken;
+    std::vector<std::vector<std::string>> paths;
+    for (std::size_t i = 0; i < all.size(); ++i) {
+        paths.push_back(piece_paths(options, work.headers[i], cut.info, all[i].list, taken));
+    }
     const auto place = [&](int64_t sample) {
         const auto at = static_cast<double>(sample) * cut.info.rate / judged.rate;
         return std::min(static_cast<int64_t>(std::llround(at)), cut.spool->length());
     };
     std::vector<std::unique_ptr<TemporaryFile>> files;
-    for (std::size_t i = 0; i < list.size(); ++i) {
-        files.push_back(
-            write_piece(paths[i], cut, {.start = place(list[i].start), .end = place(list[i].end)}));
+    for (std::size_t i = 0; i < all.size(); ++i) {
+        std::optional<int> channel;
+        if (apart) {
+            channel = options.cleaned ? static_cast<int>(i) : work.headers[i].channel - 1;
+        }
+        for (std::size_t k = 0; k < paths[i].size(); ++k) {
+            const segments::Segment& heard = all[i].list[k];
+            files.push_back(write_piece(
+                paths[i][k], cut, {.start = place(heard.start), .end = place(heard.end)}, channel));
+        }
     }
     TemporaryFile::commit_all(files);
-    if (!list.empty() && is_inexact(sink_format(cut.info, paths[0])) && cut.info.sf_format != 0) {
+    if (!taken.empty() && is_inexact(sink_format(cut.info, *taken.begin())) &&
+        cut.info.sf_format != 0) {
         warn(options, name,
              "the pieces are encoded anew; --template with .flac or .wav loses nothing more");
     }
-    warn(options, name, doubt);
-    return status_after(totals.fault);
+    for (const Speech& speech : all) {
+        warn(options, name, speech.doubt);
+    }
+    return status_after(all[0].totals.fault);
 }
 
 // ---- report --------------------------------------------------------------------------------
@@ -408,7 +472,7 @@ int run_report(const Options& options) {
                 work.tick(frame, tick);
             },
         .cleaned = [&](const int16_t* samples, int64_t n) { report.add_cleaned(samples, n); }};
-    const auto [totals, list, doubt] = segments_of(work, options, true, listener);
+    const auto [totals, list, doubt] = segments_of(work, options, true, {listener})[0];
     output.write(report.page(totals, list));
     bar.wipe();
     output.commit();

@@ -507,6 +507,30 @@ class Results(ToolTest):
             self.assertEqual([line[:-13] for line in frames if line[-1] == channel],
                              self.run_tool("frames", "--channels", channel, talk).stdout.splitlines()[1:])
 
+    def test_channels_are_cleaned_and_cut_apart(self):
+        """As each is alone, in the depth they came in; and pieces of two channels never under one name."""
+        talk = self.path("talk.wav")
+        subprocess.run(["sox", "-M", PROMPT, "-v", "0", PROMPT, PROMPT, "-b", "24", talk, "trim", "0", "4"], check=True)
+        def samples(path, channel=1):
+            return subprocess.run(["sox", path, "-t", "s24", "-", "remix", str(channel)], check=True, capture_output=True).stdout
+        self.run_tool("clean", "--each-channel", "--channels", "3,1", talk, self.path("clean.wav"))
+        for i, channel in enumerate("31", 1):
+            self.run_tool("clean", "--channels", channel, talk, self.path("alone.wav"))
+            self.assertEqual(samples(self.path("clean.wav"), i), samples(self.path("alone.wav")))
+        for words in ((), ("--cleaned",)):
+            parts, found = self.path("parts" + "".join(words)), set()
+            self.run_tool("split", *words, "--each-channel", "--channels", "2,3", "-o", parts, talk)
+            self.run_tool("split", *words, "--channels", "3", "-o", self.path("alone"), "--template", "{index}.wav", talk)
+            for i, name in enumerate(sorted(os.listdir(self.path("alone"))), 1):
+                found.add(f"talk_3_{i:04}.wav")
+                self.assertEqual(samples(f"{parts}/talk_3_{i:04}.wav"), samples(self.path(f"alone/{name}"), 1 if words else 3))
+            self.assertEqual(set(os.listdir(parts)), found)
+            self.assertIn(b"24-bit", subprocess.run(["soxi", f"{parts}/talk_3_0001.wav"], capture_output=True).stdout)
+        both = ("split", "--channels", "1,3", talk, "-o", self.path("both"), "--template")
+        self.fails(self.path("both/1.wav"), "needs {channel} and {index}", *both, "{index}.wav", "--each-channel")
+        self.assertEqual(self.run_tool(*both, "{channel}.wav").returncode, 2)
+        self.assertFalse(os.path.exists(self.path("both")) and os.listdir(self.path("both")))
+
     def test_rttm_names_tell_recordings_apart(self):
         for folder in ("one", "two"):
             os.mkdir(self.path(folder))
@@ -521,9 +545,10 @@ class Results(ToolTest):
         """Without and with speech, with a fault, without a result, from a stream, in channels, by each decision."""
         import jsonschema
         schema = json.loads((ROOT / "docs/results.schema.json").read_text())
+        jsonschema.Draft202012Validator.check_schema(schema)
+        kinds = {kind: jsonschema.Draft202012Validator({**schema, "oneOf": [{"$ref": f"#/$defs/{kind}"}]}) for kind in ("json", "jsonl")}
         def check(kind, results):
-            jsonschema.validate(results, {**schema, "oneOf": [{"$ref": f"#/$defs/{kind}"}]},
-                                cls=jsonschema.Draft202012Validator)
+            kinds[kind].validate(results)
         write_wav(self.path("silent.wav"), 8000, 1, [0] * 8000)
         cut = shutil.copy(PROMPT, self.path("cut.wav"))
         os.truncate(cut, 50000)

@@ -207,8 +207,8 @@ TEST_F(DetectionTest, SegmentsAreTheLibrarysEvents) {
                 const Options options = parse_options(command);
                 const Work work(file, options);
                 Places places;
-                for (const segments::Segment& segment :
-                     segments_of(work, options, false, {.frame = [](const Frame&) {}}).list) {
+                const Speech found = segments_of(work, options, false, {Listener{}})[0];
+                for (const segments::Segment& segment : found.list) {
                     places.emplace_back(segment.start, segment.open ? -segment.end : segment.end);
                 }
                 EXPECT_GT(places.size(), 1U);

@@ -92,16 +92,17 @@ struct Collector {
     std::vector<segments::Segment> list;
 };
 
-/** For each detector; the listener hears of the first one. */
-std::vector<Speech> speech_of(const Work& work, const Options& options, bool digest,
-                              const Listener& listener) {
+}  // namespace
+
+std::vector<Speech> segments_of(const Work& work, const Options& options, bool digest,
+                                const std::vector<Listener>& listeners) {
     std::deque<Collector> collectors;
-    std::vector<Listener> listeners;
-    for (const ResultHeader& header : work.headers) {
-        collectors.emplace_back(header);
-        listeners.push_back(collectors.back().listener(listeners.empty() ? listener : Listener{}));
+    std::vector<Listener> collecting;
+    for (std::size_t i = 0; i < work.headers.size(); ++i) {
+        collectors.emplace_back(work.headers[i]);
+        collecting.push_back(collectors.back().listener(listeners[i]));
     }
-    const std::vector<StreamTotals> totals = listen_to(work, options, digest, listeners);
+    const std::vector<StreamTotals> totals = listen_to(work, options, digest, collecting);
     std::vector<Speech> all;
     for (std::size_t i = 0; i < collectors.size(); ++i) {
         Collector& each = collectors[i];
@@ -112,19 +113,13 @@ std::vector<Speech> speech_of(const Work& work, const Options& options, bool dig
     return all;
 }
 
-}  // namespace
-
-Speech segments_of(const Work& work, const Options& options, bool digest,
-                   const Listener& listener) {
-    return speech_of(work, options, digest, listener)[0];
-}
-
 Finding find_speech(const std::string& name, const Options& options, bool several,
                     const Tick& tick) {
     const Work work(name, options);
+    std::vector<Listener> listeners(work.headers.size());
+    listeners[0].frame = [&](const Frame& frame) { work.tick(frame, tick); };
     const std::vector<Speech> all =
-        speech_of(work, options, holds_digest(options.format),
-                  {.frame = [&](const Frame& frame) { work.tick(frame, tick); }});
+        segments_of(work, options, holds_digest(options.format), listeners);
     Finding finding;
     finding.fault = all[0].totals.fault;
     std::vector<Judged> judged;

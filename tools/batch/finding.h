@@ -39,11 +39,12 @@ struct Speech {
     std::string doubt;  ///< as Doubt tells it
 };
 
-/** All segments of an input; the listener hears of everything. With --strict a fault of the source is a
- * Failure. */
-Speech segments_of(const Work& work, const Options& options, bool digest, const Listener& listener);
+/** All segments of an input, for each detector of `work`, whose own listener hears of everything. With
+ * --strict a fault of the source is a Failure. */
+std::vector<Speech> segments_of(const Work& work, const Options& options, bool digest,
+                                const std::vector<Listener>& listeners);
 
-/** The same without segments, for each detector of `work` with its own listener. */
+/** The same without segments. */
 std::vector<StreamTotals> listen_to(const Work& work, const Options& options, bool digest,
                                     const std::vector<Listener>& listeners);
 

@@ -1,5 +1,6 @@
 #include "tools/cli/name_template.h"
 
+#include <algorithm>
 #include <array>
 #include <filesystem>
 #include <stdexcept>
@@ -16,9 +17,10 @@ constexpr std::size_t kMostDigits = 2;  // of a width
 }  // namespace
 
 NameTemplate::Part NameTemplate::parse_field(const std::string& inside) {
-    static const std::array<std::pair<const char*, Field>, 7> fields = {
+    static const std::array<std::pair<const char*, Field>, 8> fields = {
         {{"stem", Field::kStem},
          {"ext", Field::kExt},
+         {"channel", Field::kChannel},
          {"index", Field::kIndex},
          {"start", Field::kStart},
          {"end", Field::kEnd},
@@ -39,8 +41,8 @@ NameTemplate::Part NameTemplate::parse_field(const std::string& inside) {
         (!numeric && colon != std::string::npos)) {
         throw std::invalid_argument(
             "{" + inside +
-            "} is none of {stem} {ext} {index} {start} {end} {start_samples} {end_samples}, the "
-            "numbers with or without a width as in {index:04}");
+            "} is none of {stem} {ext} {channel} {index} {start} {end} {start_samples} "
+            "{end_samples}, the numbers with or without a width as in {index:04}");
     }
     part.width = static_cast<std::size_t>(std::stoi(width));
     return part;
@@ -88,6 +90,9 @@ std::string NameTemplate::fill(const PieceName& piece) const {
             case Field::kExt:
                 text = piece.extension;
                 break;
+            case Field::kChannel:
+                text = std::to_string(piece.channel);
+                break;
             case Field::kIndex:
                 text = std::to_string(piece.index);
                 break;
@@ -107,6 +112,11 @@ std::string NameTemplate::fill(const PieceName& piece) const {
         name += (text.size() < part.width ? std::string(part.width - text.size(), '0') : "") + text;
     }
     return name;
+}
+
+bool NameTemplate::names_channel() const {
+    return std::any_of(parts_.begin(), parts_.end(),
+                       [](const Part& part) { return part.field == Field::kChannel; });
 }
 
 std::string stem_of(const std::string& path) {

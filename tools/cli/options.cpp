@@ -244,9 +244,15 @@ void Adder::input() {
 
 void Adder::each_channel() {
     group_ = "Input";
-    flag("--each-channel",
-         "judge channels apart, any number of them, in one pass; all formats say which one it is",
-         options_.source.each_channel);
+    const char* const about =
+        options_.command == Command::kClean
+            ? "suppress the noise of each channel by itself, any number of them; else the first of "
+              "two decides for both"
+        : options_.command == Command::kSplit
+            ? "judge channels apart, any number of them; the pieces of each have that one alone"
+            : "judge channels apart, any number of them, in one pass; all formats say which one it "
+              "is";
+    flag("--each-channel", about, options_.source.each_channel);
 }
 
 void Adder::milliseconds(const std::string& name, const std::string& about,
@@ -436,9 +442,10 @@ void Adder::batch() {
 void Adder::pieces() {
     group_ = "Output";
     value("--template", "NAME",
-          "names of the files, " + options_.name_template +
+          "names of the files, " + options_.piece_name() +
               " unless given. {stem}: the recording's name; {ext}: the extension of its format; "
-              "{index}: 1 for the first segment; {start} {end}: seconds; {start_samples} "
+              "{channel}: with --each-channel, which one, and else no field; {index}: 1 for the "
+              "first segment; {start} {end}: seconds; {start_samples} "
               "{end_samples}: samples. A width, as in {index:04}, fills up with zeros",
           [&options = options_](const std::string& pattern) {
               const NameTemplate valid(pattern);
@@ -552,7 +559,7 @@ std::unique_ptr<CLI::App> make_parser(Command command, Options& options) {
         add.segments();
     }
     add.input();
-    if (command == Command::kDetect || command == Command::kFrames) {
+    if (command != Command::kReport) {
         add.each_channel();
     }
     add.help();
@@ -598,6 +605,9 @@ std::string contradiction(const Options& options) {
     if (options.source.channels.size() > 2 && !options.source.downmix &&
         !options.source.each_channel) {
         return "--channels takes one or two, or more with --downmix or --each-channel";
+    }
+    if (!options.source.each_channel && NameTemplate(options.piece_name()).names_channel()) {
+        return "{channel} in --template needs --each-channel";
     }
     if (options.null_separated && options.files_from.empty()) {
         return "--null needs --files-from";

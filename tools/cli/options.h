@@ -105,7 +105,7 @@ struct Options {
 
     EmbeddedAudio page_audio = EmbeddedAudio::kMp3;
 
-    std::string name_template = "{stem}_{index:04}.{ext}";
+    std::string name_template;  ///< empty: piece_name()
     bool cleaned = false;
     bool no_clobber = false;  ///< unless `force`: nothing that is there is overwritten
     bool force = false;
@@ -122,6 +122,8 @@ struct Options {
     /** Where no option gives a time: of the preset, or else what suits the command and the format. */
     const SegmentTimes& times() const;
     segments::Rules rules(int rate) const;
+    /** The pattern for the names of pieces. */
+    std::string piece_name() const;
     /** Everything that the result of a recording depends on, besides the recording. */
     std::string fingerprint() const;
 };

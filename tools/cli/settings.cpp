@@ -115,6 +115,13 @@ segments::Rules Options::rules(int rate) const {
     return rules;
 }
 
+std::string Options::piece_name() const {
+    if (!name_template.empty()) {
+        return name_template;
+    }
+    return source.each_channel ? "{stem}_{channel}_{index:04}.{ext}" : "{stem}_{index:04}.{ext}";
+}
+
 std::string Options::fingerprint() const {
     std::ostringstream text;
     text << result_format_names()[static_cast<std::size_t>(format)] << " align "

@@ -29,7 +29,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* input, size_t size) {
         return 0;
     }
     require(options.jobs >= 1 && options.jobs <= 256, "there is a number of jobs");
-    require(!options.files.empty() || !options.files_from.empty(), "there is something to do");
+    require(!options.files.empty() || !options.files_from.empty() ||
+                options.command == Command::kSelftest,
+            "there is something to do");
     require(
         !options.source.raw || (options.source.raw->rate >= 1 && options.source.raw->channels >= 1),
         "raw samples have a rate and channels");
@@ -37,7 +39,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* input, size_t size) {
                 options.source.each_channel,
             "two channels at most are judged together");
     require(!options.fingerprint().empty(), "options have a fingerprint");
-    const NameTemplate pattern(options.name_template);
+    const NameTemplate pattern(options.piece_name());
     for (const int rate : {1, 16000, 49999}) {
         const korvane::segments::Rules rules = options.rules(rate);
         for (const int64_t samples :
