@@ -27,10 +27,15 @@ std::vector<int16_t> noise(int64_t n, unsigned seed) {
 TEST(Envelope, BytesAreTheExtremesOfEachBucketHoweverOftenItWasMerged) {
     const std::vector<int16_t> lows = noise(300, 1);
     const std::vector<int16_t> highs = noise(300, 2);
+    std::vector<int16_t> pairs;
+    for (std::size_t i = 0; i < lows.size(); ++i) {
+        pairs.insert(pairs.end(), {lows[i], highs[i]});
+    }
     for (int64_t n = 1; n <= 300; ++n) {
         Envelope envelope(8);
-        for (std::size_t i = 0; i < static_cast<std::size_t>(n); ++i) {
-            envelope.add(lows[i], highs[i]);
+        for (int64_t i = 0, piece = 0; i < n; i += piece) {
+            piece = std::min(n - i, i % 11 + 1);
+            envelope.add(pairs.data() + 2 * i, piece, 2);
         }
         const int64_t bucket = envelope.bucket();
         ASSERT_LE(envelope.count(), 8);
@@ -40,10 +45,10 @@ TEST(Envelope, BytesAreTheExtremesOfEachBucketHoweverOftenItWasMerged) {
         for (std::size_t i = 0; i < static_cast<std::size_t>(n); ++i) {
             if (i % static_cast<std::size_t>(bucket) == 0) {
                 expected.push_back(lows[i]);
-                high.push_back(highs[i]);
+                high.push_back(lows[i]);
             }
-            expected.back() = std::min(expected.back(), lows[i]);
-            high.back() = std::max(high.back(), highs[i]);
+            expected.back() = std::min({expected.back(), lows[i], highs[i]});
+            high.back() = std::max({high.back(), lows[i], highs[i]});
         }
         expected.insert(expected.end(), high.begin(), high.end());
         const std::vector<uint8_t> bytes = envelope.bytes();

@@ -18,19 +18,29 @@ void append(std::vector<uint8_t>& bytes, const std::vector<int16_t>& values) {
 
 Envelope::Envelope(int64_t limit) : limit_(limit) {}
 
-void Envelope::add(int16_t low, int16_t high) {
-    if (filled_ > 0 && filled_ < bucket_) {
-        low_.back() = std::min(low_.back(), low);
-        high_.back() = std::max(high_.back(), high);
-        ++filled_;
-        return;
+void Envelope::add(const int16_t* numbers, int64_t n, int width) {
+    while (n > 0) {
+        if (low_.empty() || filled_ == bucket_) {
+            if (count() == limit_) {
+                halve();
+            }
+            low_.push_back(*numbers);
+            high_.push_back(*numbers);
+            filled_ = 0;
+        }
+        const int64_t taken = std::min(n, bucket_ - filled_);
+        const int16_t* const end = numbers + taken * width;
+        int16_t low = low_.back();
+        int16_t high = high_.back();
+        for (; numbers != end; ++numbers) {
+            low = std::min(low, *numbers);
+            high = std::max(high, *numbers);
+        }
+        low_.back() = low;
+        high_.back() = high;
+        filled_ += taken;
+        n -= taken;
     }
-    if (count() == limit_) {
-        halve();
-    }
-    low_.push_back(low);
-    high_.push_back(high);
-    filled_ = 1;
 }
 
 /** All buckets are full here and their number is even. */

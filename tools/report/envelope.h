@@ -18,8 +18,8 @@ class Envelope {
     /** @param limit  most buckets, even and at least 2 */
     explicit Envelope(int64_t limit);
 
-    /** The next value: its lower and upper end, equal where it is a single number. */
-    void add(int16_t low, int16_t high);
+    /** The next n values, each the extremes of `width` numbers that follow each other. */
+    void add(const int16_t* numbers, int64_t n, int width);
 
     /** How many values are in a bucket; a power of two. The last bucket may hold fewer. */
     int64_t bucket() const { return bucket_; }

@@ -40,11 +40,7 @@ struct Track {
           spectrogram(source.rate, source.channels, kSpectrogramCells) {}
 
     void add(const int16_t* samples, int64_t n) {
-        for (int64_t i = 0; i < n; ++i) {
-            const int16_t* sample = samples + i * channels;
-            const auto [low, high] = std::minmax_element(sample, sample + channels);
-            waveform.add(*low, *high);
-        }
+        waveform.add(samples, n, channels);
         spectrogram.add(samples, n);
         if (audio) {
             audio->add(samples, n);
@@ -224,9 +220,9 @@ void Report::add_cleaned(const int16_t* samples, int64_t n) {
 void Report::add(const Frame& frame) {
     State& state = *state_;
     const auto level = static_cast<int16_t>(std::lround(kLevelSteps * frame.level));
-    state.level.add(level, level);
+    state.level.add(&level, 1, 1);
     const auto score = static_cast<int16_t>(std::lround(kScoreSteps * frame.score));
-    state.score.add(score, score);
+    state.score.add(&score, 1, 1);
     if (frame.speech != state.speech) {
         state.speech = frame.speech;
         state.flag_changes.push_back(frame.index);

@@ -28,6 +28,7 @@ struct Spectrogram::Transform {
         : in(fftwf_alloc_real(static_cast<std::size_t>(window))),
           out(fftwf_alloc_complex(static_cast<std::size_t>(window) / 2 + 1)),
           weights(static_cast<std::size_t>(window)),
+          squares(static_cast<std::size_t>(window) / 2),
           power(static_cast<std::size_t>(rows)) {
         if (in == nullptr || out == nullptr) {
             throw std::bad_alloc();
@@ -55,7 +56,8 @@ struct Spectrogram::Transform {
     fftwf_complex* out;
     fftwf_plan plan;
     std::vector<float> weights;
-    std::vector<double> power;  // of a window, by row
+    std::vector<float> squares;  // of the magnitudes
+    std::vector<float> power;    // of a window, by row
 };
 
 Spectrogram::Spectrogram(int rate, int channels, int64_t cells)
@@ -87,7 +89,7 @@ void Spectrogram::add(const int16_t* samples, int64_t n) {
     std::size_t begin = 0;
     const std::size_t needed = samples_in(window_);
     for (; pending_.size() - begin >= needed; begin += samples_in(step_)) {
-        std::fill(transform_->power.begin(), transform_->power.end(), 0.0);
+        std::fill(transform_->power.begin(), transform_->power.end(), 0.0F);
         for (int channel = 0; channel < channels_; ++channel) {
             const int16_t* first = pending_.data() + begin + static_cast<std::size_t>(channel);
             for (int i = 0; i < window_; ++i) {
@@ -104,15 +106,20 @@ void Spectrogram::add(const int16_t* samples, int64_t n) {
 /** One channel of a window, into the power by row. The bin at half the rate is left out. */
 void Spectrogram::transform() {
     fftwf_execute(transform_->plan);
+    const fftwf_complex* const out = transform_->out;
+    float* const squares = transform_->squares.data();
+    for (int bin = 0; bin < window_ / 2; ++bin) {
+        squares[bin] = out[bin][0] * out[bin][0] + out[bin][1] * out[bin][1];
+    }
     const int bins = window_ / 2 / rows_;
-    for (int row = 0; row < rows_; ++row) {
-        double strongest = 0;
-        for (int bin = row * bins; bin < (row + 1) * bins; ++bin) {
-            const double re = transform_->out[bin][0];
-            const double im = transform_->out[bin][1];
-            strongest = std::max(strongest, re * re + im * im);
+    if (bins > 1) {
+        for (int row = 0; row < rows_; ++row) {
+            squares[row] = *std::max_element(squares + row * bins, squares + (row + 1) * bins);
         }
-        transform_->power[static_cast<std::size_t>(row)] += strongest / channels_;
+    }
+    const float share = 1.0F / static_cast<float>(channels_);
+    for (std::size_t row = 0; row < column_.size(); ++row) {
+        transform_->power[row] += share * squares[row];
     }
 }
 
