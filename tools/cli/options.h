@@ -21,6 +21,7 @@ namespace korvane::tool {
 
 constexpr int kLongestFrame = 4096;   ///< samples
 constexpr float kLowestLevel = -140;  ///< dB, of silence
+constexpr int kMostJobs = 256;
 
 enum class Command { kDetect, kFrames, kClean, kSplit, kReport, kScore, kSelftest };
 

@@ -27,6 +27,8 @@ std::string printable(const std::string& name) {
     return text;
 }
 
+std::string boolean(bool value) { return value ? "true" : "false"; }
+
 std::string csv_field(const std::string& text) {
     if (text.find_first_of("\",\r\n") == std::string::npos) {
         return text;

@@ -10,6 +10,9 @@ namespace korvane::tool {
 /** For a line that people read: control characters as \\xHH. */
 std::string printable(const std::string& name);
 
+/** "true" or "false". */
+std::string boolean(bool value);
+
 /** As RFC 4180 quotes it, where it must. */
 std::string csv_field(const std::string& text);
 
