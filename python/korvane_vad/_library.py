@@ -2,12 +2,16 @@
 
 import ctypes
 import pathlib
-from typing import Any
+from typing import TYPE_CHECKING, Any
 
 import numpy as np
-import numpy.typing as npt
 
-Array = npt.NDArray[Any]
+if TYPE_CHECKING:
+    import numpy.typing as npt
+
+    Array = npt.NDArray[Any]
+else:  # NumPy 1.19 has no typing
+    Array = np.ndarray
 
 ERROR_ENDED = -14
 ERROR_NO_MEMORY = -11
