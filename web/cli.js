@@ -11,6 +11,14 @@ Several files: the name comes first.
   --json   one JSON object a line
   --help   this text`;
 
+process.stdout.on("error", (error) => {
+  if (error.code !== "EPIPE") { // then whoever reads has had enough
+    console.error(`korvane-vad: ${error.message}`);
+    process.exitCode = 1;
+  }
+  process.exit();
+});
+
 const words = process.argv.slice(2);
 const options = words.filter((word) => word.startsWith("-"));
 const files = words.filter((word) => !options.includes(word));
@@ -24,7 +32,6 @@ if (unknown !== undefined || files.length === 0) {
   process.exit(2);
 }
 
-process.stdout.on("error", () => process.exit()); // whoever reads has had enough
 for (const file of files) {
   try {
     for (const { start, end, open } of await detect(readWav(readFileSync(file)))) {

@@ -155,7 +155,10 @@ export class Vad {
 /** The stretches of speech in a whole recording. */
 export function detect(recording: Samples, options?: RecordingOptions): Promise<Segment[]>;
 
-/** A whole recording without its steady noise: as long as it was, nothing shifted, in the form it came in. */
+/**
+ * A whole recording without its steady noise: as long as it was, nothing shifted, in the form it came in. Outside a
+ * browser a library's AudioBuffer comes back as a Recording.
+ */
 export function clean<Form extends Samples>(recording: Form, options?: RecordingOptions): Promise<Form>;
 
 /** Samples in, events out. */

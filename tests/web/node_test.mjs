@@ -3,7 +3,7 @@
 // KORVANE_WEB_TARBALL and KORVANE_NATIVE (the program native.c) say where things are.
 import assert from "node:assert/strict";
 import { execFileSync, spawnSync } from "node:child_process";
-import { copyFileSync, mkdtempSync, readdirSync, readFileSync, rmSync, statSync, writeFileSync } from "node:fs";
+import { copyFileSync, mkdtempSync, openSync, readdirSync, readFileSync, rmSync, statSync, writeFileSync } from "node:fs";
 import { tmpdir } from "node:os";
 import { join } from "node:path";
 import { after, describe, it } from "node:test";
@@ -242,7 +242,7 @@ describe("what is wrong is said, and nothing is lost", () => {
     [undefined, TypeError, /options must be an object/],
     [{}, TypeError, /sampleRate is missing/],
     [{ sampleRate: "16000" }, TypeError, /sampleRate must be a number, not "16000"/],
-    ...[0, -1, 50000, 1e300, 22050.5].map((sampleRate) => [{ sampleRate }, RangeError, /sampleRate must be from 1 to 49999 Hz.*resample/]),
+    ...[0, -1, 50000, 1e300, 22050.5].map((sampleRate) => [{ sampleRate }, RangeError, /sampleRate must be a whole number from 1 to 49999 Hz.*resample/]),
     [{ sampleRate: NaN }, RangeError, /finite/],
     ...[0, 3, 2 ** 32 + 1, 1.5].map((channels) => [of({ channels }), RangeError, /channels must be 1 or 2.*mix/]),
     [of({ decision: "best" }), RangeError, /"adaptive", "fixed", "detector", not "best"/],
@@ -271,7 +271,7 @@ describe("what is wrong is said, and nothing is lost", () => {
       [Buffer.alloc(4), TypeError, /new Int16Array/], [[1, 2], TypeError, /not 1/], [new Float64Array(2), TypeError, /not Float64Array/],
       [moved, TypeError, /detached/], [two(moved, moved), TypeError, /detached/], [new Int16Array(3), RangeError, /pairs of left and right/],
       [[new Int16Array(2)], RangeError, /1 channels, but.*2/], [two(new Int16Array(2), new Int16Array(3)), RangeError, /equally long/],
-      [two(new Int16Array(2), new Float32Array(2)), RangeError, /one type/], [[], RangeError, /0 channels/],
+      [two(new Int16Array(2), new Float32Array(2)), RangeError, /one type/], [[], RangeError, /no channels/],
       [{ sampleRate: 8000, channelData: two(moved, moved) }, RangeError, /8000 Hz, but.*16000/],
     ]) {
       assert.throws(() => vad.push(samples), (error) => error.constructor === kind && text.test(error.message), String(text));
@@ -289,6 +289,9 @@ describe("what is wrong is said, and nothing is lost", () => {
       assert.throws(call, { constructor: TypeError, message: /closed; Vad.create/ });
     }
     assert.throws(() => new Vad(), /Vad.create/);
+    await assert.rejects(events(5, { sampleRate: 16000 }).next(), /ReadableStream.*not 5/);
+    await vadStream({ sampleRate: 16000 }).readable.cancel(); // before there is a Vad
+    await detect({ sampleRate: 16000, channelData: [new Int16Array(9)] }, { sampleRate: undefined, channels: undefined });
   });
 
   it("files that are no sound", () => {
@@ -297,10 +300,20 @@ describe("what is wrong is said, and nothing is lost", () => {
     for (const [bytes, kind, text] of [
       ["talk.wav", TypeError, /a file's bytes/], [new Uint8Array(0), RangeError, /no WAV file/], [wav.subarray(0, 36), RangeError, /no samples/],
       [changed(20, 85), RangeError, /format 85/], [changed(22, 0), RangeError, /0 channels/],
+      [changed(32, 4), RangeError, /4 bytes for each/],
     ]) {
       assert.throws(() => readWav(bytes), (error) => error.constructor === kind && text.test(error.message));
     }
     assert.equal(readWav(wav.subarray(0, 1000)).channelData[0].length, 478);
+    // What follows the samples is none of them: behind a size of 64 bits, and in a finished file without samples.
+    const chunk = (name, size, ...bytes) => [...name].map((c) => c.charCodeAt(0)).concat([...new Uint8Array(Uint32Array.of(size).buffer)], bytes);
+    const format = [...wav.subarray(12, 36)];
+    const list = chunk("LIST", 4, 1, 2, 3, 4);
+    const long = Uint8Array.from([...chunk("RF64", 0xffffffff), ...chunk("WAVEds64", 24).slice(0, 8), 24, 0, 0, 0, ...new Uint8Array(8), 4, ...new Uint8Array(15),
+      ...format, ...chunk("data", 0xffffffff, 1, 0, 2, 0), ...list]);
+    assert.deepEqual(readWav(long).channelData, [Int16Array.of(1, 2)]);
+    const empty = [...chunk("WAVE", 0).slice(0, 4), ...format, ...chunk("data", 0), ...list];
+    assert.equal(readWav(Uint8Array.from([...chunk("RIFF", empty.length), ...empty])).channelData[0].length, 0);
   });
 });
 
@@ -335,6 +348,10 @@ describe("as people use it", () => {
     for (const [words, status] of [[[], 2], [["--jsn", "talk.wav"], 2], [["--help"], 0]]) {
       assert.equal(run(...words).status, status);
     }
+    const full = openSync("/dev/full", "w");
+    const lost = spawnSync("npx", ["--offline", "korvane-vad", "talk.wav"], { cwd: folder, encoding: "utf8", stdio: ["ignore", full, "pipe"] });
+    assert.match(lost.stderr, /ENOSPC/);
+    assert.equal(lost.status, 1);
   });
 
   it("a program in TypeScript", () => {

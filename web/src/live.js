@@ -1,10 +1,12 @@
 // Detectors on live sound: a node for audio graphs, and the microphone.
 import workletText from "korvane-worklet";
+import { SETTINGS } from "./engine.js";
 import { loadEngine, Reports, settingsOf } from "./vad.js";
 
 const CALLS = ["onSpeechStart", "onSpeechEnd", "onFrame", "onError"];
 const LISTENING = { padStartMs: 300, padEndMs: 100, minGapMs: 500 };
 const SOUNDS = ["none", "input", "cleaned"];
+const DETECTOR_LATE = 19680; // samples from the begin and from the end of speech to decision "detector"'s answers
 
 const added = new WeakMap(); // by context, the promise of its worklet
 
@@ -26,6 +28,15 @@ function addWorklet(context, url) {
     }).finally(() => own && URL.revokeObjectURL(own)));
   }
   return added.get(context);
+}
+
+/** Settles when a context is closed: its worklets then answer no more. An offline one has no close() and does answer. */
+function closing(context) {
+  return new Promise((done) => {
+    const look = () => typeof context.close === "function" && context.state === "closed" && done();
+    context.addEventListener("statechange", look);
+    look();
+  });
 }
 
 /** Options for the node and its callbacks apart from those of the detector. */
@@ -66,6 +77,7 @@ export async function vadNode(context, options = {}) {
   const ms = (name) => settings[name] ?? 0;
   // How long after its first sample speech may be told.
   const late = ms("onsetMs") + (settings.hangoverMs ?? 40) + ms("minGapMs") + ms("minSpeechMs") + ms("padStartMs") + ms("padEndMs") + 1000;
+  const frameLength = stream.settings[SETTINGS.indexOf("frameLength")];
   const node = new AudioWorkletNode(context, `korvane-vad-${VERSION}`, {
     numberOfInputs: 1,
     numberOfOutputs: 1,
@@ -78,13 +90,19 @@ export async function vadNode(context, options = {}) {
       settings: stream.settings,
       frames: mine.onFrame !== undefined,
       sound,
-      keep: Math.ceil(late / 1000 * context.sampleRate),
+      keep: Math.ceil(late / 1000 * context.sampleRate) + 3 * frameLength + (settings.decision === "detector" ? DETECTOR_LATE : 0),
     },
   });
 
   const waiting = []; // ends whose sound is on its way
   let pieces = [];
-  const ended = (event, spoken) => mine.onSpeechEnd?.(spoken, event);
+  const tell = (name, ...values) => {
+    try {
+      mine[name]?.(...values);
+    } catch (error) {
+      reportError(error); // what a page throws keeps nothing from its next call
+    }
+  };
   const onSound = ({ sound: piece, whole }) => {
     pieces.push(piece);
     if (!whole) {
@@ -98,7 +116,7 @@ export async function vadNode(context, options = {}) {
       }
     }
     pieces = [];
-    ended(waiting.shift(), spoken);
+    tell("onSpeechEnd", spoken, waiting.shift());
   };
   const closed = new Promise((done) => {
     node.port.onmessage = ({ data }) => {
@@ -107,15 +125,15 @@ export async function vadNode(context, options = {}) {
         for (const [kind, ...numbers] of data.told) {
           if (kind === "frame") {
             reports.onFrame(...numbers);
-            mine.onFrame(reports.frames.pop());
+            tell("onFrame", reports.frames.pop());
             continue;
           }
           reports.onEvent(...numbers);
           const event = reports.events.pop();
           if (event.type === "start") {
-            mine.onSpeechStart?.(event);
+            tell("onSpeechStart", event);
           } else if (sound === "none") {
-            ended(event);
+            tell("onSpeechEnd", undefined, event);
           } else {
             waiting.push(event);
           }
@@ -131,15 +149,15 @@ export async function vadNode(context, options = {}) {
     };
   });
   node.onprocessorerror = () => mine.onError?.(new Error("the audio worklet has failed; make a new node"));
-  let closing = null;
+  let end = null;
   return Object.assign(node, {
     delay: stream.delay,
     reset() {
       node.port.postMessage("reset");
     },
     close() {
-      closing ??= (node.port.postMessage("close"), closed.then(() => node.disconnect()));
-      return closing;
+      end ??= (node.port.postMessage("close"), Promise.race([closed, closing(context)]).then(() => node.disconnect()));
+      return end;
     },
   });
 }
@@ -156,14 +174,22 @@ export async function listen(options = {}) {
   // What this function has opened it closes.
   const stopTracks = () => mine.stream ?? stream.getTracks().forEach((track) => track.stop());
   let context = mine.audioContext;
-  const closeContext = () => mine.audioContext ?? context?.close();
+  let node;
+  let stopping = null;
+  const close = async () => {
+    stopTracks();
+    await node?.close();
+    if (mine.audioContext === undefined && context !== undefined && context.state !== "closed") {
+      await context.close();
+    }
+  };
   try {
     context ??= new AudioContext(mine.sampleRate === undefined ? {} : { sampleRate: mine.sampleRate });
     if (mine.audioContext === undefined && context.sampleRate > 49999) {
       await context.close();
       context = new AudioContext({ sampleRate: 48000 });
     }
-    const node = await vadNode(context, { ...LISTENING, ...rest });
+    node = await vadNode(context, { ...LISTENING, ...rest });
     const source = context.createMediaStreamSource(stream);
     const silence = new GainNode(context, { gain: 0 }); // a node that leads nowhere may not run
     source.connect(node).connect(silence).connect(context.destination);
@@ -184,17 +210,18 @@ export async function listen(options = {}) {
           paused = false;
         }
       },
-      async stop() {
-        source.disconnect();
-        await node.close();
-        silence.disconnect();
-        stopTracks();
-        await closeContext();
+      stop() {
+        stopping ??= (async () => {
+          source.disconnect();
+          await node.close();
+          silence.disconnect();
+          await close();
+        })();
+        return stopping;
       },
     };
   } catch (error) {
-    stopTracks();
-    await closeContext();
+    await close();
     throw error;
   }
 }

@@ -1,12 +1,12 @@
 // Whole recordings and streams of samples.
-import { isAudioBuffer, recordingOf } from "./samples.js";
+import { isAudioBuffer, nameOf, recordingOf } from "./samples.js";
 import { Vad } from "./vad.js";
 
 /** Hands a recording to a new Vad: gives what push and flush told. */
 async function hear(recording, options) {
   const { samples, ...facts } = recordingOf(recording);
-  const known = Object.fromEntries(Object.entries(facts).filter(([, value]) => value !== undefined));
-  const vad = await Vad.create({ ...known, ...options });
+  const given = [facts, options ?? {}].flatMap(Object.entries).filter(([, value]) => value !== undefined);
+  const vad = await Vad.create(Object.fromEntries(given));
   try {
     return [vad.push(recording), vad.flush()];
   } finally {
@@ -28,30 +28,43 @@ export async function clean(recording, options) {
     return whole;
   };
   const joined = Array.isArray(begin) ? begin.map((one, c) => join(one, end[c])) : join(begin, end);
-  if (isAudioBuffer(recording)) {
+  if (isAudioBuffer(recording) && typeof AudioBuffer === "function") {
     const { length, numberOfChannels, sampleRate } = recording;
     const buffer = new AudioBuffer({ length, numberOfChannels, sampleRate });
     joined.forEach((one, c) => buffer.copyToChannel(one, c));
     return buffer;
   }
-  return recording.channelData ? { sampleRate: recording.sampleRate, channelData: joined } : joined;
+  if (isAudioBuffer(recording)) { // of a library, outside browsers
+    return { sampleRate: recording.sampleRate, channelData: joined };
+  }
+  return recording.channelData ? { ...recording, channelData: joined } : joined;
 }
 
 export function vadStream(options) {
   let vad;
+  let cancelled = false;
   return new TransformStream({
     async start() {
       vad = await Vad.create(options);
+      if (cancelled) {
+        vad.close();
+      }
     },
     transform(samples, controller) {
-      vad.push(samples).events.forEach((event) => controller.enqueue(event));
+      try {
+        vad.push(samples).events.forEach((event) => controller.enqueue(event));
+      } catch (error) {
+        vad.close(); // the stream is over
+        throw error;
+      }
     },
     flush(controller) {
       vad.flush().events.forEach((event) => controller.enqueue(event));
       vad.close();
     },
     cancel() {
-      vad.close();
+      cancelled = true;
+      vad?.close();
     },
   });
 }
@@ -59,6 +72,9 @@ export function vadStream(options) {
 /** The chunks of a stream; not every browser's are iterable. */
 async function* chunksOf(readable) {
   if (typeof readable?.getReader !== "function") {
+    if (!readable?.[Symbol.asyncIterator] && !readable?.[Symbol.iterator]) {
+      throw new TypeError(`events takes a ReadableStream or what for await goes through, not ${nameOf(readable)}`);
+    }
     yield* readable;
     return;
   }
@@ -69,6 +85,7 @@ async function* chunksOf(readable) {
     }
   } finally {
     await reader.cancel();
+    reader.releaseLock();
   }
 }
 

@@ -3,7 +3,7 @@
 /** What a value is, for a message. */
 export function nameOf(value) {
   if (value === null || typeof value !== "object") {
-    return typeof value === "string" ? "a string" : String(value);
+    return ["string", "function"].includes(typeof value) ? `a ${typeof value}` : String(value);
   }
   return value[Symbol.toStringTag] ?? value.constructor?.name ?? "an object";
 }
@@ -43,7 +43,14 @@ export function recordingOf(samples) {
   if (isDecoded(samples)) {
     return { samples: samples.channelData, sampleRate: samples.sampleRate, channels: samples.channelData.length };
   }
-  return Array.isArray(samples) ? { samples, channels: samples.length } : { samples };
+  if (!Array.isArray(samples)) {
+    return { samples };
+  }
+  if (samples.length === 0) {
+    throw new RangeError("the samples have no channels: hand over an array for each");
+  }
+  samples.forEach(checked);
+  return { samples, channels: samples.length };
 }
 
 /**

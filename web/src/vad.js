@@ -43,7 +43,7 @@ function numberIn(options, name) {
   }
   // The module would wrap what has no place in 32 bits.
   if (!Number.isFinite(value) || (WHOLE.includes(name) && value !== (value | 0))) {
-    throw new RangeError(`${name} must be a ${WHOLE.includes(name) ? "whole" : "finite"} number, not ${value}`);
+    throw new RangeError(`${name} must be a ${WHOLE.includes(name) ? "whole number of 32 bits" : "finite number"}, not ${value}`);
   }
   return value;
 }
@@ -51,7 +51,7 @@ function numberIn(options, name) {
 function fail(error, options, rate, channels) {
   const of = (...names) => names.map((name) => `${name} ${options[name] ?? "by default"}`).join(", ");
   const text = {
-    [ERROR.rate]: `sampleRate must be from 1 to 49999 Hz, not ${rate}: resample the sound first, in a browser with an ` +
+    [ERROR.rate]: `sampleRate must be a whole number from 1 to 49999 Hz, not ${rate}: resample the sound first, in a browser with an ` +
       "OfflineAudioContext or an AudioContext({ sampleRate: 48000 })",
     [ERROR.channels]: `channels must be 1 or 2, not ${channels}: mix the sound down first, or hand over two of its channels`,
     [ERROR.frameLength]: `frameLength must be from 1 to 4096 samples, not ${options.frameLength}`,
@@ -211,8 +211,8 @@ export class Vad {
     }
     const { delay } = this;
     const { isFloat } = this.#shape;
-    this.#ended = true;
     return this.#report(delay, (output) => {
+      this.#ended = true;
       this.#speech = this.#engine.calls.module_end(place, Number(isFloat), Number(output !== null)) === 1;
       output?.write(this.#engine.samples(isFloat), delay);
     });
@@ -222,8 +222,8 @@ export class Vad {
   #report(n, run) {
     const reports = new Reports(this.sampleRate);
     const skip = Math.min(this.#skip, n);
-    this.#skip -= skip;
     const output = this.#options.cleaned ? takeApart(this.#shape, this.channels, n - skip, skip) : null;
+    this.#skip -= skip;
     this.#engine.hearer = reports;
     run(output);
     this.#engine.hearer = null;
