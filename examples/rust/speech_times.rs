@@ -112,8 +112,9 @@ impl Drop for Stream {
 
 fn run() -> Result<(), String> {
     let mut stream = Stream::new(|start, end| {
-        println!("{start:.2}..{end:.2} s");
-        io::stdout().flush().ok();
+        // No println! here: it panics where nobody reads, and the caller of this is C.
+        let mut output = io::stdout();
+        let _ = writeln!(output, "{start:.2}..{end:.2} s").and_then(|()| output.flush());
     })?;
     let mut input = io::stdin().lock();
     let mut bytes = [0; 1024];

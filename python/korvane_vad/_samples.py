@@ -19,13 +19,20 @@ class Taken(NamedTuple):
     flat: bool  #: whether they came as (n,)
 
 
+def _as_array(samples: Samples) -> Array:
+    try:
+        return np.asarray(samples)
+    except ValueError:
+        raise ValueError("the list holds rows of different lengths: each must be (left, right)") from None
+
+
 def _array(samples: Samples) -> Array:
     if isinstance(samples, (bytes, bytearray)) or (isinstance(samples, memoryview) and samples.format in "bBc"):
         octets = bytes(samples) if isinstance(samples, memoryview) else samples  # its bytes may have gaps
         if len(octets) % 2:
             raise ValueError(f"{len(octets)} bytes are no 16-bit samples: there must be an even number")
         return np.frombuffer(octets, "<i2").astype(np.int16, copy=False)
-    array = np.asarray(samples)
+    array = _as_array(samples)
     if array.size == 0 and not isinstance(samples, (np.ndarray, memoryview)):
         return array.astype(np.int16)
     if array.dtype.kind == "i" and not isinstance(samples, (np.ndarray, memoryview)):
@@ -44,16 +51,17 @@ def take(samples: Samples, channels: int) -> Taken:
     """Raises a TypeError for what are no samples, a ValueError for those that do not fit."""
     array = _array(samples)
     if not _known(array.dtype):
-        hint = "; 16 bits of 32 are (samples >> 16).astype(np.int16)" if array.dtype.kind in "iu" else ""
+        hint = "; 16 bits of 32 are (samples >> 16).astype(np.int16)" if array.dtype == np.int32 else ""
         raise TypeError(f"samples must be int16, float32 or float64, not {array.dtype}{hint}")
-    if array.ndim == 1 and channels == 2 and isinstance(samples, (bytes, bytearray, memoryview)):
+    is_shapeless = isinstance(samples, (bytes, bytearray, memoryview)) or (array.size == 0 and not isinstance(samples, np.ndarray))
+    if array.ndim == 1 and channels == 2 and is_shapeless:
         if len(array) % 2:
             raise ValueError(f"{len(array)} samples are no pairs of left and right")
         array = array.reshape(-1, 2)
     flat = array.ndim == 1
     found = 1 if flat else array.shape[1] if array.ndim == 2 else 0
     if found != channels:
-        shape = "x".join(map(str, array.shape))
+        shape = "x".join(map(str, array.shape)) or "a single number"
         turned = "; channels come second: samples.T" if array.ndim == 2 and array.shape[0] == channels else ""
         raise ValueError(f"samples must be an array of (n,) or (n, 2) for {channels} channel(s), not {shape}{turned}")
     own = np.int16 if array.dtype.kind == "i" else np.float32
@@ -65,5 +73,7 @@ def take(samples: Samples, channels: int) -> Taken:
 
 def channels_of(samples: Samples) -> int:
     """How many an array or a list has; one for bytes."""
-    shape: Tuple[int, ...] = () if isinstance(samples, (bytes, bytearray)) else np.shape(samples)
+    shape: Tuple[int, ...] = () if isinstance(samples, (bytes, bytearray)) else _as_array(samples).shape
+    if len(shape) == 2 and shape[1] > 2 and shape[0] in (1, 2):
+        raise ValueError(f"samples must be an array of (n,) or (n, 2), not {shape[0]}x{shape[1]}; channels come second: samples.T")
     return shape[1] if len(shape) == 2 else 1

@@ -47,7 +47,7 @@ class TurnDetector:
 
     def num_frames_required(self) -> int:
         """Samples in a chunk that suits: 20 ms. Any other number does too."""
-        return self._stream.rate // 50
+        return max(self._stream.rate // 50, 1)
 
     def voice_confidence(self, chunk: Samples) -> float:
         """The confidence alone, for a framework that counts time by itself."""

@@ -1,9 +1,10 @@
 """A stream of samples and what is heard in it."""
 
+import contextlib
 import ctypes
 import threading
 import weakref
-from typing import Any, Dict, Iterable, Iterator, List, NamedTuple, Optional, Tuple, TypedDict, Union
+from typing import Any, Dict, Iterable, Iterator, List, NamedTuple, NoReturn, Optional, Tuple, TypedDict, Union
 
 import numpy as np
 
@@ -52,11 +53,11 @@ class Result(NamedTuple):
     cleaned: Optional[Array]
 
 
-def _whole(name: str, value: Any, minimum: int, maximum: int) -> int:
+def _whole(name: str, value: Any, minimum: int, maximum: int, hint: str = "") -> int:
     if isinstance(value, bool) or not isinstance(value, (int, np.integer)):
         raise TypeError(f"{name} must be a whole number, not {value!r}")
     if not minimum <= value <= maximum:
-        raise ValueError(f"{name} must be from {minimum} to {maximum}, not {value}")
+        raise ValueError(f"{name} must be from {minimum} to {maximum}, not {value}{hint}")
     return int(value)
 
 
@@ -74,8 +75,7 @@ def _configuration(rate: int, channels: int, settings: Dict[str, Any]) -> lib.Co
         known = ", ".join(Settings.__annotations__)
         raise TypeError(f"there is no setting {unknown[0]}; there are {known}")
     _whole("channels", channels, 1, 2)
-    if _whole("rate", rate, 1, 2**31 - 1) > 49999:
-        raise ValueError(f"rate must be from 1 to 49999 Hz, not {rate}: resample first, say with scipy.signal.resample_poly")
+    _whole("rate", rate, 1, 49999, " Hz; others are to be resampled first, say with scipy.signal.resample_poly")
     config = lib.Config()
     lib.library.korvane_collector_defaults(config, rate, channels)
     for name, value in settings.items():
@@ -123,6 +123,7 @@ class Stream:
         if not self._handle:
             raise MemoryError("there is no memory for one more stream")
         self._close = weakref.finalize(self, lib.library.korvane_collector_close, self._handle)
+        self._close.atexit = False  # a daemon thread may still be inside then
         self._lock = threading.Lock()
         self._wants_cleaned = cleaned
         self._wants_frames = frames
@@ -158,7 +159,8 @@ class Stream:
             answer = lib.library.korvane_collector_process(
                 self._handle, array.ctypes.data, _address(output), len(array), int(is_float)
             )
-            self._like = taken.dtype, taken.flat
+            if len(array) or isinstance(chunk, np.ndarray):  # an empty list has no type of its own
+                self._like = taken.dtype, taken.flat
             return self._result(answer, output)
 
     def flush(self) -> Result:
@@ -187,9 +189,8 @@ class Stream:
 
     def close(self) -> None:
         """Gives the memory back; a second time does nothing."""
-        if self._close.alive:
-            with self._use():
-                self._close()
+        with contextlib.suppress(ValueError), self._use():
+            self._close()
 
     def __enter__(self) -> "Stream":
         return self
@@ -197,10 +198,11 @@ class Stream:
     def __exit__(self, *_: object) -> None:
         self.close()
 
+    def __reduce__(self) -> NoReturn:
+        raise TypeError("a Stream cannot be copied or pickled; make another with the same settings")
+
     def _use(self) -> "_Use":
-        if not self._close.alive:
-            raise ValueError("this stream is closed")
-        return _Use(self._lock)
+        return _Use(self)
 
     def _result(self, answer: int, output: Optional[Array]) -> Result:
         if answer == lib.ERROR_NO_MEMORY:
@@ -234,15 +236,18 @@ class Stream:
 class _Use:
     """A stream's turn. It is no lock to wait for: two threads at once are a mistake that must not pass unnoticed."""
 
-    def __init__(self, lock: threading.Lock) -> None:
-        self._lock = lock
+    def __init__(self, stream: Stream) -> None:
+        self._stream = stream
 
     def __enter__(self) -> None:
-        if not self._lock.acquire(blocking=False):
+        if not self._stream._lock.acquire(blocking=False):
             raise RuntimeError("another thread is using this stream; give each thread its own")
+        if not self._stream._close.alive:
+            self._stream._lock.release()
+            raise ValueError("this stream is closed")
 
     def __exit__(self, *_: object) -> None:
-        self._lock.release()
+        self._stream._lock.release()
 
 
 def _address(output: Optional[Array]) -> Optional[int]:

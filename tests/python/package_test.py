@@ -1,5 +1,6 @@
 """The Python package beside the command line, and what it does with samples of every form and with mistakes."""
 import concurrent.futures
+import copy
 import json
 import os
 import subprocess
@@ -104,6 +105,7 @@ def test_takes_samples_in_every_form():
     assert np.array_equal(kv.clean(pairs.tobytes(), rate, 2), kv.clean(pairs, rate))
     loud = np.array([2, -2, np.inf, -np.inf] * 3000)
     assert np.array_equal(kv.clean(loud, rate), kv.clean(np.clip(loud, -1, 1), rate))
+    assert kv.Stream(rate, 2, cleaned=True).process([]).cleaned.shape == (0, 2)
     for nothing in ([], b"", np.zeros((0, 2), np.int16)):
         assert (kv.detect(nothing, rate), len(kv.clean(nothing, rate)), len(kv.frames(nothing, rate))) == ([], 0, 0)
 
@@ -111,11 +113,16 @@ def test_takes_samples_in_every_form():
 def test_says_what_is_wrong():
     ok = np.zeros(100, np.int16)
     for kind, text, call in (
-        (ValueError, "rate must be from 1 to 49999 Hz, not 96000: resample", lambda: kv.Stream(96000)),
-        (ValueError, "rate must be from 1", lambda: kv.Stream(0)),
+        (ValueError, "rate must be from 1 to 49999, not 96000 Hz; others are to be resampled", lambda: kv.Stream(96000)),
+        (ValueError, "rate must be from 1 to 49999, not 0", lambda: kv.Stream(0)),
         (TypeError, "rate must be a whole number, not 16000.0", lambda: kv.Stream(16000.0)),
         (ValueError, "channels must be from 1 to 2, not 6", lambda: kv.detect(np.zeros((9, 6)), 16000)),
         (ValueError, "channels come second", lambda: kv.Stream(16000, 2).process(np.zeros((2, 9)))),
+        (ValueError, "2x9; channels come second", lambda: kv.detect(np.zeros((2, 9)), 16000)),
+        (ValueError, "not a single number", lambda: kv.detect(np.float32(1), 16000)),
+        (ValueError, "rows of different lengths", lambda: kv.detect([[0.1, 0.2], [0.3]], 16000)) if np.__version__ >= "1.24" else
+        (TypeError, "not object", lambda: kv.detect(np.array([None]), 16000)),
+        (TypeError, "cannot be copied", lambda: copy.copy(kv.Stream(16000))),
         (ValueError, "2x3x4", lambda: kv.Stream(16000).process(np.zeros((2, 3, 4)))),
         (TypeError, "not int32; 16 bits", lambda: kv.detect(ok.astype(np.int32), 16000)),
         (TypeError, "not complex128", lambda: kv.detect(ok * 1j, 16000)),
@@ -144,7 +151,9 @@ def test_says_what_is_wrong():
         with pytest.raises(ValueError, match="has ended"):
             call()
     stream.reset()
-    stream.process(ok)
+    stream.process(ok.astype(float))
+    kinds = [stream.process(nothing).cleaned.dtype for nothing in ([], b"", ok[:0])]  # a list or bytes change no type
+    assert kinds == [float, float, np.int16]
     stream.close()
     stream.close()
     for call in (stream.flush, stream.reset, lambda: stream.process(ok)):
@@ -172,6 +181,22 @@ def test_other_threads_run_meanwhile():
         except RuntimeError as error:
             refused += "another thread" in str(error)
     assert counted > 100 and refused > 50
+    # Nor is it closed under another's hands, or used by who has waited for its end.
+    thread = threading.Thread(target=stream.process, args=(minutes,))
+    thread.start()
+    while not stream._lock.locked():
+        pass
+    with pytest.raises(RuntimeError, match="another thread"):
+        stream.close()
+    thread.join()
+    turn = stream._use()
+    stream.close()
+    with pytest.raises(ValueError, match="is closed"), turn:
+        pass
+    # A program may end while a thread is inside.
+    ends = "import korvane_vad as kv, threading, time\nstream = kv.Stream(16000)\ndef work():\n    while True:\n        " \
+        "stream.process(bytes(1 << 22))\nthreading.Thread(target=work, daemon=True).start()\ntime.sleep(0.2)"
+    assert subprocess.run([sys.executable, "-c", ends], capture_output=True).returncode == 0
     # And a pool over recordings finds what one thread finds.
     recordings = [np.roll(read_wav(PROMPT)[0][:, 0], 1000 * i) for i in range(16)]
     with concurrent.futures.ThreadPoolExecutor(8) as pool:
@@ -218,6 +243,16 @@ def test_texts_and_command(tmp_path):
     status, out, error = command(PROMPT, str(bad), "/none.wav")
     assert (status, out) == (1, text) and "No such file" in error and str(bad) in error
     assert command("-f", "rttm", PROMPT) == (0, kv.to_rttm(segments, "vm-intro"), "")
+    with open(PROMPT, "rb") as file:
+        bad.write_bytes(file.read()[:40001])
+    status, out, error = command(str(bad))
+    assert status == 1 and "is cut: 19978 of" in error and out.splitlines() == [
+        f"{s.start:.2f} {s.end:.2f}" for s in kv.detect(read_wav(PROMPT)[0][:19978], 8000)]
+    status, _, error = command(PROMPT, "--pad-end", "-1")
+    assert status == 2 and "--pad-end: must be from 0 to 3600000 ms, not -1" in error
+    with open("/dev/full", "w") as full:
+        done = subprocess.run([sys.executable, "-m", "korvane_vad", PROMPT], stdout=full, stderr=subprocess.PIPE, text=True)
+    assert (done.returncode, done.stderr) == (1, "korvane_vad: cannot write: No space left on device\n")
 
 
 def test_turns_of_a_conversation():
