@@ -266,6 +266,7 @@ bool parts_the_sound(GstBaseTransform* base, GstEvent* event) {
             return is_new_segment(base, event);
         case GST_EVENT_STREAM_START:
         case GST_EVENT_GAP:
+        case GST_EVENT_SEGMENT_DONE:
         case GST_EVENT_EOS:
             return true;
         default:

@@ -11,6 +11,8 @@ constexpr GstClockTime kJitter = 40 * GST_MSECOND;
 
 // The decision `detector` counts these before it says speech.
 constexpr int64_t kDetectorOnset = 480;
+// And these before it says silence.
+constexpr int64_t kDetectorHangover = 19200;
 
 // What was true of a buffer that came in need not be of the one that goes on.
 constexpr auto kNotKept =
@@ -26,11 +28,18 @@ int64_t hold_of(const KorvaneStreamConfig& config) {
     } else {
         hold += samples(config.onset_ms);
     }
-    if (config.decision == KORVANE_DECISION_ADAPTIVE) {
+    const bool is_adaptive = config.decision == KORVANE_DECISION_ADAPTIVE;
+    if (is_adaptive) {
         hold += samples(KORVANE_STREAM_SCORE_LAG_MS);
     }
+    // What may yet be too short waits for the end. So does adaptive speech at the very beginning of the sound,
+    // where there is nothing to move it back into.
+    if (config.min_speech_ms > 0 || is_adaptive) {
+        hold += config.decision == KORVANE_DECISION_DETECTOR ? kDetectorHangover
+                                                             : samples(config.hangover_ms);
+    }
     if (config.min_speech_ms > 0) {
-        hold += samples(config.min_speech_ms) + samples(config.hangover_ms);
+        hold += samples(config.min_speech_ms) + samples(config.min_gap_ms);
     }
     return hold;
 }

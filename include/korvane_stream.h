@@ -84,7 +84,8 @@
  *   split into the fewest parts that fit, equal within one sample. Positions in events are final and
  *   in order; a recording gives the same ones as the same samples live.
  *   When: the start as soon as the segment is certain: with the defaults, with the result that
- *   declares the speech. min_speech_ms above the onset adds min_speech_ms and the hang-over.
+ *   declares the speech. min_speech_ms above the onset adds min_speech_ms and the hang-over; a start
+ *   in the first 40 ms of the adaptive decision may be told up to the hang-over later.
  *   The end comes with the result that ends the speech, hangover_ms after it, or later by what
  *   max(min_gap_ms, pad_start_ms + pad_end_ms) is longer than hangover_ms and onset_ms. With
  *   max_speech_ms, parts are known when the whole segment has ended: their events follow each other
