@@ -61,6 +61,7 @@ int main(void) {
         }
         if (error != KORVANE_OK) {
             fprintf(stderr, "many_streams: %s\n", korvane_stream_error_text(error));
+            free(memory);
             return 1;
         }
     }

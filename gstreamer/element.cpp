@@ -330,9 +330,8 @@ void install_properties(GObjectClass* object) {
         object, speech_id + 1,
         g_param_spec_float(
             "score", "Score",
-            "Of the last frame of 10 ms: how much speaks for speech; 0 or 1 but with "
-            "decision adaptive",
-            0, 1, 0, readable));
+            "Of the last frame of 10 ms, 0 to 1; exactly 0 or 1 unless decision=adaptive", 0, 1, 0,
+            readable));
 }
 
 }  // namespace

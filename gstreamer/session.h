@@ -31,7 +31,7 @@ class Session {
     Session(const Session&) = delete;
     Session& operator=(const Session&) = delete;
 
-    /** Prepares for a format; all that allocates. Returns null, or what is wrong with the settings. The
+    /** Prepares for a format: allocates the stream, and room for what is held back. Returns null, or what is wrong with the settings. The
      * config's callbacks are called from put, hear, end and abandon. */
     const char* configure(const Settings& settings, const Format& format);
     bool is_configured() const { return stream_ != nullptr; }

@@ -65,14 +65,14 @@ GType decision_type() {
     static const GEnumValue kValues[] = {
         {KORVANE_DECISION_ADAPTIVE, "A score that follows speech and noise", "adaptive"},
         {KORVANE_DECISION_FIXED, "The level of the cleaned sound", "fixed"},
-        {KORVANE_DECISION_DETECTOR, "The older detector's level and counts", "detector"},
+        {KORVANE_DECISION_DETECTOR, "The level and counts of libKorvaneVAD", "detector"},
         {0, nullptr, nullptr}};
     static const GType type = g_enum_register_static("KorvaneVadDecision", kValues);
     return type;
 }
 
 GType silence_type() {
-    static const GEnumValue kValues[] = {{kPass, "The sound goes on as everywhere", "pass"},
+    static const GEnumValue kValues[] = {{kPass, "All sound goes on", "pass"},
                                          {kMute, "Zeros, in buffers flagged GAP", "mute"},
                                          {kGap, "Gap events instead of buffers", "gap"},
                                          {0, nullptr, nullptr}};

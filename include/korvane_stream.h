@@ -5,7 +5,7 @@
  * each frame of 10 ms whether somebody speaks, and says where on the input's own time line speech
  * begins and ends. The cleaned samples come back on request.
  *
- * This is a library of its own, libkorvane-streams. korvane_vad.h is the older face, one stream in a
+ * This is a library of its own, libkorvane-streams. korvane_vad.h is libKorvaneVAD's, one stream in a
  * process; both can be used side by side and know nothing of each other.
  *
  * A MONO STREAM AT 16 kHz
@@ -74,22 +74,25 @@
  *   for `hangover_ms` end it, both counted in whole frames, one at least.
  *
  * EVENTS
- *   Speech is a list of segments, and each is told by two events: where it begins and where it ends.
- *   They are made from the frames' decisions in this order: the onset and the hang-over are taken out
- *   again, so that a segment holds what was above the threshold; with KORVANE_DECISION_ADAPTIVE it is
- *   moved 40 ms back, since the score hears that much of the sound before it answers (at most three
- *   times onset and hang-over together); segments closer than min_gap_ms
- *   become one; those shorter than min_speech_ms are dropped; pad_start_ms and pad_end_ms are added,
- *   within the input, and segments that then touch become one; those longer than max_speech_ms are
- *   split into the fewest parts that fit, equal within one sample. Positions in events are final and
- *   in order; a recording gives the same ones as the same samples live.
- *   When: the start as soon as the segment is certain: with the defaults, with the result that
- *   declares the speech. min_speech_ms above the onset adds min_speech_ms and the hang-over; a start
- *   in the first 40 ms of the adaptive decision may be told up to the hang-over later.
- *   The end comes with the result that ends the speech, hangover_ms after it, or later by what
- *   max(min_gap_ms, pad_start_ms + pad_end_ms) is longer than hangover_ms and onset_ms. With
- *   max_speech_ms, parts are known when the whole segment has ended: their events follow each other
- *   then, each START but the first together with the END before it.
+ *   Speech is a list of segments. Each gives two events: where it begins and where it ends. Segments
+ *   are made from the frames' decisions in this order:
+ *   1. Onset and hang-over are taken out again: a segment holds what was above the threshold. With
+ *      KORVANE_DECISION_ADAPTIVE it is also moved back by 40 ms, the sound that the score uses before
+ *      it answers (by three times onset and hang-over together at most).
+ *   2. Segments closer than min_gap_ms become one.
+ *   3. Segments shorter than min_speech_ms are dropped.
+ *   4. pad_start_ms and pad_end_ms are added, within the input. Segments that then touch become one.
+ *   5. Segments longer than max_speech_ms are split into the fewest parts that fit, equal within one
+ *      sample.
+ *   Positions are final and in order. A recording gives the same events as the same samples live.
+ *   A start comes as soon as its segment is certain:
+ *   - with the defaults, with the result that declares the speech;
+ *   - with min_speech_ms above the onset, later by min_speech_ms, min_gap_ms and the hang-over at most;
+ *   - in the first 40 ms of the adaptive decision, later by the hang-over at most.
+ *   An end comes with the result that ends the speech, hangover_ms behind it, or later by
+ *     max(min_gap_ms, pad_start_ms + pad_end_ms) - hangover_ms - onset_ms
+ *   where that is above 0. With max_speech_ms parts are known when the whole segment has ended: then
+ *   their events follow each other, each START but the first together with the END before it.
  *
  * ERRORS
  *   Calls return 0 or more where all is well and a negative KORVANE_ERROR_... otherwise; then nothing

@@ -55,7 +55,7 @@ if(KORVANE_BUILD_TOOLS AND NOT CMAKE_CROSSCOMPILING)
   gtest_discover_tests(speech_test TEST_PREFIX speech. DISCOVERY_MODE PRE_TEST PROPERTIES TIMEOUT 300)
 endif()
 
-# The examples. Caller 7 is loud in the third second; the gate lets half a minute of silence through as silence.
+# The examples. Caller 7 is loud in the third second; the gate lets silence through as silence, and speech.
 if(NOT CMAKE_CROSSCOMPILING AND TARGET example_many_streams)
   add_test(NAME examples.many_streams COMMAND example_many_streams)
   set_tests_properties(examples.many_streams PROPERTIES
@@ -67,6 +67,9 @@ if(NOT CMAKE_CROSSCOMPILING AND TARGET example_many_streams)
     # Two words with a pause of 0.4 s, one segment or two.
     set(spoken "^0\\.[01][0-9]\\.\\.(0\\.[0-9]+ s[^\n]*\n0\\.[0-9]+\\.\\.)?1\\.[345][0-9] s")
     set(say "sox -R /usr/share/sounds/alsa/Front_Center.wav -r 16000 -t raw -")
+    add_test(NAME examples.microphone_gate_opens
+      COMMAND sh -c "${say} | \"$0\" | tr -d '\\0' | wc -c" $<TARGET_FILE:example_microphone_gate>)
+    set_tests_properties(examples.microphone_gate_opens PROPERTIES PASS_REGULAR_EXPRESSION "^2[0-9][0-9][0-9][0-9]\n$")
     add_test(NAME examples.speech_times COMMAND sh -c "${say} | \"$0\"" $<TARGET_FILE:example_speech_times>)
     set_tests_properties(examples.speech_times PROPERTIES
       PASS_REGULAR_EXPRESSION "${spoken}, -1[0-9]\\.[0-9] dB, score [01]\\.[0-9]+\n$")

@@ -23,7 +23,7 @@ export interface Recording {
 export interface Settings {
   /**
    * "adaptive" (default): a score from how the spectrum moves above the noise. It follows the noise and needs no
-   * setting. "fixed": the level of the cleaned frame. "detector": the answers of the native library's first
+   * setting. "fixed": the level of the cleaned frame. "detector": the answers of libKorvaneVAD's
    * interface, bit for bit.
    */
   decision?: "adaptive" | "fixed" | "detector";

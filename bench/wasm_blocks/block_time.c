@@ -1,4 +1,4 @@
-/* Times the block core on a made sound, mono at 16 kHz. Prints the shortest of many short rounds and the
+/* Times the block core on a synthetic sound, mono at 16 kHz. Prints the shortest of many short rounds and the
  * middle one, in microseconds for a block of 576 samples. A round is over before another process gets the
  * processor, most of the time, so that other work on the machine disturbs few of them. */
 #include <stdint.h>

@@ -47,9 +47,10 @@ def to_audacity(segments: Iterable[Segment]) -> str:
 def to_rttm(segments: Iterable[Segment], name: str, channel: int = 1) -> str:
     """Lines of NIST's Rich Transcription Time Marked format, as tools for speakers read them.
 
-    `name` stands for the recording: characters that it cannot hold there, white space, become "_".
+    `name` stands for the recording. White space, other control characters and % become %20 and so on there, as the
+    command line writes them: two names never look the same.
     """
-    word = "_".join(name.split()) or "_"
+    word = "".join(f"%{ord(c):02X}" if c <= " " or c in "%\x7f" else c for c in name) or "_"
     lines = (
         f"SPEAKER {word} {channel} {segment.start:.6f} {segment.end - segment.start:.6f} <NA> <NA> speech <NA> <NA>\n"
         for segment in segments

@@ -16,8 +16,8 @@ from .segments import SpeechEnd, SpeechStart
 Event = Union[SpeechStart, SpeechEnd]
 
 #: A frame as `frames` and Result tell it: where it begins in seconds and samples, its length in samples per channel,
-#: whether it is speech, its score of 0 to 1, the level of the cleaned frame and of the noise in the input, both in dB
-#: below the loudest square wave, -140 for silence and where there is no estimate yet. With decision "detector" the first
+#: whether it is speech, its score of 0 to 1, the level of the cleaned frame and of the noise in the input, both in dB,
+#: 0 being the loudest square wave, -140 for silence and where there is no estimate yet. With decision "detector" the first
 #: one begins `delay` samples before the input.
 FRAME = np.dtype(
     [("time", "f8"), ("sample", "i8"), ("length", "i4"), ("speech", "?"), ("score", "f4"), ("level", "f4"), ("noise", "f4")]

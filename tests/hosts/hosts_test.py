@@ -41,7 +41,7 @@ class Hosts(unittest.TestCase):
         for recording, channels, cleaned in self.recordings:
             with self.subTest(recording.name):
                 plugin = "korvane_stereo" if channels == 2 else "korvane_mono"
-                # -l takes the latency out of the begin; a silence behind brings out what is inside then.
+                # -l takes the latency out at the start; a silence behind brings out what is inside then.
                 sound = run("sox", "-D", recording, "-t", "s16", "-", "pad", "0", "0.2", "ladspa", "-l", "korvane",
                             plugin, LADSPA_PATH=os.environ["KORVANE_LADSPA_FOLDER"])
                 self.assertEqual(sound[:len(cleaned)], cleaned)

@@ -231,7 +231,7 @@ def test_texts_and_command(tmp_path):
     rules = ("--min-gap", "0", "--min-speech", "0", "-q", PROMPT)
     assert kv.to_audacity(segments).encode() == tool("-f", "audacity", *rules)
     assert kv.to_rttm(segments, "vm-intro").encode() == tool("-f", "rttm", *rules)
-    assert kv.to_rttm(segments, " a b\n").startswith("SPEAKER a_b 1 ")
+    assert kv.to_rttm(segments, " a b%\n").startswith("SPEAKER %20a%20b%25%0A 1 ")
 
     def command(*words):
         done = subprocess.run([sys.executable, "-m", "korvane_vad", *words], capture_output=True, text=True)

@@ -565,7 +565,7 @@ shows("saves the segments as the command line writes them", hums, async () => {
     assert.equal(readFileSync(await download.path(), "utf8"), run("detect", hums.input, "-f", format, ...rules).toString(), format);
   }
   const [strip, chart] = [await page.locator("#overview").boundingBox(), await plot("Waveform after").boundingBox()];
-  near(strip.x, chart.x, 1, "begin of the overview");
+  near(strip.x, chart.x, 1, "start of the overview");
   near(strip.x + strip.width, chart.x + chart.width, 1, "end of the overview");
 });
 

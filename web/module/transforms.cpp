@@ -1,4 +1,4 @@
-// The two transforms that only hosts of the older interface call. The table of instruction sets names them, so
+// The two transforms that only hosts of libKorvaneVAD call. The table of instruction sets names them, so
 // the linker would keep them, 10 kB; it takes these instead.
 #include <cstdint>
 

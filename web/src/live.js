@@ -6,7 +6,7 @@ import { loadEngine, Reports, settingsOf } from "./vad.js";
 const CALLS = ["onSpeechStart", "onSpeechEnd", "onFrame", "onError"];
 const LISTENING = { padStartMs: 300, padEndMs: 100, minGapMs: 500 };
 const SOUNDS = ["none", "input", "cleaned"];
-const DETECTOR_LATE = 19680; // samples from the begin and from the end of speech to decision "detector"'s answers
+const DETECTOR_LATE = 19680; // samples that "detector" counts before it answers speech, and before it answers silence
 
 const added = new WeakMap(); // by context, the promise of its worklet
 

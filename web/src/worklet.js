@@ -40,7 +40,7 @@ class Past {
 }
 
 class VadProcessor extends AudioWorkletProcessor {
-  /** What the page sends: see `send` in live.js. */
+  /** What the page hands over: see `processorOptions` in live.js. */
   constructor({ processorOptions }) {
     super();
     const { bytes, channels, settings, frames, sound, keep } = processorOptions;
