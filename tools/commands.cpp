@@ -1,84 +1,29 @@
 #include "tools/commands.h"
 
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <algorithm>
-#include <cmath>
-#include <cstdio>
-#include <cstring>
 #include <deque>
-#include <filesystem>
 #include <memory>
 #include <optional>
-#include <set>
 #include <stdexcept>
 #include <utility>
 
 #include "tools/audio/audio_sink.h"
-#include "tools/audio/sample_spool.h"
+#include "tools/audio/sink_format.h"
 #include "tools/batch/batch.h"
-#include "tools/batch/finding.h"
-#include "tools/cli/interruption.h"
-#include "tools/cli/name_template.h"
-#include "tools/cli/progress.h"
+#include "tools/batch/recordings.h"
 #include "tools/files/failure.h"
 #include "tools/files/text_output.h"
+#include "tools/one_recording.h"
 #include "tools/report/report.h"
-#include "tools/results/detection.h"
 #include "tools/results/doubt.h"
 #include "tools/results/segmenting.h"
 #include "tools/score/score.h"
 #include "tools/selftest.h"
+#include "tools/split.h"
 
 namespace korvane::tool {
 
 namespace {
-
-/** A pipe, a device or a socket, by name or as standard input. */
-bool is_stream(const std::string& name) {
-    struct stat status {};
-    const int failed = name == "-" ? fstat(STDIN_FILENO, &status) : stat(name.c_str(), &status);
-    return failed == 0 && !S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode);
-}
-
-/** Whether each result is wanted when it is certain, not at the end. */
-bool is_live_input(const std::string& name) { return name == "-" || is_stream(name); }
-
-/** Where `name` is a stream, an interruption is its end: what came before it counts. */
-void prepare_for_interruption(const std::string& name) {
-    if (is_stream(name)) {
-        let_interruption_end_stream();
-    }
-}
-
-int status_after_stream() { return interrupted_by() != 0 ? 128 + interrupted_by() : 0; }
-
-/** The exit status when everything is written; a fault of the input is told. */
-int status_after(const std::string& fault) {
-    if (fault.empty()) {
-        return status_after_stream();
-    }
-    std::fprintf(stderr, "korvane-vad: %s\n", fault.c_str());
-    return std::max(status_after_stream(), 1);
-}
-
-/** A bar for one input. A stream has no end to measure against. */
-ProgressBar bar_for(const Options& options, const std::string& input, bool prints_meanwhile) {
-    return {options.progress,
-            is_live_input(input) || (prints_meanwhile && isatty(STDOUT_FILENO) == 1)};
-}
-
-Tick drawing(ProgressBar& bar) {
-    return [&bar](double fraction, double seconds) { bar.update(fraction, seconds, ""); };
-}
-
-/** Before any work. */
-void check_may_overwrite(const Options& options, const std::string& path) {
-    if (options.no_clobber && !options.force) {
-        check_is_new(path);
-    }
-}
 
 // ---- detect --------------------------------------------------------------------------------
 
@@ -183,7 +128,7 @@ int run_detect(const Options& options) {
     const std::vector<std::string> names = recordings(options);
     check_is_no_input(options.output, names);
     check_is_no_input(options.output, {options.manifest, options.files_from});
-    check_may_overwrite(options, options.output);
+    options.check_may_overwrite(options.output);
     const bool alone = names.size() == 1 && options.files_from.empty() && !options.recursive &&
                        options.manifest.empty() && !is_folder(options.output);
     if (!alone) {
@@ -198,7 +143,7 @@ int run_detect(const Options& options) {
 int run_frames(const Options& options) {
     const std::string& name = options.files[0];
     check_is_no_input(options.output, options.files);
-    check_may_overwrite(options, options.output);
+    options.check_may_overwrite(options.output);
     prepare_for_interruption(name);
     Work work(name, options);
     TextOutput output(options.output);
@@ -222,26 +167,6 @@ int run_frames(const Options& options) {
     return status_after(totals[0].fault);
 }
 
-/** Told of each channel's samples in turn, passes them on together. */
-std::vector<Listener> interleaving(
-    int channels, const std::function<void(const int16_t* samples, int64_t n)>& next) {
-    const auto together = std::make_shared<std::vector<int16_t>>();
-    const auto width = static_cast<std::size_t>(channels);
-    std::vector<Listener> listeners(width);
-    for (std::size_t channel = 0; channel < width; ++channel) {
-        listeners[channel].cleaned = [=](const int16_t* samples, int64_t n) {
-            together->resize(static_cast<std::size_t>(n) * width);
-            for (std::size_t i = 0; i < static_cast<std::size_t>(n); ++i) {
-                (*together)[i * width + channel] = samples[i];
-            }
-            if (channel + 1 == width) {
-                next(together->data(), n);
-            }
-        };
-    }
-    return listeners;
-}
-
 // ---- clean ---------------------------------------------------------------------------------
 
 int run_clean(const Options& options) {
@@ -251,7 +176,7 @@ int run_clean(const Options& options) {
     Work work(name, options);
     const SourceInfo& info = work.header.source;
     check_sink(info, path);
-    check_may_overwrite(options, path);
+    options.check_may_overwrite(path);
     const int format = sink_format(info, path);
     const std::unique_ptr<AudioSink> sink = open_sink(path, format, info.rate, info.channels);
     ProgressBar bar = bar_for(options, name, false);
@@ -271,184 +196,6 @@ int run_clean(const Options& options) {
     return status_after(totals.fault);
 }
 
-// ---- split ---------------------------------------------------------------------------------
-
-/** The input's own extension where files of its format are written, else wav. */
-std::string piece_extension(const SourceInfo& info) {
-    const std::string own = extension_of_path(info.name);
-    constexpr int kContainer = 0x0FFF0000;  // of libsndfile's format word
-    const bool same =
-        info.sf_format != 0 && ((sink_format(info, "x." + own) ^ info.sf_format) & kContainer) == 0;
-    return same && !own.empty() ? own : "wav";
-}
-
-/** @param taken  the paths of other channels' pieces, to which these are added */
-std::vector<std::string> piece_paths(const Options& options, const ResultHeader& header,
-                                     const SourceInfo& cut,
-                                     const std::vector<segments::Segment>& list,
-                                     std::set<std::string>& taken) {
-    const NameTemplate name_template(options.piece_name());
-    PieceName piece;
-    piece.stem = stem_of(header.source.name);
-    piece.extension = piece_extension(cut);
-    piece.channel = header.channel;
-    piece.rate = header.source.rate;
-    std::vector<std::string> paths;
-    for (const segments::Segment& segment : list) {
-        ++piece.index;
-        piece.start = segment.start;
-        piece.end = segment.end;
-        const std::filesystem::path path =
-            std::filesystem::path(options.output) / name_template.fill(piece);
-        paths.push_back(path.string());
-        if (!taken.insert(paths.back()).second) {
-            throw Failure(paths.back(),
-                          std::string("is the name of two segments; --template needs ") +
-                              (header.channel > 0 ? "{channel} and " : "") + "{index}");
-        }
-        check_is_no_input(paths.back(), {options.files[0]});
-        check_may_overwrite(options, paths.back());
-    }
-    return paths;
-}
-
-/** Before any work: whether pieces can be written under such names. */
-void check_pieces(const Options& options, const SourceInfo& info) {
-    SourceInfo piece = info;
-    piece.length.reset();
-    PieceName name;
-    name.stem = stem_of(info.name);
-    name.extension = piece_extension(info);
-    check_sink(piece, NameTemplate(options.piece_name()).fill(name));
-}
-
-/** What `split` cuts: the recording as it came in, or the cleaned sound as it was judged. */
-struct Cut {
-    SourceInfo info;   // of a piece
-    int channels = 0;  // in the spool
-    SampleKind kind = SampleKind::kShort;
-    std::optional<SampleSpool> spool;
-};
-
-int64_t value_bytes(SampleKind kind) {
-    return kind == SampleKind::kShort ? int64_t{sizeof(int16_t)}
-           : kind == SampleKind::kInt ? int64_t{sizeof(int32_t)}
-                                      : int64_t{sizeof(double)};
-}
-
-/** As it came in. */
-SourceInfo original_of(const SourceInfo& judged) {
-    SourceInfo info = judged;
-    info.rate = judged.input_rate;
-    info.channels = judged.input_channels;
-    info.length.reset();
-    return info;
-}
-
-/** Puts one channel of n interleaved samples to the front. */
-void keep_channel(std::vector<double>& samples, int64_t n, int channel, const Cut& cut) {
-    const auto size = static_cast<std::size_t>(value_bytes(cut.kind));
-    const auto channels = static_cast<std::size_t>(cut.channels);
-    auto* const bytes = reinterpret_cast<char*>(samples.data());
-    for (std::size_t i = 0; i < static_cast<std::size_t>(n); ++i) {
-        const char* from = bytes + (i * channels + static_cast<std::size_t>(channel)) * size;
-        std::memmove(bytes + i * size, from, size);
-    }
-}
-
-/** @param channel  of the spool, counted from 0, where the piece has that one alone */
-std::unique_ptr<TemporaryFile> write_piece(const std::string& path, const Cut& cut,
-                                           const segments::Segment& segment,
-                                           std::optional<int> channel) {
-    const SourceInfo& info = cut.info;
-    const std::unique_ptr<AudioSink> sink =
-        open_sink(path, sink_format(info, path), info.rate, info.channels);
-    constexpr int64_t kPieceValues = 131072;
-    const int64_t piece = std::max<int64_t>(kPieceValues / cut.channels, 1);
-    std::vector<double> samples(static_cast<std::size_t>(piece * cut.channels));  // for any kind
-    for (int64_t at = segment.start; at < segment.end; at += piece) {
-        const int64_t count = std::min(piece, segment.end - at);
-        cut.spool->read(at, samples.data(), count);
-        if (channel) {
-            keep_channel(samples, count, *channel, cut);
-        }
-        sink->write_original(samples.data(), count, cut.kind);
-    }
-    std::unique_ptr<TemporaryFile> file = sink->finish();
-    file->close_descriptor();
-    return file;
-}
-
-int run_split(const Options& options) {
-    const std::string& name = options.files[0];
-    prepare_for_interruption(name);
-    Cut cut;
-    Options with_original = options;
-    if (!options.cleaned) {
-        with_original.source.original = [&cut](const void* samples, int64_t n) {
-            cut.spool->append(samples, n);
-        };
-    }
-    Work work(name, with_original);
-    const SourceInfo& judged = work.header.source;
-    const bool apart = options.source.each_channel;
-    cut.info = options.cleaned ? judged : original_of(judged);
-    cut.channels = cut.info.channels;
-    cut.info.channels = apart ? 1 : cut.channels;
-    check_pieces(options, cut.info);
-    std::error_code error;
-    std::filesystem::create_directories(options.output, error);
-    if (error) {
-        throw Failure(options.output, error.message());
-    }
-    cut.kind = options.cleaned ? SampleKind::kShort : sample_kind(judged.sf_format);
-    cut.spool.emplace(options.output, value_bytes(cut.kind) * cut.channels);
-    ProgressBar bar = bar_for(options, name, false);
-    const Tick tick = drawing(bar);
-    std::vector<Listener> listeners(work.headers.size());
-    if (options.cleaned) {
-        const auto keep = [&](const int16_t* samples, int64_t n) { cut.spool->append(samples, n); };
-        listeners[0].cleaned = keep;
-        if (apart) {
-            listeners = interleaving(cut.channels, keep);
-        }
-    }
-    listeners[0].frame = [&](const Frame& frame) { work.tick(frame, tick); };
-    const std::vector<Speech> all = segments_of(work, options, false, listeners);
-    bar.wipe();
-    std::set<std::string> taken;
-    std::vector<std::vector<std::string>> paths;
-    for (std::size_t i = 0; i < all.size(); ++i) {
-        paths.push_back(piece_paths(options, work.headers[i], cut.info, all[i].list, taken));
-    }
-    const auto place = [&](int64_t sample) {
-        const auto at = static_cast<double>(sample) * cut.info.rate / judged.rate;
-        return std::min(static_cast<int64_t>(std::llround(at)), cut.spool->length());
-    };
-    std::vector<std::unique_ptr<TemporaryFile>> files;
-    for (std::size_t i = 0; i < all.size(); ++i) {
-        std::optional<int> channel;
-        if (apart) {
-            channel = options.cleaned ? static_cast<int>(i) : work.headers[i].channel - 1;
-        }
-        for (std::size_t k = 0; k < paths[i].size(); ++k) {
-            const segments::Segment& heard = all[i].list[k];
-            files.push_back(write_piece(
-                paths[i][k], cut, {.start = place(heard.start), .end = place(heard.end)}, channel));
-        }
-    }
-    TemporaryFile::commit_all(files);
-    if (!taken.empty() && is_inexact(sink_format(cut.info, *taken.begin())) &&
-        cut.info.sf_format != 0) {
-        warn(options, name,
-             "the pieces are encoded anew; --template with .flac or .wav loses nothing more");
-    }
-    for (const Speech& speech : all) {
-        warn(options, name, speech.doubt);
-    }
-    return status_after(all[0].totals.fault);
-}
-
 // ---- report --------------------------------------------------------------------------------
 
 int run_report(const Options& options) {
@@ -457,7 +204,7 @@ int run_report(const Options& options) {
         throw Failure(options.output, "this korvane-vad was built without reports");
     }
     check_is_no_input(options.output, options.files);
-    check_may_overwrite(options, options.output);
+    options.check_may_overwrite(options.output);
     prepare_for_interruption(name);
     Work work(name, options);
     TextOutput output(options.output);
@@ -496,7 +243,7 @@ int run(const Options& options) {
         case Command::kReport:
             return run_report(options);
         case Command::kScore:
-            check_may_overwrite(options, options.output);
+            options.check_may_overwrite(options.output);
             return run_score(options);
         case Command::kSelftest:
             return run_selftest(options.every);

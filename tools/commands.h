@@ -1,4 +1,4 @@
-/** The six commands. */
+/** The tool's commands. */
 #ifndef KORVANE_TOOLS_COMMANDS_H
 #define KORVANE_TOOLS_COMMANDS_H
 

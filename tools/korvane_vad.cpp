@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "tools/cli/completions.h"
 #include "tools/cli/help.h"
 #include "tools/cli/interruption.h"
 #include "tools/cli/options.h"

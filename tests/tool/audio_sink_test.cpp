@@ -16,6 +16,7 @@
 #include <functional>
 
 #include "temporary_folder.h"
+#include "tools/audio/sink_format.h"
 #include "tools/files/temporary_file.h"
 
 namespace korvane::tool {

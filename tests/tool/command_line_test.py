@@ -946,8 +946,8 @@ class Conventions(ToolTest):
             self.assertEqual((done[0].stdout, done[0].returncode), (done[1].stdout, 0), other)
 
     def test_folders(self):
-        os.makedirs(self.path("a/b"))
-        for name in ("a/z.wav", "a/b/x.WAV", "a/b/.hidden.wav", "a/notes.txt"):
+        os.makedirs(self.path("a/b/.hidden"))
+        for name in ("a/z.wav", "a/b/x.WAV", "a/b/.hidden.wav", "a/b/.hidden/x.wav", "a/notes.txt"):
             shutil.copy(PROMPT, self.path(name))
         expected = self.run_tool("-f", "csv", self.path("a/b/x.WAV"), self.path("a/z.wav"), PROMPT).stdout
         self.assertEqual(self.run_tool("-f", "csv", "--recursive", self.path("a"), PROMPT).stdout, expected)

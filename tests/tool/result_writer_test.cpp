@@ -74,7 +74,7 @@ constexpr ResultFormat kAll[] = {
     ResultFormat::kCsv,  ResultFormat::kAudacity, ResultFormat::kRttm,
     ResultFormat::kSrt,  ResultFormat::kVtt,      ResultFormat::kTextGrid};
 
-TEST(ResultWriter, EveryFormatAsItHasAlwaysBeen) {
+TEST(ResultWriter, EveryFormatAsWrittenByHand) {
     for (const ResultFormat format : kAll) {
         const std::string& name = result_format_names()[static_cast<std::size_t>(format)];
         EXPECT_EQ(result_format(name), format);

@@ -9,9 +9,6 @@
 
 namespace korvane::tool {
 
-/** Those named on the command line, then those in the file of names. Throws a Failure. */
-std::vector<std::string> recordings(const Options& options);
-
 /** Whether results go into files of their own in the folder `output`: it ends with a slash or is
  * one. */
 bool is_folder(const std::string& output);

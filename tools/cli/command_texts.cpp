@@ -73,20 +73,18 @@ const std::vector<CommandText>& command_texts() {
           {"korvane-vad score --collar 250ms labels.txt talk.jsonl",
            "labels of Audacity against jsonl, without 250 ms around their edges"}},
          {"Both are RTTM, labels of Audacity, TextGrid or jsonl, one as the other or not; every "
-          "label "
-          "counts as speech. Recordings are the same where their names are, without folders and "
+          "label counts as speech. Recordings are the same where their names are, without folders "
+          "and "
           "extensions, or where each side has one alone. What TextGrid and jsonl say about the "
-          "length "
-          "counts; else a recording ends with its last speech.",
+          "length counts; else a recording ends with its last speech.",
           "All but F1 and DCF are seconds. F1 is 2 hits / (2 hits + false alarms + misses), DCF "
-          "0.75 "
-          "misses / speech + 0.25 false alarms / what is no speech."}},
+          "0.75 misses / speech + 0.25 false alarms / what is no speech."}},
         {Command::kSelftest,
          "selftest",
          "[OPTION...]",
          "checks that the library computes here what it computes everywhere",
          {{"korvane-vad selftest", "796 ways of calling it, in a few seconds"}},
-         {"Each row of a table names a way of calling the library on a made signal, and the "
+         {"Each row of a table names a way of calling the library on a synthetic signal, and the "
           "SHA-256 of what must come out. Two models that were written separately from the library "
           "agree on these digests. If rows differ, the first is shown with what was expected and "
           "what came out, and the exit status is 1. The last line has one digest over all rows."}},

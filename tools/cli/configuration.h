@@ -1,4 +1,4 @@
-/** The user's configuration file: options that count before those of the command line. */
+/** The user's configuration file: options that those of the command line override. */
 #ifndef KORVANE_TOOLS_CLI_CONFIGURATION_H
 #define KORVANE_TOOLS_CLI_CONFIGURATION_H
 

@@ -1,5 +1,4 @@
-/** Help texts, the manual page and completions for shells, all from the commands' texts and
- * parsers. */
+/** Help texts and the manual page, from the commands' texts and parsers. */
 #ifndef KORVANE_TOOLS_CLI_HELP_H
 #define KORVANE_TOOLS_CLI_HELP_H
 
@@ -16,11 +15,6 @@ std::string usage_line(Command command);
 
 /** In roff. */
 std::string manual_page();
-std::string bash_completions();
-std::string zsh_completions();
-std::string fish_completions();
-/** For bash, zsh or fish; a UsageError otherwise. */
-std::string completions(const std::string& shell);
 
 }  // namespace korvane::tool
 

@@ -123,6 +123,8 @@ struct Options {
     /** Where no option gives a time: of the preset, or else what suits the command and the format. */
     const SegmentTimes& times() const;
     segments::Rules rules(int rate) const;
+    /** Before any work: throws a Failure where something is at the path and must stay. */
+    void check_may_overwrite(const std::string& path) const;
     /** The pattern for the names of pieces. */
     std::string piece_name() const;
     /** Everything that the result of a recording depends on, besides the recording. */
@@ -136,6 +138,9 @@ struct OptionText {
     std::string type;  ///< empty: a flag
     std::string about;
     std::string group;
+
+    /** Whether the type lists the values: "a|b|c". */
+    bool has_choices() const { return type.find('|') != std::string::npos; }
 };
 /** Of a command's options, in the order of its parser. */
 std::vector<OptionText> option_texts(Command command);

@@ -319,8 +319,7 @@ void Adder::segments() {
     value(
         "--preset", preset_names(),
         "segments as they are wanted for captions, for dictated text, for the turns of a call, or "
-        "for an overview of long recordings; the options below count before it, wherever they "
-        "stand",
+        "for an overview of long recordings; the options below override it, wherever they stand",
         [&options = options_](const std::string& text) {
             options.preset = choice<SegmentTimes>(text, presets());
         });
@@ -401,8 +400,7 @@ void Adder::progress() {
     flag("-q,--quiet", "no warnings; errors are still reported", options_.quiet);
     flag("--strict",
          "write nothing about a recording that is damaged or cut; else what comes before the fault "
-         "is "
-         "worked on and written, with an error and status 1",
+         "is worked on and written, with an error and status 1",
          options_.strict);
 }
 
@@ -500,17 +498,6 @@ std::unique_ptr<CLI::App> make_parser(Command command, Options& options) {
     options.command = command;
     app->add_option("FILE", options.files);
     Adder add(*app, options);
-    if (command == Command::kSelftest) {
-        add.rows();
-        add.help();
-        return app;
-    }
-    if (command == Command::kScore) {
-        add.score();
-        add.overwriting();
-        add.help();
-        return app;
-    }
     switch (command) {
         case Command::kDetect:
             add.format(false);
@@ -535,9 +522,16 @@ std::unique_ptr<CLI::App> make_parser(Command command, Options& options) {
             add.page_audio();
             break;
         case Command::kScore:
+            add.score();
+            add.overwriting();
+            add.help();
+            return app;
         case Command::kSelftest:
-            break;
+            add.rows();
+            add.help();
+            return app;
     }
+    // What reads sound has these in common.
     add.overwriting();
     add.progress();
     if (command == Command::kDetect) {

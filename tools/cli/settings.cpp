@@ -6,6 +6,7 @@
 
 #include "tools/cli/options.h"
 #include "tools/files/failure.h"
+#include "tools/files/text_output.h"
 
 namespace korvane::tool {
 
@@ -120,6 +121,12 @@ std::string Options::piece_name() const {
         return name_template;
     }
     return source.each_channel ? "{stem}_{channel}_{index:04}.{ext}" : "{stem}_{index:04}.{ext}";
+}
+
+void Options::check_may_overwrite(const std::string& path) const {
+    if (no_clobber && !force) {
+        check_is_new(path);
+    }
 }
 
 std::string Options::fingerprint() const {

@@ -3,6 +3,7 @@
 #include <fstream>
 #include <string>
 
+#include "tools/cli/completions.h"
 #include "tools/cli/help.h"
 
 namespace {
