@@ -64,7 +64,15 @@ const Threshold& threshold_now(const VorState& s) {
 
 double level_db(const int16_t* x, int n) { return decibels(mean_square(sum_of_squares(x, n), n)); }
 
-void VOR_Init(VorState& s) { s = {1, 1, 1, 480, 19200, 0, 0}; }
+void VOR_Init(VorState& s) {
+    s = {.enter_enabled = 1,
+         .stay_enabled = 1,
+         .rate_enabled = 1,
+         .onset_samples = 480,
+         .hangover_samples = 19200,
+         .speech = 0,
+         .countdown = 0};
+}
 
 void VOR_SetFs(VorState& s) {
     // 10 ms and 400 ms at 48 kHz; other rates have the same counts.

@@ -9,11 +9,6 @@ namespace {
 // Time stamps waver; a step beyond this is a hole in the sound.
 constexpr GstClockTime kJitter = 40 * GST_MSECOND;
 
-// The decision `detector` counts these before it says speech.
-constexpr int64_t kDetectorOnset = 480;
-// And these before it says silence.
-constexpr int64_t kDetectorHangover = 19200;
-
 // What was true of a buffer that came in need not be of the one that goes on.
 constexpr auto kNotKept =
     static_cast<GstBufferFlags>(GST_BUFFER_FLAG_GAP | GST_BUFFER_FLAG_DISCONT);
@@ -24,7 +19,7 @@ int64_t hold_of(const KorvaneStreamConfig& config) {
     const auto samples = [&config](int64_t ms) { return ms * config.sampling_rate / 1000; };
     int64_t hold = 2 * config.frame_length + samples(config.pad_start_ms);
     if (config.decision == KORVANE_DECISION_DETECTOR) {
-        hold += kDetectorOnset;
+        hold += KORVANE_STREAM_DETECTOR_ONSET;
     } else {
         hold += samples(config.onset_ms);
     }
@@ -35,7 +30,7 @@ int64_t hold_of(const KorvaneStreamConfig& config) {
     // What may yet be too short waits for the end. So does adaptive speech at the very beginning of the sound,
     // where there is nothing to move it back into.
     if (config.min_speech_ms > 0 || is_adaptive) {
-        hold += config.decision == KORVANE_DECISION_DETECTOR ? kDetectorHangover
+        hold += config.decision == KORVANE_DECISION_DETECTOR ? KORVANE_STREAM_DETECTOR_HANGOVER
                                                              : samples(config.hangover_ms);
     }
     if (config.min_speech_ms > 0) {

@@ -130,6 +130,10 @@ extern "C" {
 /** How late the decision `adaptive` is, in ms: events count that in. */
 #define KORVANE_STREAM_SCORE_LAG_MS 40
 
+/** What the decision `detector` counts, in samples, before it answers speech and before it ends it. */
+#define KORVANE_STREAM_DETECTOR_ONSET 480
+#define KORVANE_STREAM_DETECTOR_HANGOVER 19200
+
 /** Longest time in a configuration, in ms: an hour. */
 #define KORVANE_STREAM_MAX_MS 3600000
 

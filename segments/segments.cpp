@@ -7,8 +7,6 @@ namespace korvane::segments {
 namespace {
 
 constexpr int64_t kMaxFrame = 4096;
-constexpr int64_t kOnsetSamples = 480;
-constexpr int64_t kHangoverSamples = 19200;
 
 // Positions and rules are at most kHuge, so that sums of a few of them do not overflow.
 constexpr int64_t kHuge = int64_t{1} << 60;
@@ -164,16 +162,23 @@ Timing timing_of(int rate, int frame) {
     if (rate < 1 || rate > 49999 || frame < 1 || frame > kMaxFrame) {
         return {};
     }
-    return {frame, delay_of(rate), whole_frames(kOnsetSamples, frame),
-            whole_frames(kHangoverSamples, frame)};
+    return {frame, delay_of(rate), whole_frames(KORVANE_STREAM_DETECTOR_ONSET, frame),
+            whole_frames(KORVANE_STREAM_DETECTOR_HANGOVER, frame)};
 }
 
-Timing timing_of(int rate, int frame, int onset_ms, int hangover_ms, int lag_ms) {
+Timing timing_of(const KorvaneStreamConfig& c) {
+    if (c.decision == KORVANE_DECISION_DETECTOR) {
+        return timing_of(c.sampling_rate, c.frame_length);
+    }
     const auto run = [&](int milliseconds) {
-        return whole_frames(std::max<int64_t>(samples_of(milliseconds, rate), 1), frame);
+        return whole_frames(std::max<int64_t>(samples_of(milliseconds, c.sampling_rate), 1),
+                            c.frame_length);
     };
-    Timing timing{frame, 0, run(onset_ms), run(hangover_ms)};
-    timing.delay = std::min(samples_of(lag_ms, rate), longest_delay(timing.onset, timing.hangover));
+    Timing timing{c.frame_length, 0, run(c.onset_ms), run(c.hangover_ms)};
+    if (c.decision == KORVANE_DECISION_ADAPTIVE) {
+        timing.delay = std::min(samples_of(KORVANE_STREAM_SCORE_LAG_MS, c.sampling_rate),
+                                longest_delay(timing.onset, timing.hangover));
+    }
     return timing;
 }
 

@@ -15,6 +15,8 @@
 #include <cstdint>
 #include <optional>
 
+#include "korvane_stream.h"
+
 namespace korvane::segments {
 
 /** How the detector's answers lie in time. All in samples per channel. */
@@ -38,9 +40,9 @@ constexpr int64_t samples_of(int milliseconds, int rate) {
     return (int64_t{milliseconds} * rate + 500) / 1000;
 }
 
-/** Of decisions on the input's own frames, which take at least a frame for onset and hang-over. A lag is
- * cut to the longest delay that a segmenter takes with these runs. Rate and frame as above. */
-Timing timing_of(int rate, int frame, int onset_ms, int hangover_ms, int lag_ms);
+/** Of a stream whose settings are valid. What decides on the input's own frames takes at least a frame for onset and
+ * hang-over; the score's lag is cut to the longest delay that a segmenter takes with these. */
+Timing timing_of(const KorvaneStreamConfig& config);
 
 /** The next multiple of a frame, `samples` itself where it is one. */
 int64_t whole_frames(int64_t samples, int64_t frame);

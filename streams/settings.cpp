@@ -18,10 +18,6 @@ constexpr BandGain kTwoBands = {-262, 14564};  // amplitude 9/8, below a quarter
 constexpr int32_t kMaxRate = 49999;
 constexpr int32_t kTwoBandRate = 25000;
 
-/** Of the two counts of the decision `detector`, which are samples at every rate. */
-constexpr int32_t kDetectorOnset = 480;
-constexpr int32_t kDetectorHangover = 19200;
-
 int32_t nearest_q15(float score) { return static_cast<int32_t>(std::lround(score * 32768)); }
 
 bool is_score(float score) { return score >= 0 && score <= 1; }
@@ -59,16 +55,6 @@ int32_t error_in(const KorvaneStreamConfig& c) {
         }
     }
     return KORVANE_OK;
-}
-
-/** When frames are decided, and how late. */
-segments::Timing timing_of(const KorvaneStreamConfig& c) {
-    if (c.decision == KORVANE_DECISION_DETECTOR) {
-        return segments::timing_of(c.sampling_rate, c.frame_length);
-    }
-    const bool adaptive = c.decision == KORVANE_DECISION_ADAPTIVE;
-    return segments::timing_of(c.sampling_rate, c.frame_length, c.onset_ms, c.hangover_ms,
-                               adaptive ? KORVANE_STREAM_SCORE_LAG_MS : 0);
 }
 
 }  // namespace
@@ -109,11 +95,11 @@ int32_t settings_of(const KorvaneStreamConfig& c, StreamSettings& settings) {
     s.enter = nearest_level(c.enter_db);
     s.stay = nearest_level(c.stay_db);
     const bool counts = c.decision == KORVANE_DECISION_DETECTOR;
-    s.onset = counts ? kDetectorOnset : samples(c.onset_ms);
-    s.hangover = counts ? kDetectorHangover : samples(c.hangover_ms);
+    s.onset = counts ? KORVANE_STREAM_DETECTOR_ONSET : samples(c.onset_ms);
+    s.hangover = counts ? KORVANE_STREAM_DETECTOR_HANGOVER : samples(c.hangover_ms);
     s.loss = gain.loss;
     s.restoring = c.restore_level != 0 ? gain.restoring : 0;
-    s.timing = timing_of(c);
+    s.timing = segments::timing_of(c);
     s.rules.min_gap = samples(c.min_gap_ms);
     s.rules.min_speech = samples(c.min_speech_ms);
     // At least a sample: none would mean never.

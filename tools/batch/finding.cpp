@@ -10,21 +10,6 @@
 
 namespace korvane::tool {
 
-namespace {
-
-/** When frames are decided, as the library has it. */
-segments::Timing timing_of(const KorvaneStreamConfig& c) {
-    const int rate = c.sampling_rate;
-    if (c.decision == KORVANE_DECISION_DETECTOR) {
-        return segments::timing_of(rate, c.frame_length);
-    }
-    const bool adaptive = c.decision == KORVANE_DECISION_ADAPTIVE;
-    return segments::timing_of(rate, c.frame_length, c.onset_ms, c.hangover_ms,
-                               adaptive ? KORVANE_STREAM_SCORE_LAG_MS : 0);
-}
-
-}  // namespace
-
 Work::Work(const std::string& name, const Options& options)
     : source(open_source(name, options.source)) {
     header.source = source->info();
@@ -33,7 +18,7 @@ Work::Work(const std::string& name, const Options& options)
     const int together = options.source.each_channel ? 1 : header.source.channels;
     header.stream = options.stream(name, rate, together);
     header.delay = segments::delay_of(rate);
-    header.timing = timing_of(header.stream);
+    header.timing = segments::timing_of(header.stream);
     header.rules = options.rules(rate);
     headers = {static_cast<std::size_t>(header.source.channels / together), header};
     for (std::size_t i = 0; options.source.each_channel && i < headers.size(); ++i) {
