@@ -106,6 +106,41 @@ KORVANE_INLINE void start_inputs(SpeechScore& s, const int32_t* power) {
     s.loudness_100 = s.loudness_floor = s.loudness_peak = loudness * 1024;
 }
 
+/** Inputs about all bands together. */
+struct Whole {
+    int32_t power;       ///< a sixteenth of it
+    int32_t above;       ///< mean level above the floors, Q10
+    int32_t flux;        ///< mean movement of the levels, Q10
+    int32_t shape_flux;  ///< mean movement of the levels against each other, Q10
+};
+
+/** How all bands have moved, and how loud they are beside the loudest of the last seconds: what is far below that is
+ * in the background. */
+KORVANE_INLINE void take_whole(SpeechScore& s, int16_t* inputs, const Whole& whole,
+                               int32_t quarter_step) {
+    constexpr int32_t kK = 1024;
+    using Four = Lanes<4>;
+    const Four slow = follow_level(s.above_slow, constant<Four>(whole.above),
+                                   load_lanes<Four>(s.steps.above_slow));
+    int32_t means[4];
+    store(means, slow);
+    const int32_t moves[4] = {distance(whole.above, means[2]), distance(whole.above, means[3]),
+                              whole.flux, whole.shape_flux};
+    const Four moved =
+        clamp(follow_level(s.moved, load_lanes<Four>(moves), load_lanes<Four>(s.steps.moved)), 0,
+              10 * kK);
+    const int32_t loudness = level_q10(std::max<int32_t>(whole.power, 0)) + 4 * kK;
+    const int32_t lasting = follow_level(&s.loudness_100, loudness, s.steps.ms100);
+    s.loudness_peak = std::max<int32_t>(s.loudness_peak - s.peak_step, lasting * kK);
+    const int32_t loudness_floor = follow_floor(&s.loudness_floor, loudness, quarter_step);
+    store(inputs, moved);
+    inputs[4] = static_cast<int16_t>(means[1]);
+    inputs[5] = static_cast<int16_t>(whole.above - means[0]);
+    inputs[6] = static_cast<int16_t>(clamp(loudness - (s.loudness_peak >> 10), -10 * kK, 5 * kK));
+    inputs[7] =
+        static_cast<int16_t>(std::min<int32_t>((s.loudness_peak >> 10) - loudness_floor, 15 * kK));
+}
+
 /** The inputs of hop `hop`. */
 KORVANE_INLINE void take_inputs(SpeechScore& s, int hop) {
     int16_t* const input = s.inputs[hop];
@@ -150,30 +185,9 @@ KORVANE_INLINE void take_inputs(SpeechScore& s, int hop) {
         store(input + kSpeechBands + band, clamp(shape, -10 * kK, 10 * kK));
     }
 
-    // How all of them have moved.
-    using Four = Lanes<4>;
-    const int32_t above_mean = band_mean(above_sum);
-    const Four slow = follow_level(s.above_slow, constant<Four>(above_mean),
-                                   load_lanes<Four>(s.steps.above_slow));
-    int32_t means[4];
-    store(means, slow);
-    const int32_t moves[4] = {distance(above_mean, means[2]), distance(above_mean, means[3]),
-                              band_mean(flux), band_mean(shape_flux)};
-    const Four moved =
-        clamp(follow_level(s.moved, load_lanes<Four>(moves), load_lanes<Four>(s.steps.moved)), 0,
-              10 * kK);
-    // Against the loudest of the last seconds: what is far below it is in the background.
-    const int32_t loudness = level_q10(std::max<int32_t>(sum_lanes(loudness_power), 0)) + 4 * kK;
-    const int32_t lasting = follow_level(&s.loudness_100, loudness, s.steps.ms100);
-    s.loudness_peak = std::max<int32_t>(s.loudness_peak - s.peak_step, lasting * kK);
-    const int32_t loudness_floor = follow_floor(&s.loudness_floor, loudness, quarter_step);
-    int16_t* const others = input + 2 * kSpeechBands;
-    store(others, moved);
-    others[4] = static_cast<int16_t>(means[1]);
-    others[5] = static_cast<int16_t>(above_mean - means[0]);
-    others[6] = static_cast<int16_t>(clamp(loudness - (s.loudness_peak >> 10), -10 * kK, 5 * kK));
-    others[7] =
-        static_cast<int16_t>(std::min<int32_t>((s.loudness_peak >> 10) - loudness_floor, 15 * kK));
+    const Whole whole = {sum_lanes(loudness_power), band_mean(above_sum), band_mean(flux),
+                         band_mean(shape_flux)};
+    take_whole(s, input + 2 * kSpeechBands, whole, quarter_step);
 }
 
 }  // namespace korvane::KORVANE_ISA

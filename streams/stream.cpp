@@ -155,7 +155,7 @@ void leave_out_the_silence(Stream& s) {
 
 /** Decides what it can of the block just cleaned, which waits in the ring to be handed back. */
 void decide_block(Stream& s) {
-    const NrssStreamState& ring = s.detector.stream;
+    const Block block = cleaned_block(s.detector.stream);
     leave_out_the_silence(s);
     int32_t at = s.to_skip;
     s.to_skip = 0;
@@ -165,7 +165,7 @@ void decide_block(Stream& s) {
     while (at < end) {
         const int32_t n = std::min(end - at, s.settings.frame - s.filled);
         add_scores(s, at, n);
-        add_samples(s, ring.ring_ch0 + ring.read_pos + at, ring.ring_ch1 + ring.read_pos + at, n);
+        add_samples(s, block.ch0 + at, block.ch1 + at, n);
         at += n;
     }
 }

@@ -61,7 +61,7 @@ TEST(SpeechScore, StandsAnySoundAndRate) {  // overflows are the sanitizers' to 
     for (const int rate : {1, 100, 8000, 24999, 25000, 49999}) {
         for (const Samples& x : {square, silence, constant}) {
             const auto all = scores(instruction_set(), rate, x, square);
-            EXPECT_GE(*std::ranges::min_element(all), 0);
+            EXPECT_LT(all.back(), 16384) << rate;  // nothing of it is speech to the end
         }
     }
 }

@@ -26,6 +26,16 @@ struct NrssStreamState {
     int16_t ring_ch1[kRingSize];
 };
 
+/** A block of samples of each channel. */
+struct Block {
+    const int16_t* ch0;
+    const int16_t* ch1;
+};
+/** The block that was cleaned last, before any of it is handed back. */
+inline Block cleaned_block(const NrssStreamState& s) {
+    return {s.ring_ch0 + s.read_pos, s.ring_ch1 + s.read_pos};
+}
+
 /** What Tolu_NRSS_BufInit does. */
 void NRSS_BufInit(NrssStreamState& s);
 

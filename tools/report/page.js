@@ -117,19 +117,14 @@ function connectKeys(view, player, go) {
   });
 }
 
-async function start() {
-  describe();
+/** The charts, one under another. */
+async function makePanels(host, view) {
   const envelope = async (name) => new Envelope(await takePacked(`waveform-${name}`), facts.waveform_bucket, 1 / rate, 0);
-  const spectrogram = async (name) => new Spectrogram(await takePacked(`spectrogram-${name}`), facts.spectrogram);
-  const before = await envelope("before");
-  const after = await envelope("after");
   const measure = async (name) => new Envelope(await takePacked(name), facts.level_bucket, facts.timing.frame / rate, -facts.timing.delay / rate);
+  const spectrogram = async (name) => new Spectrogram(await takePacked(`spectrogram-${name}`), facts.spectrogram);
+  const [before, after] = [await envelope("before"), await envelope("after")];
   const [level, score] = [await measure("level"), await measure("score")];
   const spectra = [await spectrogram("before"), await spectrogram("after")];
-
-  const view = new View();
-  const player = new Player(takeBytes("audio-before"), takeBytes("audio-after"));
-  const host = find("panels");
   const peak = Math.max(0.01, 1.05 * Math.max(before.peak(), after.peak()) / 32768);
   const scale = new LevelScale(spectra);
   view.add(waveformPanel(host, view, "Waveform before", "before", before, peak));
@@ -144,7 +139,49 @@ async function start() {
   view.add(decisionPanel(host, view));
   view.add(spectrogramPanel(host, view, "Spectrogram before", spectra[0], scale));
   view.add(spectrogramPanel(host, view, "Spectrogram after", spectra[1], scale));
+  return { level, scale };
+}
 
+function connectButtons(view, player) {
+  find("play").addEventListener("click", () => player.toggle());
+  find("hear-before").addEventListener("click", () => player.hear("before"));
+  find("hear-after").addEventListener("click", () => player.hear("after"));
+  find("zoom-in").addEventListener("click", () => view.zoom(0.5));
+  find("zoom-out").addEventListener("click", () => view.zoom(2));
+  find("zoom-all").addEventListener("click", () => view.showAll());
+  if (facts.no_audio) {
+    say(facts.no_audio);
+    for (const id of ["play", "hear-before", "hear-after"]) {
+      find(id).disabled = true;
+    }
+  }
+}
+
+/** Level under the pointer. */
+function connectReadout(view, level) {
+  view.pointer = (time) => {
+    const decibels = level.at(time ?? -1);
+    find("readout").textContent = time === null ? `Time in ${timeUnit}` :
+      `${secondsTime(time)} ${timeUnit}` + (decibels === undefined ? "" : `, level ${minus((decibels / facts.level_steps).toFixed(1))} dB`);
+  };
+  view.pointer(null);
+}
+
+function showPlayer({ position, playing, which }) {
+  find("clock").textContent = `${secondsTime(position)} / ${sampleTime(facts.length)}`;
+  find("play").classList.toggle("playing", playing);
+  find("play").querySelector(".label").textContent = playing ? "Pause" : "Play";
+  find("play").setAttribute("aria-label", playing ? "Pause" : "Play");
+  find("hear-before").setAttribute("aria-pressed", String(which === "before"));
+  find("hear-after").setAttribute("aria-pressed", String(which === "after"));
+}
+
+async function start() {
+  describe();
+  const view = new View();
+  const player = new Player(takeBytes("audio-before"), takeBytes("audio-after"));
+  const host = find("panels");
+  const { level, scale } = await makePanels(host, view);
   const overview = connectOverview(view, player);
   connectSaving(JSON.parse(new TextDecoder().decode(await takePacked("results"))));
   const go = (index) => {
@@ -160,7 +197,7 @@ async function start() {
   });
 
   const showPosition = () => {
-    const { position, playing, which } = player;
+    const { position, playing } = player;
     if (playing && (position > view.to || position < view.from)) {
       view.show(position - 0.05 * view.span(), position + 0.95 * view.span());
     }
@@ -169,40 +206,17 @@ async function start() {
     }
     overview.moveHead();
     list.mark(segmentAt(position * rate));
-    find("clock").textContent = `${secondsTime(position)} / ${sampleTime(facts.length)}`;
-    find("play").classList.toggle("playing", playing);
-    find("play").querySelector(".label").textContent = playing ? "Pause" : "Play";
-    find("play").setAttribute("aria-label", playing ? "Pause" : "Play");
-    find("hear-before").setAttribute("aria-pressed", String(which === "before"));
-    find("hear-after").setAttribute("aria-pressed", String(which === "after"));
+    showPlayer(player);
   };
   player.changed = showPosition;
   player.failed = say;
   view.listeners.push(showPosition);
-  const showReadout = (time) => {
-    const decibels = level.at(time ?? -1);
-    find("readout").textContent = time === null ? `Time in ${timeUnit}` :
-      `${secondsTime(time)} ${timeUnit}` + (decibels === undefined ? "" : `, level ${minus((decibels / facts.level_steps).toFixed(1))} dB`);
-  };
-  showReadout(null);
-  view.pointer = showReadout;
-
+  connectReadout(view, level);
   for (const panel of view.panels) {
     connectClicks(panel, view, player);
   }
   connectKeys(view, player, go);
-  find("play").addEventListener("click", () => player.toggle());
-  find("hear-before").addEventListener("click", () => player.hear("before"));
-  find("hear-after").addEventListener("click", () => player.hear("after"));
-  find("zoom-in").addEventListener("click", () => view.zoom(0.5));
-  find("zoom-out").addEventListener("click", () => view.zoom(2));
-  find("zoom-all").addEventListener("click", () => view.showAll());
-  if (facts.no_audio) {
-    say(facts.no_audio);
-    for (const id of ["play", "hear-before", "hear-after"]) {
-      find(id).disabled = true;
-    }
-  }
+  connectButtons(view, player);
 
   let width = host.clientWidth;
   new ResizeObserver(() => {

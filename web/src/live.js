@@ -55,6 +55,76 @@ function apart(options, names) {
   return [mine, rest];
 }
 
+/** What a worklet sends becomes calls of the page's functions. */
+class Messages {
+  #calls;
+  #bringSound;
+  #rate;
+  #waiting = []; // ends whose sound is on its way
+  #pieces = [];
+
+  constructor(calls, bringSound, rate) {
+    this.#calls = calls;
+    this.#bringSound = bringSound;
+    this.#rate = rate;
+  }
+
+  take({ told, sound, whole, reset }) {
+    if (told) {
+      told.forEach(([kind, ...numbers]) => kind === "frame" ? this.#frame(numbers) : this.#event(numbers));
+    } else if (sound) {
+      this.#pieces.push(sound);
+      if (whole) {
+        this.#tell("onSpeechEnd", this.#spoken(), this.#waiting.shift());
+      }
+    } else if (reset) {
+      this.#waiting = [];
+      this.#pieces = [];
+    }
+  }
+
+  #tell(name, ...values) {
+    try {
+      this.#calls[name]?.(...values);
+    } catch (error) {
+      reportError(error); // what a page throws keeps nothing from its next call
+    }
+  }
+
+  #frame(numbers) {
+    const reports = new Reports(this.#rate);
+    reports.onFrame(...numbers);
+    this.#tell("onFrame", reports.frames[0]);
+  }
+
+  #event(numbers) {
+    const reports = new Reports(this.#rate);
+    reports.onEvent(...numbers);
+    const [event] = reports.events;
+    if (event.type === "start") {
+      this.#tell("onSpeechStart", event);
+    } else if (this.#bringSound) {
+      this.#waiting.push(event);
+    } else {
+      this.#tell("onSpeechEnd", undefined, event);
+    }
+  }
+
+  /** The pieces put together, interleaved. */
+  #spoken() {
+    const length = this.#pieces.reduce((sum, channels) => sum + channels.length * channels[0].length, 0);
+    const spoken = new Float32Array(length);
+    let at = 0;
+    for (const channels of this.#pieces) {
+      for (let i = 0; i < channels[0].length; ++i) {
+        channels.forEach((samples) => { spoken[at++] = samples[i]; });
+      }
+    }
+    this.#pieces = [];
+    return spoken;
+  }
+}
+
 export async function vadNode(context, options = {}) {
   if (typeof context?.audioWorklet?.addModule !== "function") {
     throw new TypeError(typeof context?.createGain === "function" ?
@@ -94,59 +164,9 @@ export async function vadNode(context, options = {}) {
     },
   });
 
-  const waiting = []; // ends whose sound is on its way
-  let pieces = [];
-  const tell = (name, ...values) => {
-    try {
-      mine[name]?.(...values);
-    } catch (error) {
-      reportError(error); // what a page throws keeps nothing from its next call
-    }
-  };
-  const onSound = ({ sound: piece, whole }) => {
-    pieces.push(piece);
-    if (!whole) {
-      return;
-    }
-    const spoken = new Float32Array(channels * pieces.reduce((sum, [{ length }]) => sum + length, 0));
-    let at = 0;
-    for (const one of pieces) {
-      for (let i = 0; i < one[0].length; ++i) {
-        one.forEach((samples) => { spoken[at++] = samples[i]; });
-      }
-    }
-    pieces = [];
-    tell("onSpeechEnd", spoken, waiting.shift());
-  };
+  const messages = new Messages(mine, sound !== "none", context.sampleRate);
   const closed = new Promise((done) => {
-    node.port.onmessage = ({ data }) => {
-      if (data.told) {
-        const reports = new Reports(context.sampleRate);
-        for (const [kind, ...numbers] of data.told) {
-          if (kind === "frame") {
-            reports.onFrame(...numbers);
-            tell("onFrame", reports.frames.pop());
-            continue;
-          }
-          reports.onEvent(...numbers);
-          const event = reports.events.pop();
-          if (event.type === "start") {
-            tell("onSpeechStart", event);
-          } else if (sound === "none") {
-            tell("onSpeechEnd", undefined, event);
-          } else {
-            waiting.push(event);
-          }
-        }
-      } else if (data.sound) {
-        onSound(data);
-      } else if (data.reset) {
-        waiting.length = 0;
-        pieces = [];
-      } else if (data.closed) {
-        done();
-      }
-    };
+    node.port.onmessage = ({ data }) => data.closed ? done() : messages.take(data);
   });
   node.onprocessorerror = () => mine.onError?.(new Error("the audio worklet has failed; make a new node"));
   let end = null;
