@@ -204,6 +204,9 @@ int run_report(const Options& options) {
         throw Failure(options.output, "this korvane-vad was built without reports");
     }
     check_is_no_input(options.output, options.files);
+    if (is_sound_name(options.output)) {
+        throw Failure(options.output, "is the name of a sound file, and this is a page: .html");
+    }
     options.check_may_overwrite(options.output);
     prepare_for_interruption(name);
     Work work(name, options);

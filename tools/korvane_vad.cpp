@@ -35,16 +35,14 @@ using namespace korvane::tool;
 constexpr int kExitFailure = 1;
 constexpr int kExitUsage = 2;
 
-/** Without the three standard streams a file opened later would take their place. */
-void check_standard_streams() {
+/** Without the three standard streams a file opened later would take their place. What is written to a standard output
+ * that was closed still fails. */
+void fill_standard_streams() {
     for (const int descriptor : {STDIN_FILENO, STDERR_FILENO, STDOUT_FILENO}) {
         if (fcntl(descriptor, F_GETFD) != -1) {
             continue;
         }
-        if (descriptor == STDOUT_FILENO) {
-            throw Failure("standard output", std::strerror(errno));
-        }
-        const int null = open("/dev/null", O_RDWR);
+        const int null = open("/dev/null", descriptor == STDERR_FILENO ? O_RDWR : O_RDONLY);
         if (null != descriptor) {
             dup2(null, descriptor);
             close(null);
@@ -90,7 +88,7 @@ int run_words(const std::vector<std::string>& words) {
         return 0;
     }
     try {
-        check_standard_streams();
+        fill_standard_streams();
         return run(options);
     } catch (const UsageError&) {
         throw;

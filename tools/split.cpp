@@ -25,8 +25,8 @@ namespace {
 std::string piece_extension(const SourceInfo& info) {
     const std::string own = extension_of_path(info.name);
     constexpr int kContainer = 0x0FFF0000;  // of libsndfile's format word
-    const bool same =
-        info.sf_format != 0 && ((sink_format(info, "x." + own) ^ info.sf_format) & kContainer) == 0;
+    const bool same = info.sf_format != 0 && !info.is_decoded &&
+                      ((sink_format(info, "x." + own) ^ info.sf_format) & kContainer) == 0;
     return same && !own.empty() ? own : "wav";
 }
 
@@ -199,7 +199,8 @@ int run_split(const Options& options) {
         };
     }
     Work work(name, with_original);
-    prepare(cut, options, work.header.source);
+    const SourceInfo& judged = work.header.source;
+    prepare(cut, options, judged);
     ProgressBar bar = bar_for(options, name, false);
     const Tick tick = drawing(bar);
     std::vector<Listener> listeners = listeners_of(cut, options, work.headers.size());
@@ -211,6 +212,9 @@ int run_split(const Options& options) {
     if (!files.empty() && cut.is_encoded_anew) {
         warn(options, name,
              "the pieces are encoded anew; --template with .flac or .wav loses nothing more");
+    }
+    if (!files.empty() && judged.is_decoded) {
+        warn(options, name, "the pieces are what ffmpeg decodes, in 16 bits");
     }
     for (const Speech& speech : all) {
         warn(options, name, speech.doubt);

@@ -67,6 +67,9 @@ class Pipe {
     std::thread writer_;
 };
 
+/** Bytes that are no sound file. */
+std::string noise_bytes(std::size_t count) { return raw_bytes(noise(count / 2, 14), false); }
+
 class AudioSourceTest : public testing::Test {
   protected:
     AudioSourceTest() { std::signal(SIGPIPE, SIG_IGN); }
@@ -159,6 +162,24 @@ TEST_F(AudioSourceTest, ReadsWavWithoutATrueLengthToItsEnd) {
                 << "pipe " << std::hex << format << ' ' << length;
         }
     }
+    const struct {
+        int format;
+        const char* mark;
+        std::size_t behind;
+        std::string length;
+    } others[] = {
+        {SF_FORMAT_RF64 | SF_FORMAT_PCM_16, "ds64", 16, std::string(8, '\0')},
+        {SF_FORMAT_AU | SF_FORMAT_PCM_24, ".snd", 8, std::string(4, '\0')},
+        {SF_FORMAT_CAF | SF_FORMAT_PCM_32, "data", 4, std::string(8, '\xFF')},
+        {SF_FORMAT_CAF | SF_FORMAT_FLOAT | SF_ENDIAN_LITTLE, "data", 4, std::string(8, '\xFF')}};
+    for (const auto& [format, mark, behind, length] : others) {
+        write_file(folder_.path("x"), format, 16000, 2, wide);
+        std::string bytes = folder_.read("x");
+        bytes.replace(bytes.find(mark) + behind, length.size(), length);
+        EXPECT_EQ(read_all(folder_.write("x", bytes)), samples) << mark;
+        const Pipe pipe(folder_, bytes);
+        EXPECT_EQ(read_all(pipe.path()), samples) << "pipe " << mark;
+    }
     // No sample at all, and a chunk behind that.
     write_file(folder_.path("x"), kWav, 16000, 1, samples);
     std::string bytes = folder_.read("x");
@@ -179,7 +200,12 @@ TEST_F(AudioSourceTest, ReadsAllLinksOfAChain) {
         std::ranges::copy(read_all(folder_.path(name)), std::back_inserter(expected));
     }
     const std::string chain = folder_.read("a") + folder_.read("b") + folder_.read("a");
-    EXPECT_TRUE(read_all(folder_.write("x", chain)) == expected);
+    const std::string first = folder_.read("a");
+    for (const std::string& between :
+         {std::string(), std::string(70000, 'O'), "OggS" + noise_bytes(300)}) {
+        EXPECT_TRUE(read_all(folder_.write(
+                        "x", first + between + folder_.read("b") + between + first)) == expected);
+    }
     std::vector<int16_t> before;
     const auto fails = [&](const std::string& path, const char* reason) {
         const auto source = open_source(path, {});
@@ -192,6 +218,20 @@ TEST_F(AudioSourceTest, ReadsAllLinksOfAChain) {
           "part 2 of the chain: has another rate");
     const Pipe pipe(folder_, chain);
     fails(pipe.path(), "a chain, of which only a file");
+    // A page that is missing or wrong would shift what is behind it; a link's last page leaves no more than a gap.
+    std::string damaged = chain;
+    damaged[first.size() / 2] ^= 1;
+    EXPECT_THAT(
+        failure_of([&] { read_all(*open_source(folder_.write("x", damaged), {}), &before); }),
+        HasSubstr("pages are missing or wrong"));
+    EXPECT_LT(before.size(), 100000U);
+    EXPECT_TRUE(std::equal(before.begin(), before.end(), expected.begin()));
+    const std::string unfinished = first.substr(0, first.rfind("OggS")) + folder_.read("b");
+    before.clear();
+    EXPECT_THAT(
+        failure_of([&] { read_all(*open_source(folder_.write("x", unfinished), {}), &before); }),
+        HasSubstr("part 1 of the chain: its last page is missing"));
+    EXPECT_GT(before.size(), 130000U);
 }
 
 TEST_F(AudioSourceTest, TakesACountOfMpegFramesForAPromiseAndAGuessForNone) {
@@ -217,10 +257,21 @@ TEST_F(AudioSourceTest, TakesACountOfMpegFramesForAPromiseAndAGuessForNone) {
             static_cast<double>(read_all(folder_.write("two", counted + between + counted)).size()),
             603000, 3000);
     }
+    // Behind it, too.
+    const std::vector<int16_t> whole = read_all(folder_.write("guessed.mp3", guessed));
+    for (const std::string& behind : {std::string(5000, '\0'), noise_bytes(5000)}) {
+        EXPECT_EQ(read_all(folder_.write("guessed.mp3", guessed + behind)), whole);
+    }
+    write_file(folder_.path("other"), SF_FORMAT_MPEG | SF_FORMAT_MPEG_LAYER_III, 22050, 1, samples);
+    std::string damaged = guessed;
+    damaged.replace(guessed.find(guessed.substr(0, 2), 15000), 4, "spam");
+    const std::string half = counted.substr(0, counted.size() / 2);
     for (const auto& [bytes, reason] :
-         {std::pair{counted, "truncated: "}, {guessed, "damaged, or cut within a frame"}}) {
-        const auto source =
-            open_source(folder_.write("cut", bytes.substr(0, bytes.size() / 2)), {});
+         {std::pair{half, "truncated: "},
+          {guessed.substr(0, guessed.size() / 2), "damaged, or cut within a frame"},
+          {counted + folder_.read("other"), "part 2 of the chain: has another rate"},
+          {damaged, "damaged: the decoder has left out"}}) {
+        const auto source = open_source(folder_.write("cut", bytes), {});
         std::vector<int16_t> before;
         EXPECT_THAT(failure_of([&] { read_all(*source, &before); }), HasSubstr(reason));
         EXPECT_GT(before.size(), 65536U);

@@ -180,6 +180,21 @@ class Formats(ToolTest):
             self.assertEqual(self.run_tool("--decoder", "ffmpeg", "-", stdin=stdin).stdout,
                              self.run_tool("--decoder", "ffmpeg", odd).stdout)
         self.fails("/none.m4a", "No such file", "--decoder", "ffmpeg", "/none.m4a")
+        # Not written again as something else, and found in a folder.
+        before = pathlib.Path(talk).read_bytes()
+        self.fails(talk, "no .m4a is written here", "clean", "--decoder", "ffmpeg", talk, talk)
+        self.assertEqual(pathlib.Path(talk).read_bytes(), before)
+        done = self.run_tool("split", "--decoder", "ffmpeg", talk, "-o", self.path("pieces"))
+        self.assertTrue(done.stderr.endswith("it's a talk.m4a: the pieces are what ffmpeg decodes, in 16 bits\n"), done.stderr)
+        self.assertEqual({name[-4:] for name in os.listdir(self.path("pieces"))}, {".wav"})
+        pathlib.Path(self.path("pieces/notes.txt")).write_text("no recording")
+        shutil.move(talk, self.path("pieces"))
+        done = self.run_tool("-f", "csv", "--decoder", "ffmpeg", "--recursive", self.path("pieces"))
+        self.assertEqual((done.returncode, "talk.m4a" in done.stdout, done.stderr), (0, True, ""))
+        shutil.move(self.path("pieces/it's a talk.m4a"), talk)
+        blocks = self.path("blocks.voc")
+        subprocess.run(["ffmpeg", "-v", "error", "-i", ALSA, "-c:a", "pcm_s16le", blocks], check=True)
+        self.fails(blocks, "several blocks, which are not read here; try ffmpeg -i", blocks)
         self.fails(talk, "is not installed", "--decoder", "ffmpeg", talk, env={**os.environ, "PATH": self.folder})
 
 
@@ -336,12 +351,12 @@ class Outputs(ToolTest):
             done = subprocess.run(["bash", "-c", f"{{ {command} {how}; }} 3>&2", "bash", ALSA],
                                   stderr=subprocess.PIPE, text=True)
             self.assertRegex(done.stderr, "^korvane-vad: standard output: [^\n]+\n1\n$")
-        for options, status in (("", 1), ("--check", 2)):
+        for options, status in (("", 1), ("--check", 0)):
             done = subprocess.run(["bash", "-c", f'{shlex.join(TOOL)} {options} "$1" >&- 2>&-', "bash", ALSA])
             self.assertEqual(done.returncode, status)
         self.assertEqual(os.listdir(self.folder), [])
-        subprocess.run(["bash", "-c", f'{shlex.join(TOOL)} clean "$1" "$2" <&- 2>&-', "bash", ALSA,
-                        self.path("out.wav")], check=True, stdout=subprocess.DEVNULL)
+        subprocess.run(["bash", "-c", f'{shlex.join(TOOL)} clean "$1" "$2" <&- >&- 2>&-', "bash", ALSA,
+                        self.path("out.wav")], check=True)
         self.segments_and_cleaned(ALSA, self.path("expected.wav"))
         self.assertEqual(read_wav(self.path("out.wav")), read_wav(self.path("expected.wav")))
 
@@ -895,6 +910,16 @@ class Scores(ToolTest):
             done = self.run_tool("score", one, other)
             self.assertEqual(done.stdout.splitlines()[-1].split()[2:], ["0.000", "0.000", "1.0000", "0.0000", "together"], (one, other))
 
+    def test_recordings_without_speech_count(self):
+        quiet, reference, other = self.path("quiet.wav"), self.path("reference.rttm"), self.path("other.rttm")
+        write_wav(quiet, 8000, 1, [0] * 80000)
+        self.run_tool(PROMPT, quiet, "-o", reference)
+        self.run_tool(PROMPT, "-o", other)
+        with open(other, "a") as file:
+            file.write("SPEAKER quiet 1 2 3 <NA> <NA> speech <NA> <NA>\n")
+        done = self.run_tool("score", reference, other)
+        self.assertEqual((done.stderr, done.stdout.splitlines()[-1].split()[2]), ("", "3.000"))
+
     def test_what_is_missing_and_what_is_wrong_is_told(self):
         for name, text in (("a", "SPEAKER one 1 0 2 <NA> <NA> s\nSPEAKER two 1 0 2\n"), ("b", "SPEAKER two 1 1 1\nSPEAKER 3 1 0 1\n"),
                            ("bad", "SPEAKER one 1 x 2\n"), ("back", "2\t1\ta\n"), ("odd", "hello\n"), ("json", "{}\n"), ("prose", "Hello\n"),
@@ -956,6 +981,14 @@ class Conventions(ToolTest):
         self.fails(self.path("empty"), "no recording", "--recursive", self.path("empty"))
         os.symlink("nowhere", self.path("empty/lost.wav"))
         self.assertIn("empty/lost.wav: No such file", self.run_tool("--recursive", self.path("empty")).stderr)
+
+    def test_a_name_says_what_is_in_a_file(self):
+        for words, name, form in (("", "a.srt", "srt"), ("", "a.TextGrid", "textgrid"), ("", "a.json", "json"), ("", "a.txt", "text"), ("", "a", "text"),
+                                  ("frames", "a.jsonl", "jsonl"), ("frames", "a.srt", "text"), ("-f csv", "a.srt", "csv")):
+            command = words.split() if words == "frames" else []
+            self.run_tool(*words.split(), PROMPT, "-o", self.path(name))
+            self.assertEqual(pathlib.Path(self.path(name)).read_text(), self.run_tool(*command, "-f", form, PROMPT).stdout, (words, name))
+        self.fails(self.path("a.mp3"), "is the name of a sound file", "report", PROMPT, "-o", self.path("a.mp3"))
 
     def test_one_rule_for_overwriting(self):
         """What is there is replaced by every command, and by none with --no-clobber."""

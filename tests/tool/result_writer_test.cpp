@@ -23,7 +23,13 @@ using segments::Segment;
 
 ResultHeader header_of(const std::string& name) {
     ResultHeader header;
-    header.source = {name, 16000, 1, 96000, 6, 0, false, std::nullopt};
+    header.source = {.name = name,
+                     .rate = 16000,
+                     .channels = 1,
+                     .input_rate = 96000,
+                     .input_channels = 6,
+                     .bit_exact = false,
+                     .length = {}};
     header.file_id = name;
     header.stream.decision = KORVANE_DECISION_DETECTOR;
     header.stream.frame_length = 160;

@@ -47,9 +47,10 @@ struct SourceInfo {
     int channels = 0;  ///< 1 or 2, as handed out; any number where each is judged by itself
     int input_rate = 0;
     int input_channels = 0;
-    int sf_format = 0;      ///< libsndfile's format word, 0 for raw samples of 16 bits
-    bool bit_exact = true;  ///< false after resampling, and after Vorbis, Opus and MPEG, whose
-                            ///< decoders are not defined bit by bit
+    int sf_format = 0;        ///< libsndfile's format word, 0 for raw samples of 16 bits
+    bool is_decoded = false;  ///< by ffmpeg: the file itself is not of sf_format
+    bool bit_exact = true;    ///< false after resampling, and after Vorbis, Opus and MPEG, whose
+                              ///< decoders are not defined bit by bit
     std::optional<int64_t> length;  ///< samples per channel as handed out, where known beforehand
 };
 

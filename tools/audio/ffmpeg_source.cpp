@@ -54,6 +54,7 @@ FfmpegSource::FfmpegSource(const std::string& name, const OriginalListener& orig
     info_ = decoded_->info();
     info_.name = name;
     info_.bit_exact = false;
+    info_.is_decoded = true;
 }
 
 FfmpegSource::~FfmpegSource() {

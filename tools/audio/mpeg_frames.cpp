@@ -48,21 +48,50 @@ int64_t frame_bytes(uint32_t header) {
     return (layer == 3 && version != 3 ? 72 : 144) * bits / hertz + padding;
 }
 
-uint32_t header_at(InputDescriptor& file, int64_t at) {
-    uint8_t bytes[kHeader];
-    return file.read_at(at, bytes, kHeader) == kHeader ? big_endian(bytes) : 0;
+/** The headers of a file, read in large pieces. */
+class Headers {
+  public:
+    explicit Headers(InputDescriptor& file) : file_(&file) {}
+
+    /** 0 beyond the end. */
+    uint32_t at(int64_t place) {
+        const auto end = [this] { return begin_ + static_cast<int64_t>(piece_.size()); };
+        if (place < begin_ || place + static_cast<int64_t>(kHeader) > end()) {
+            constexpr std::size_t kPiece = 65536;
+            piece_.resize(kPiece);
+            piece_.resize(file_->read_at(place, piece_.data(), kPiece));
+            begin_ = place;
+        }
+        return place + static_cast<int64_t>(kHeader) <= end()
+                   ? big_endian(&piece_[static_cast<std::size_t>(place - begin_)])
+                   : 0;
+    }
+    InputDescriptor& file() { return *file_; }
+
+  private:
+    InputDescriptor* file_;
+    std::vector<uint8_t> piece_;
+    int64_t begin_ = 0;
+};
+
+/** Whether both are of one version, layer and rate. */
+bool are_alike(uint32_t one, uint32_t other) { return ((one ^ other) & 0xFFFE0C00) == 0; }
+
+/** Whether a decoder that plays the one goes on with the other: with as many channels, too. */
+bool goes_on(uint32_t one, uint32_t other) {
+    constexpr uint32_t kMono = 3;
+    return are_alike(one, other) && ((one >> 6 & 3) == kMono) == ((other >> 6 & 3) == kMono);
 }
 
-/** Whether sound begins with this header: whole frames follow each other, of one version, layer and rate. */
-bool begins_sound(InputDescriptor& file, int64_t at, uint32_t header) {
-    constexpr uint32_t kAlike = 0xFFFE0C00;
+/** Whether sound begins with this header: whole frames follow each other. */
+bool begins_sound(Headers& headers, int64_t at, uint32_t header) {
     const int64_t bytes = frame_bytes(header);
     if (bytes == 0) {
         return false;
     }
-    const uint32_t next = header_at(file, at + bytes);
-    return at + bytes >= file.size() ||
-           (frame_bytes(next) > 0 && (next & kAlike) == (header & kAlike));
+    const uint32_t next = headers.at(at + bytes);
+    return at + bytes >= headers.file().size() ||
+           (frame_bytes(next) > 0 && are_alike(next, header));
 }
 
 /** Where the sound goes on behind `at`, if it does: behind a tag of 128 bytes, which ends a file, and those that begin one. */
@@ -73,7 +102,8 @@ int64_t behind_tags(InputDescriptor& file, int64_t at) {
 }
 
 /** What the frame of Xing and LAME's making says, which decodes to silence and stands before the sound. */
-MpegSound counted_sound(InputDescriptor& file, int64_t start, int64_t first_frame) {
+MpegSound counted_sound(Headers& headers, int64_t start, int64_t first_frame) {
+    InputDescriptor& file = headers.file();
     MpegSound sound{.start = start};
     std::array<char, 64> head{};
     file.read_at(start, head.data(), head.size());
@@ -87,7 +117,7 @@ MpegSound counted_sound(InputDescriptor& file, int64_t start, int64_t first_fram
     sound.counted = (present & 1) != 0;
     sound.byte_count = (present & 3) == 3 ? big_endian(fields + 8) : 0;
     const int64_t end = behind_tags(file, start + sound.byte_count);
-    if (sound.byte_count > 0 && begins_sound(file, end, header_at(file, end))) {
+    if (sound.byte_count > 0 && begins_sound(headers, end, headers.at(end))) {
         return {.start = start + first_frame};
     }
     return sound;
@@ -107,15 +137,35 @@ int64_t end_of_id3_tags(InputDescriptor& file, int64_t from) {
 }
 
 std::optional<MpegSound> find_mpeg(InputDescriptor& file, int64_t from, int64_t most_before) {
-    std::vector<uint8_t> bytes(static_cast<std::size_t>(most_before) + kHeader);
-    bytes.resize(file.read_at(from, bytes.data(), bytes.size()));
-    for (std::size_t i = 0; i + kHeader <= bytes.size(); ++i) {
-        const int64_t at = from + static_cast<int64_t>(i);
-        if (const uint32_t header = big_endian(&bytes[i]); begins_sound(file, at, header)) {
-            return counted_sound(file, at, frame_bytes(header));
+    Headers headers(file);
+    for (int64_t at = from; at <= from + most_before; ++at) {
+        if (const uint32_t header = headers.at(at); begins_sound(headers, at, header)) {
+            return counted_sound(headers, at, frame_bytes(header));
         }
     }
     return std::nullopt;
+}
+
+MpegExtent extent_of_mpeg(InputDescriptor& file, int64_t start) {
+    Headers headers(file);
+    const uint32_t first = headers.at(start);
+    MpegExtent extent{.end = start};
+    for (int64_t at = start; at < file.size();) {
+        uint32_t header = headers.at(at);
+        if (frame_bytes(header) == 0 || !goes_on(first, header)) {
+            at = behind_tags(file, at);
+            while (at < file.size() && !begins_sound(headers, at, header = headers.at(at))) {
+                ++at;
+            }
+            extent.changes = at < file.size() && !goes_on(first, header);
+            if (at >= file.size() || extent.changes) {
+                break;
+            }
+        }
+        at += frame_bytes(header);
+        extent.end = std::min(at, file.size());
+    }
+    return extent;
 }
 
 }  // namespace korvane::tool

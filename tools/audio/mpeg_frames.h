@@ -22,6 +22,15 @@ struct MpegSound {
  */
 std::optional<MpegSound> find_mpeg(InputDescriptor& file, int64_t from, int64_t most_before);
 
+/** How far sound goes on as it began. */
+struct MpegExtent {
+    int64_t end = 0;       // bytes from the file's beginning to behind the last frame
+    bool changes = false;  // frames of another rate or number of channels follow
+};
+
+/** Of the sound whose first frame is at `start`. What is no frame is passed over, if frames follow. */
+MpegExtent extent_of_mpeg(InputDescriptor& file, int64_t start);
+
 /** Where the ID3 tags that stand at `from`, if any, end. A cover in one may look like MPEG. */
 int64_t end_of_id3_tags(InputDescriptor& file, int64_t from);
 

@@ -180,7 +180,8 @@ void check_sink(const SourceInfo& source, const std::string& path) {
     const std::string extension = path == "-" ? "" : extension_of(path);
     // The end of a number of seconds is no extension.
     const bool named = extension.find_first_not_of("0123456789") != std::string::npos;
-    if (named && extension != extension_of(source.name) && containers_named(extension).empty()) {
+    const bool is_own = !source.is_decoded && extension == extension_of(source.name);
+    if (named && !is_own && containers_named(extension).empty()) {
         throw Failure(path,
                       "no ." + extension +
                           " is written here, but .wav .flac .ogg .opus .mp3 .aiff .au .caf .w64 "

@@ -19,6 +19,7 @@ namespace {
 
 constexpr int64_t kMostBeforeMpeg = 65536;  // bytes of neither tag nor frame before the first frame
 constexpr int64_t kEndless = int64_t{1} << 40;  // bytes; more than a recording has
+constexpr const char* kOtherSound = "has another rate or number of channels";
 
 /** What libsndfile reads without going back: WAV, AIFF, AU and Ogg, by their first four bytes. */
 constexpr std::array<uint32_t, 6> kStreamed = {
@@ -57,7 +58,9 @@ std::string loss_in_log(const std::string& log, int format) {
 
 /** The same samples without a header. */
 SF_INFO raw_format(const SF_INFO& format) {
-    const bool big = (format.format & SF_FORMAT_ENDMASK) == SF_ENDIAN_BIG;
+    const int order = format.format & SF_FORMAT_ENDMASK;
+    const bool big = order == SF_ENDIAN_BIG ||
+                     (order == SF_ENDIAN_FILE && container_of(format.format) == SF_FORMAT_AU);
     SF_INFO raw{};
     raw.samplerate = format.samplerate;
     raw.channels = format.channels;
@@ -80,12 +83,24 @@ int64_t sphere_length(InputDescriptor& file) {
     return at == std::string::npos ? 0 : std::atoll(header.c_str() + at + kField.size());
 }
 
-/** Where the format is not known: a line that would work. */
-std::string decoder_hint(const std::string& name, SNDFILE* file) {
-    const int error = sf_error(file);
-    if (error != SF_ERR_UNRECOGNISED_FORMAT && error != SF_ERR_UNSUPPORTED_ENCODING) {
-        return "";
+/** Whether a VOC file's sound is in several blocks, whose heads libsndfile would take for sound. */
+bool has_several_voc_blocks(InputDescriptor& file) {
+    constexpr uint8_t kLastSound = 2;  // 1 begins sound, 2 goes on with it
+    constexpr uint8_t kSound16 = 9;
+    uint8_t head[26];
+    if (file.read_at(0, head, sizeof head) != sizeof head) {
+        return false;
     }
+    int blocks = 0;
+    for (int64_t at = head[20] | head[21] << 8; file.read_at(at, head, 4) == 4 && head[0] != 0;) {
+        blocks += head[0] <= kLastSound || head[0] == kSound16 ? 1 : 0;
+        at += 4 + (head[1] | head[2] << 8 | head[3] << 16);
+    }
+    return blocks > 1;
+}
+
+/** Where a file cannot be read: a line that may work. */
+std::string decoder_hint(const std::string& name) {
     std::string word = "'";
     for (const char c : name) {
         word += c == '\'' ? "'\\''" : std::string(1, c);
@@ -103,6 +118,9 @@ std::string sndfile_reason(const std::string& message) {
     if (message.find("SF_INFO struct incomplete") != std::string::npos) {
         return "its header gives no sampling rate or no channels";
     }
+    if (message.find("File does not exist or is not a regular file") != std::string::npos) {
+        return "no sound is found in it";  // by the MPEG decoder, which may be the last to look
+    }
     std::string line = message.substr(message.starts_with("Error : ") ? 8 : 0);
     line.resize(std::min(line.find('\n'), line.size()));
     while (!line.empty() && (line.back() == '.' || line.back() == ' ')) {
@@ -112,7 +130,7 @@ std::string sndfile_reason(const std::string& message) {
 }
 
 SndfileSource::SndfileSource(const std::string& name, OriginalListener original)
-    : InputSource(name, std::move(original)) {
+    : InputSource(name, std::move(original)), is_named_(!input_.live() && name != "-") {
     if (!input_.live() && input_.size() == 0) {
         throw Failure(input_name(name), "empty file");
     }
@@ -130,7 +148,6 @@ SndfileSource::SndfileSource(const std::string& name, OriginalListener original)
 // Some formats show only in the name of a file. MPEG is tried first: opened by its name, the decoder would talk to
 // standard error where the file does not end where its header says.
 void SndfileSource::open_file() {
-    const bool by_name = !input_.live() && info_.name != "-";
     if (input_.live()) {
         const uint32_t magic = input_.peek_magic();
         if (magic != 0 && std::count(kStreamed.begin(), kStreamed.end(), magic) == 0) {
@@ -141,7 +158,7 @@ void SndfileSource::open_file() {
         file_.reset(sf_open_fd(input_.get(), SFM_READ, &format_, SF_FALSE));
     } else if (open_mpeg(0)) {
         return;
-    } else if (by_name) {
+    } else if (is_named_) {
         file_.reset();
         format_ = {};
         file_.reset(sf_open(info_.name.c_str(), SFM_READ, &format_));
@@ -164,6 +181,7 @@ bool SndfileSource::open_as_promised() {
 }
 
 void SndfileSource::open() {
+    const DecoderMessages::Diversion diversion(messages_);
     open_file();
     const bool may_promise_more = !file_ || forgets_length(format_.format);
     if (!input_.live() && may_promise_more && !open_as_promised()) {
@@ -172,7 +190,12 @@ void SndfileSource::open() {
     if (file_ && !input_.live() && container_of(format_.format) == SF_FORMAT_NIST) {
         format_.frames = std::max(format_.frames, sphere_length(input_));
     }
-    if (file_ && !input_.live()) {
+    if (!file_ && !input_.live()) {
+        if (const auto caf = find_open_ended_caf(input_)) {
+            open_window({input_, caf->start, input_.size() - caf->start}, caf->samples);
+            format_.format = SF_FORMAT_CAF | (caf->samples.format & ~SF_FORMAT_TYPEMASK);
+        }
+    } else if (!input_.live()) {
         if (const auto start = start_of_unfinished_samples(input_);
             start && sample_bytes(format_.format) > 0) {
             const int format = format_.format;
@@ -185,18 +208,26 @@ void SndfileSource::open() {
         if (input_.interrupted()) {
             throw Interrupted(input_name(info_.name));
         }
-        throw Failure(input_name(info_.name), sndfile_reason(sf_strerror(file_.get())) +
-                                                  decoder_hint(info_.name, file_.get()));
+        throw Failure(input_name(info_.name),
+                      sndfile_reason(sf_strerror(file_.get())) + decoder_hint(info_.name));
     }
     const int container = container_of(format_.format);
+    if (!input_.live() && container == SF_FORMAT_VOC && has_several_voc_blocks(input_)) {
+        throw Failure(
+            input_name(info_.name),
+            "a VOC file of several blocks, which are not read here" + decoder_hint(info_.name));
+    }
     if (!input_.live() && container == SF_FORMAT_MPEG) {
         if (!open_mpeg(kMostBeforeMpeg) && !file_) {
             throw Failure(input_name(info_.name), "no MPEG frame is found");
         }
     } else if (!input_.live() && container == SF_FORMAT_OGG) {
-        links_ = starts_of_ogg_links(input_);
-        if (links_.size() > 1) {
-            links_.push_back(input_.size());
+        const OggLinks found = find_ogg_links(input_);
+        links_ = found.starts;
+        is_cut_at_fault_ = found.is_damaged;
+        unfinished_link_ = found.unfinished;
+        if (links_.size() > 1 || found.is_damaged) {
+            links_.push_back(found.end);
             open_window(link_window(), {});
         }
     }
@@ -220,7 +251,7 @@ bool SndfileSource::open_next_link() {
     if (!open_window(link_window(), {})) {
         fault_of_link_ = sndfile_reason(sf_strerror(nullptr));
     } else if (format_.samplerate != info_.input_rate || format_.channels != info_.input_channels) {
-        fault_of_link_ = "has another rate or number of channels";
+        fault_of_link_ = kOtherSound;
     }
     return fault_of_link_.empty();
 }
@@ -232,11 +263,16 @@ bool SndfileSource::open_mpeg(int64_t most_before) {
     if (!sound) {
         return false;
     }
-    const int64_t size = input_.size() - sound->start;
+    const MpegExtent extent = extent_of_mpeg(input_, sound->start);
+    const int64_t size = extent.end - sound->start;
     const int64_t counted = sound->byte_count > 0 ? sound->byte_count : size;
     open_window({input_, sound->start, size, sound->counted ? counted : kEndless}, {});
     if (!sound->counted) {
         format_.frames = SF_COUNT_MAX;
+    }
+    if (file_ && extent.changes) {
+        link_ = 1;
+        fault_of_link_ = kOtherSound;
     }
     return file_ && container_of(format_.format) == SF_FORMAT_MPEG;
 }
@@ -253,7 +289,8 @@ bool SndfileSource::length_known() const {
 bool SndfileSource::goes_on_after_declared_end() const {
     const int container = container_of(format_.format);
     return input_.live() && !length_known() && sample_bytes(format_.format) > 0 &&
-           (container == SF_FORMAT_WAV || container == SF_FORMAT_WAVEX);
+           (container == SF_FORMAT_WAV || container == SF_FORMAT_WAVEX ||
+            container == SF_FORMAT_AU);
 }
 
 int64_t SndfileSource::read_piece(int16_t* piece, int64_t frames) {
@@ -280,6 +317,10 @@ int64_t SndfileSource::read_converted(int16_t* piece, int64_t frames) {
     const auto size = static_cast<std::size_t>(frames * info_.channels);
     sf_count_t count = 0;
     const void* original = piece;
+    std::optional<DecoderMessages::Diversion> diversion;
+    if (is_mpeg(format_.format)) {
+        diversion.emplace(messages_);
+    }
     switch (kind_) {
         case SampleKind::kShort:
             count = sf_readf_short(file_.get(), piece, frames);
@@ -318,6 +359,13 @@ void SndfileSource::check_end(int64_t frames_read) {
     if (error != SF_ERR_NO_ERROR && container != SF_FORMAT_MPEG) {
         throw Failure(name, sndfile_reason(sf_strerror(file_.get())));
     }
+    if (is_cut_at_fault_) {
+        throw Failure(name, "damaged: pages are missing or wrong");
+    }
+    if (unfinished_link_ > 0) {
+        throw Failure(name, "part " + std::to_string(unfinished_link_) +
+                                " of the chain: its last page is missing");
+    }
     std::vector<char> log(16384);
     sf_command(file_.get(), SFC_GET_LOG_INFO, log.data(), static_cast<int>(log.size()));
     const std::string loss = loss_in_log(log.data(), format_.format);
@@ -330,6 +378,9 @@ void SndfileSource::check_end(int64_t frames_read) {
     }
     if (error != SF_ERR_NO_ERROR) {  // of MPEG, for which libsndfile has no words
         throw Failure(name, "damaged, or cut within a frame");
+    }
+    if (messages_.tell_of_damage()) {
+        throw Failure(name, "damaged: the decoder has left out some of it");
     }
     char more = 0;
     if (input_.live() && container == SF_FORMAT_OGG && input_.read(&more, 1) > 0) {

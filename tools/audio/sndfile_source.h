@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "tools/audio/buffered_source.h"
+#include "tools/audio/decoder_messages.h"
 #include "tools/audio/file_window.h"
 #include "tools/audio/sample_conversion.h"
 
@@ -43,11 +44,15 @@ class SndfileSource : public InputSource {
     int64_t read_converted(int16_t* piece, int64_t frames);
     void check_end(int64_t frames_read) override;
 
+    bool is_named_;  // a regular file, which may be opened again by its name
     SF_INFO format_{};
+    DecoderMessages messages_;
     std::optional<FileWindow> window_;  // where libsndfile reads a part of the file
     std::vector<int64_t> links_;  // of Ogg, where they begin in the file, and where the last ends
     std::size_t link_ = 0;
-    std::string fault_of_link_;
+    bool is_cut_at_fault_ = false;  // nothing behind a damaged page is read
+    int64_t unfinished_link_ = 0;   // counted from 1
+    std::string fault_of_link_;     // of the one that is read, counted from 0
     SndfileHandle file_;
     int64_t given_ = 0;  // frames of file_
     SampleKind kind_ = SampleKind::kShort;

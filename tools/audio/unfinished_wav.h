@@ -1,6 +1,8 @@
-/** WAV and W64 without a true length: what a recorder has not finished, and what was written to a pipe. */
+/** WAV, W64, RF64, AU and CAF without a true length: what a recorder has not finished, and what was written to a pipe. */
 #ifndef KORVANE_TOOLS_AUDIO_UNFINISHED_WAV_H
 #define KORVANE_TOOLS_AUDIO_UNFINISHED_WAV_H
+
+#include <sndfile.h>
 
 #include <cstdint>
 #include <optional>
@@ -16,6 +18,15 @@ constexpr int64_t kUnknownBytes = 0x7F000000;
 /** Where the samples of a regular file begin, in bytes, if they go on to its end whatever its header says: where
  * that says 0 or a placeholder, and no chunk follows. */
 std::optional<int64_t> start_of_unfinished_samples(InputDescriptor& file);
+
+/** A CAF file whose length its header leaves open, as Apple's Core Audio Format Specification 1.0 allows. */
+struct OpenEndedCaf {
+    int64_t start = 0;  ///< of the samples, in bytes
+    SF_INFO samples{};  ///< without a header
+};
+
+/** Nothing for other files, and where the samples are not linear PCM. */
+std::optional<OpenEndedCaf> find_open_ended_caf(InputDescriptor& file);
 
 }  // namespace korvane::tool
 

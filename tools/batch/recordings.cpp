@@ -1,8 +1,11 @@
 #include "tools/batch/recordings.h"
 
 #include <algorithm>
+#include <array>
+#include <cctype>
 #include <filesystem>
 #include <sstream>
+#include <string_view>
 
 #include "tools/audio/input_descriptor.h"
 #include "tools/audio/sink_format.h"
@@ -12,8 +15,20 @@ namespace korvane::tool {
 
 namespace {
 
+/** By its name. Raw samples may have any; ffmpeg reads what is made by telephones, cameras and on the web. */
+bool is_recording(const std::string& path, const SourceOptions& source) {
+    constexpr std::array<std::string_view, 20> kOfFfmpeg = {
+        ".3gp", ".aac", ".ac3", ".amr", ".ape", ".avi", ".flv", ".m4a",  ".m4b", ".mka",
+        ".mkv", ".mov", ".mp2", ".mp4", ".mpg", ".spx", ".ts",  ".webm", ".wma", ".wmv"};
+    std::string extension = std::filesystem::path(path).extension();
+    std::transform(extension.begin(), extension.end(), extension.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    return source.raw || is_sound_name(path) ||
+           (source.by_ffmpeg && std::count(kOfFfmpeg.begin(), kOfFfmpeg.end(), extension) != 0);
+}
+
 /** All recordings in a folder and below, in the order of their names; anything else stays as it is. */
-std::vector<std::string> in_folder(const std::string& name, bool any_extension) {
+std::vector<std::string> in_folder(const std::string& name, const SourceOptions& source) {
     std::error_code error;
     if (!std::filesystem::is_directory(name, error)) {
         return {name};
@@ -26,7 +41,7 @@ std::vector<std::string> in_folder(const std::string& name, bool any_extension) 
         if (entry->path().filename().string().front() == '.') {
             entry.disable_recursion_pending();
         } else if ((entry->is_regular_file(unknown) || unknown) &&
-                   (any_extension || is_sound_name(entry->path().string()))) {
+                   is_recording(entry->path().string(), source)) {
             names.push_back(entry->path().string());
         }
     }
@@ -44,9 +59,8 @@ std::vector<std::string> with_folders_open(const std::vector<std::string>& names
                                            const Options& options) {
     std::vector<std::string> all;
     for (const std::string& name : names) {
-        const bool any = options.source.raw || options.source.by_ffmpeg;
         const std::vector<std::string> inside =
-            options.recursive ? in_folder(name, any) : std::vector<std::string>{name};
+            options.recursive ? in_folder(name, options.source) : std::vector<std::string>{name};
         all.insert(all.end(), inside.begin(), inside.end());
     }
     return all;

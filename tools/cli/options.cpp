@@ -154,6 +154,22 @@ std::vector<std::string> without_shorthand(std::vector<std::string> words) {
     return words;
 }
 
+/** Which of the command's formats the output's name stands for; else text. */
+ResultFormat format_by_name(const Options& options) {
+    const std::string extension = std::filesystem::path(options.output).extension();
+    const bool has_all = options.command == Command::kDetect;
+    for (const std::string& name : result_format_names()) {
+        const ResultFormat format = result_format(name);
+        const bool is_written =
+            has_all ||
+            (options.command == Command::kScore ? format == ResultFormat::kCsv : is_live(format));
+        if (is_written && extension == extension_of(format)) {
+            return format;
+        }
+    }
+    return ResultFormat::kText;
+}
+
 Command command_of(std::vector<std::string>& words) {
     for (const CommandText& text : command_texts()) {
         if (!words.empty() && words.front() == text.name) {
@@ -197,6 +213,9 @@ Options parse_options(const std::vector<std::string>& words) {
     }
     if (options.source.raw && !has_raw) {
         check("--rate, --channel-count and --layout need --raw");
+    }
+    if (!options.format_is_given) {
+        options.format = format_by_name(options);
     }
     check(missing_argument(options));
     check(contradiction(options));

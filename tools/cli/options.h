@@ -91,7 +91,8 @@ struct Options {
         max_speech;  ///< not given: times()
 
     ResultFormat format = ResultFormat::kText;
-    std::string output;  ///< -o; empty: standard output
+    bool format_is_given = false;  ///< else the output's extension has chosen it
+    std::string output;            ///< -o; empty: standard output
     Progress progress = Progress::kAuto;
     bool quiet = false;
     bool strict = false;

@@ -347,7 +347,8 @@ void Adder::segments() {
 
 void Adder::format(bool frames_only) {
     group_ = "Output";
-    value("-f,--format", formats(frames_only), "format of the output (default text)",
+    value("-f,--format", formats(frames_only),
+          "format of the output (default: by the extension of -o, else text)",
           [&options = options_, frames_only](const std::string& text) {
               ResultFormat format{};
               try {
@@ -359,6 +360,7 @@ void Adder::format(bool frames_only) {
                   throw std::invalid_argument("'" + text + "' is none of " + formats(true));
               }
               options.format = format;
+              options.format_is_given = true;
           });
     if (!frames_only) {
         flag("--json", "the same as -f json", options_.json);
@@ -461,14 +463,16 @@ void Adder::page_audio() {
 
 void Adder::score() {
     group_ = "Output";
-    value("-f,--format", "text|csv", "format of the output (default text)",
+    value("-f,--format", "text|csv",
+          "format of the output (default: by the extension of -o, else text)",
           [&options = options_](const std::string& text) {
               options.format = choice<ResultFormat>(
                   text, {{"text", ResultFormat::kText}, {"csv", ResultFormat::kCsv}});
+              options.format_is_given = true;
           });
     output("FILE", "write to FILE, not to standard output");
     value("--collar", "TIME",
-          "what lies so near to a begin or an end in REFERENCE does not count (default 0)",
+          "what lies so near to a start or an end in REFERENCE does not count (default 0)",
           [&options = options_](const std::string& text) {
               options.collar = Span(text, Span::Unit::kSeconds);
               check_is_not_milliseconds(text, kFewSeconds);

@@ -126,6 +126,21 @@ void read_rttm_line(const std::string& line, Annotations& annotations) {
                     time_in(start) + time_in(duration));
 }
 
+/** What this tool says of a recording without speech is no comment. */
+void read_rttm_remark(const std::string& line, Annotations& annotations) {
+    constexpr std::string_view kBegin = ";; ";
+    constexpr std::string_view kEnd = ": no speech";
+    if (line.starts_with(kBegin) && line.ends_with(kEnd)) {
+        std::string name = line.substr(kBegin.size(), line.size() - kBegin.size() - kEnd.size());
+        int channel = 1;
+        if (const std::size_t at = name.rfind(": channel "); at != std::string::npos) {
+            channel = channel_in("speech, " + name.substr(at + 2));
+            name.resize(at);
+        }
+        annotations.of(stem_of(name), channel);
+    }
+}
+
 void read_label(const std::string& line, const std::string& name, Annotations& annotations) {
     if (line.front() == '\\') {
         return;  // the frequencies of the label before
@@ -236,10 +251,12 @@ std::vector<Annotation> read_annotations(const std::string& path) {
             const bool letter =
                 !line.empty() && std::isupper(static_cast<unsigned char>(line.front())) != 0;
             rttm = rttm || letter || line.starts_with(";;");
-            if (line.empty() || line.starts_with(";;")) {
+            if (line.empty()) {
                 continue;
             }
-            if (line.front() == '{') {
+            if (line.starts_with(";;")) {
+                read_rttm_remark(line, annotations);
+            } else if (line.front() == '{') {
                 read_json_line(line, annotations);
             } else if (rttm) {
                 read_rttm_line(line, annotations);
