@@ -243,6 +243,9 @@ class BadRecordings(ToolTest):
                 self.rejected(whole, "")
                 if name != "a.ogg":
                     self.delivers_what_comes_before_the_fault(whole)
+        done = self.run_tool("--strict", "-f", "json", whole, PROMPT)
+        self.assertEqual(f"korvane-vad: {json.loads(done.stdout)[0]['error']}\n", done.stderr)
+        self.assertEqual((done.returncode, done.stderr.count(whole)), (1, 1))
         # Twelve seconds: the reader's first piece of 64 Ki frames and the ninth.
         for place in (0.03, 0.97):
             damaged = self.convert("b.flac", "repeat", "8")
@@ -906,7 +909,9 @@ class Scores(ToolTest):
         for form in ("rttm", "jsonl", "audacity", "textgrid"):
             files.append(self.path(form))
             self.run_tool("-f", form, PROMPT, "-o", files[-1])
-        for one, other in product(files, repeat=2):
+        marked = self.path("marked.txt")  # as editors on Windows do
+        pathlib.Path(marked).write_bytes(b"\xef\xbb\xbf" + pathlib.Path(files[2]).read_bytes().replace(b"\n", b"\r\n"))
+        for one, other in product([*files, marked], repeat=2):
             done = self.run_tool("score", one, other)
             self.assertEqual(done.stdout.splitlines()[-1].split()[2:], ["0.000", "0.000", "1.0000", "0.0000", "together"], (one, other))
 

@@ -81,6 +81,9 @@ InputDescriptor::InputDescriptor(const std::string& name) : name_(input_name(nam
     descriptor_ = name == "-" ? fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 3)
                               : open(name.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY);
     if (descriptor_ < 0) {
+        if (errno == EINTR) {  // while a named pipe waited for its other end
+            throw Interrupted(name_);
+        }
         throw Failure(name_, std::strerror(errno));
     }
     try {
@@ -102,7 +105,8 @@ void InputDescriptor::find_out_what_it_is() {
         throw Failure(name_, std::strerror(errno));
     }
     if (S_ISDIR(status.st_mode)) {
-        throw Failure(name_, std::strerror(EISDIR));
+        throw Failure(name_, std::strerror(EISDIR) +
+                                 std::string("; detect --recursive takes the recordings in it"));
     }
     set_live(!S_ISREG(status.st_mode));
     if (!live_) {
@@ -220,7 +224,8 @@ std::string text_of_file(const std::string& path) {
         text.append(piece, count);
     }
     file.check();
-    return text;
+    constexpr const char* kByteOrderMark = "\xEF\xBB\xBF";  // as some editors put before UTF-8
+    return text.starts_with(kByteOrderMark) ? text.substr(3) : text;
 }
 
 }  // namespace korvane::tool

@@ -5,6 +5,7 @@
 #include <stdexcept>
 
 #include "tools/cli/name_template.h"
+#include "tools/files/failure.h"
 #include "tools/results/doubt.h"
 #include "tools/results/segmenting.h"
 
@@ -42,7 +43,7 @@ std::vector<StreamTotals> listen_to(const Work& work, const Options& options, bo
                                     const std::vector<Listener>& listeners) {
     std::vector<StreamTotals> totals = detect(*work.source, work.header.stream, digest, listeners);
     if (options.strict && !totals[0].fault.empty()) {
-        throw std::runtime_error(totals[0].fault);
+        throw Failure(totals[0].fault);
     }
     return totals;
 }

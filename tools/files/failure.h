@@ -10,6 +10,8 @@
 namespace korvane::tool {
 
 struct Failure : std::runtime_error {
+    /** Of one that has been told, as it was. */
+    explicit Failure(const std::string& message) : std::runtime_error(message) {}
     Failure(const std::string& file, const std::string& reason)
         : std::runtime_error(one_line(file) + ": " + one_line(reason)) {}
 
