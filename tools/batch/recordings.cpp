@@ -73,13 +73,7 @@ std::vector<std::string> recordings(const Options& options) {
     if (options.files_from.empty()) {
         return with_folders_open(names, options);
     }
-    InputDescriptor list(options.files_from);
-    std::string text;
-    char piece[65536];
-    while (const std::size_t count = list.read(piece, sizeof piece)) {
-        text.append(piece, count);
-    }
-    list.check();
+    const std::string text = text_of_file(options.files_from);
     if (!options.null_separated && text.find('\0') != std::string::npos) {
         throw Failure(input_name(options.files_from),
                       "holds zero bytes; --null takes them as ends of names");

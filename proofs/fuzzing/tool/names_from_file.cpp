@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "input_file.h"
-#include "tools/batch/batch.h"
+#include "tools/batch/recordings.h"
 #include "tools/files/failure.h"
 
 using namespace korvane::tool;
@@ -12,8 +12,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* input, size_t size) {
     FuzzedDataProvider data(input, size);
     Options options;
     options.null_separated = data.ConsumeBool();
-    const std::string text = data.ConsumeRemainingBytesAsString();
+    std::string text = data.ConsumeRemainingBytesAsString();
     const InputFile file(text);
+    text.erase(0, text.starts_with("\xEF\xBB\xBF") ? 3 : 0);
     options.files_from = file.path();
     const char separator = options.null_separated ? '\0' : '\n';
     const bool sound = options.null_separated || text.find('\0') == std::string::npos;
