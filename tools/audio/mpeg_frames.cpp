@@ -53,18 +53,20 @@ class Headers {
   public:
     explicit Headers(InputDescriptor& file) : file_(&file) {}
 
-    /** 0 beyond the end. */
+    /** 0 where the file has no four bytes more. */
     uint32_t at(int64_t place) {
-        const auto end = [this] { return begin_ + static_cast<int64_t>(piece_.size()); };
-        if (place < begin_ || place + static_cast<int64_t>(kHeader) > end()) {
+        constexpr auto kSize = static_cast<int64_t>(kHeader);
+        if (place + kSize > file_->size()) {
+            return 0;
+        }
+        if (place < begin_ || place + kSize > begin_ + static_cast<int64_t>(piece_.size())) {
             constexpr std::size_t kPiece = 65536;
             piece_.resize(kPiece);
             piece_.resize(file_->read_at(place, piece_.data(), kPiece));
             begin_ = place;
         }
-        return place + static_cast<int64_t>(kHeader) <= end()
-                   ? big_endian(&piece_[static_cast<std::size_t>(place - begin_)])
-                   : 0;
+        const auto offset = static_cast<std::size_t>(place - begin_);
+        return offset + kHeader <= piece_.size() ? big_endian(&piece_[offset]) : 0;
     }
     InputDescriptor& file() { return *file_; }
 
@@ -138,7 +140,7 @@ int64_t end_of_id3_tags(InputDescriptor& file, int64_t from) {
 
 std::optional<MpegSound> find_mpeg(InputDescriptor& file, int64_t from, int64_t most_before) {
     Headers headers(file);
-    for (int64_t at = from; at <= from + most_before; ++at) {
+    for (int64_t at = from; at <= std::min(from + most_before, file.size()); ++at) {
         if (const uint32_t header = headers.at(at); begins_sound(headers, at, header)) {
             return counted_sound(headers, at, frame_bytes(header));
         }
