@@ -290,16 +290,16 @@ gboolean stop(GstBaseTransform* base) {
 
 // ---- Properties -------------------------------------------------------------------------------------------------
 
-void set_property(GObject* object, guint id, const GValue* value, GParamSpec* spec) {
+void set_property(GObject* object, guint id, const GValue* value, GParamSpec* property) {
     GST_OBJECT_LOCK(object);
     const bool known = set_setting(state_of(object).settings, id, value);
     GST_OBJECT_UNLOCK(object);
     if (!known) {
-        G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, spec);
+        G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, property);
     }
 }
 
-void get_property(GObject* object, guint id, GValue* value, GParamSpec* spec) {
+void get_property(GObject* object, guint id, GValue* value, GParamSpec* property) {
     const State& state = state_of(object);
     GST_OBJECT_LOCK(object);
     const bool known = get_setting(state.settings, id, value);
@@ -309,7 +309,7 @@ void get_property(GObject* object, guint id, GValue* value, GParamSpec* spec) {
     } else if (id == speech_id + 1) {
         g_value_set_float(value, state.score);
     } else if (!known) {
-        G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, spec);
+        G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, property);
     }
 }
 

@@ -190,18 +190,8 @@ void SndfileSource::open() {
     if (file_ && !input_.live() && container_of(format_.format) == SF_FORMAT_NIST) {
         format_.frames = std::max(format_.frames, sphere_length(input_));
     }
-    if (!file_ && !input_.live()) {
-        if (const auto caf = find_open_ended_caf(input_)) {
-            open_window({input_, caf->start, input_.size() - caf->start}, caf->samples);
-            format_.format = SF_FORMAT_CAF | (caf->samples.format & ~SF_FORMAT_TYPEMASK);
-        }
-    } else if (!input_.live()) {
-        if (const auto start = start_of_unfinished_samples(input_);
-            start && sample_bytes(format_.format) > 0) {
-            const int format = format_.format;
-            open_window({input_, *start, input_.size() - *start}, raw_format(format_));
-            format_.format = format;
-        }
+    if (!input_.live()) {
+        open_to_its_end();
     }
     // libsndfile makes do with what it has read of a header.
     if (!file_ || sf_error(file_.get()) == SF_ERR_SYSTEM) {
@@ -212,24 +202,48 @@ void SndfileSource::open() {
                       sndfile_reason(sf_strerror(file_.get())) + decoder_hint(info_.name));
     }
     const int container = container_of(format_.format);
-    if (!input_.live() && container == SF_FORMAT_VOC && has_several_voc_blocks(input_)) {
+    if (input_.live()) {
+        return;
+    }
+    if (container == SF_FORMAT_VOC && has_several_voc_blocks(input_)) {
         throw Failure(
             input_name(info_.name),
             "a VOC file of several blocks, which are not read here" + decoder_hint(info_.name));
     }
-    if (!input_.live() && container == SF_FORMAT_MPEG) {
-        if (!open_mpeg(kMostBeforeMpeg) && !file_) {
-            throw Failure(input_name(info_.name), "no MPEG frame is found");
+    if (container == SF_FORMAT_MPEG && !open_mpeg(kMostBeforeMpeg) && !file_) {
+        throw Failure(input_name(info_.name), "no MPEG frame is found");
+    }
+    if (container == SF_FORMAT_OGG) {
+        open_chain();
+    }
+}
+
+/** Where the header says nothing of the length: all that the file holds. */
+void SndfileSource::open_to_its_end() {
+    if (!file_) {
+        if (const auto caf = find_open_ended_caf(input_)) {
+            open_window({input_, caf->start, input_.size() - caf->start}, caf->samples);
+            format_.format = SF_FORMAT_CAF | (caf->samples.format & ~SF_FORMAT_TYPEMASK);
         }
-    } else if (!input_.live() && container == SF_FORMAT_OGG) {
-        const OggLinks found = find_ogg_links(input_);
-        links_ = found.starts;
-        is_cut_at_fault_ = found.is_damaged;
-        unfinished_link_ = found.unfinished;
-        if (links_.size() > 1 || found.is_damaged) {
-            links_.push_back(found.end);
-            open_window(link_window(), {});
-        }
+    } else if (const auto start = start_of_unfinished_samples(input_);
+               start && sample_bytes(format_.format) > 0) {
+        const int format = format_.format;
+        open_window({input_, *start, input_.size() - *start}, raw_format(format_));
+        format_.format = format;
+    }
+}
+
+void SndfileSource::open_chain() {
+    const OggLinks found = find_ogg_links(input_);
+    links_ = found.starts;
+    if (links_.empty()) {
+        return;  // libsndfile has found something all the same
+    }
+    is_cut_at_fault_ = found.is_damaged;
+    unfinished_link_ = found.unfinished;
+    if (links_.size() > 1 || found.is_damaged) {
+        links_.push_back(found.end);
+        open_window(link_window(), {});
     }
 }
 

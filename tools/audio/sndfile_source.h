@@ -34,6 +34,8 @@ class SndfileSource : public InputSource {
     void open();
     void open_file();
     bool open_as_promised();
+    void open_to_its_end();
+    void open_chain();
     bool open_window(const FileWindow& window, const SF_INFO& format);
     FileWindow link_window();
     bool open_next_link();
