@@ -15,7 +15,7 @@ struct Output {
     int error = 0;
 };
 
-/** Null where libsndfile does not write the format; its reason is that of no file. The output must outlive it. */
+/** Null where libsndfile does not write the format; sf_strerror(nullptr) says why. The output must outlive it. */
 SndfileHandle open_for_writing(Output& output, int format, int rate, int channels);
 
 /** Full scale 1.0 for what is floating point or coded from it, else the samples as they are: wider
