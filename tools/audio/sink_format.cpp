@@ -81,15 +81,6 @@ constexpr std::array<Extension, 10> kExtensions = {{{"aif", SF_FORMAT_AIFF},
                                                     {"wavex", SF_FORMAT_WAVEX},
                                                     {"pcm", SF_FORMAT_RAW}}};
 
-/** Without its dot, in lower case. */
-std::string extension_of(const std::string& path) {
-    std::string extension = std::filesystem::path(path).extension();
-    extension.erase(0, 1);
-    std::transform(extension.begin(), extension.end(), extension.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-    return extension;
-}
-
 /** The containers that go by an extension; several share .wav and .mat. */
 std::vector<int> containers_named(const std::string& extension) {
     std::vector<int> containers;
@@ -144,8 +135,16 @@ std::string cannot_hold(int format, int rate, int channels) {
            std::to_string(rate) + " Hz and keep its length";
 }
 
+std::string lower_extension(const std::string& path) {
+    std::string extension = std::filesystem::path(path).extension();
+    extension.erase(0, 1);
+    std::transform(extension.begin(), extension.end(), extension.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    return extension;
+}
+
 bool is_sound_name(const std::string& path) {
-    const std::string extension = extension_of(path);
+    const std::string extension = lower_extension(path);
     return !extension.empty() && !containers_named(extension).empty();
 }
 
@@ -153,7 +152,7 @@ int sink_format(const SourceInfo& source, const std::string& path) {
     if (path == "-") {
         return 0;
     }
-    const std::string extension = extension_of(path);
+    const std::string extension = lower_extension(path);
     const std::vector<int> named = containers_named(extension);
     const int own = container_of(source.sf_format);
     const bool own_container = named.empty() || std::count(named.begin(), named.end(), own) != 0;
@@ -177,10 +176,10 @@ int sink_format(const SourceInfo& source, const std::string& path) {
 }
 
 void check_sink(const SourceInfo& source, const std::string& path) {
-    const std::string extension = path == "-" ? "" : extension_of(path);
+    const std::string extension = path == "-" ? "" : lower_extension(path);
     // The end of a number of seconds is no extension.
     const bool named = extension.find_first_not_of("0123456789") != std::string::npos;
-    const bool is_own = !source.is_decoded && extension == extension_of(source.name);
+    const bool is_own = !source.is_decoded && extension == lower_extension(source.name);
     if (named && !is_own && containers_named(extension).empty()) {
         throw Failure(path,
                       "no ." + extension +

@@ -22,6 +22,9 @@ int sink_format(const SourceInfo& source, const std::string& path);
  * for no format that is written, or the format cannot hold the rate, the channels or the length. */
 void check_sink(const SourceInfo& source, const std::string& path);
 
+/** Of a file's name, without its dot, in lower case. */
+std::string lower_extension(const std::string& path);
+
 /** Whether the extension stands for a format that libsndfile knows. */
 bool is_sound_name(const std::string& path);
 

@@ -19,7 +19,7 @@ constexpr int64_t kUnknownBytes = 0x7F000000;
  * that says 0 or a placeholder, and no chunk follows. */
 std::optional<int64_t> start_of_unfinished_samples(InputDescriptor& file);
 
-/** A CAF file whose length its header leaves open, as Apple's Core Audio Format Specification 1.0 allows. */
+/** A CAF file whose header leaves the length open, which that format allows. */
 struct OpenEndedCaf {
     int64_t start = 0;  ///< of the samples, in bytes
     SF_INFO samples{};  ///< without a header

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cctype>
 #include <filesystem>
 #include <sstream>
 #include <string_view>
@@ -18,13 +17,11 @@ namespace {
 /** By its name. Raw samples may have any; ffmpeg reads what is made by telephones, cameras and on the web. */
 bool is_recording(const std::string& path, const SourceOptions& source) {
     constexpr std::array<std::string_view, 20> kOfFfmpeg = {
-        ".3gp", ".aac", ".ac3", ".amr", ".ape", ".avi", ".flv", ".m4a",  ".m4b", ".mka",
-        ".mkv", ".mov", ".mp2", ".mp4", ".mpg", ".spx", ".ts",  ".webm", ".wma", ".wmv"};
-    std::string extension = std::filesystem::path(path).extension();
-    std::transform(extension.begin(), extension.end(), extension.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+        "3gp", "aac", "ac3", "amr", "ape", "avi", "flv", "m4a",  "m4b", "mka",
+        "mkv", "mov", "mp2", "mp4", "mpg", "spx", "ts",  "webm", "wma", "wmv"};
     return source.raw || is_sound_name(path) ||
-           (source.by_ffmpeg && std::count(kOfFfmpeg.begin(), kOfFfmpeg.end(), extension) != 0);
+           (source.by_ffmpeg &&
+            std::count(kOfFfmpeg.begin(), kOfFfmpeg.end(), lower_extension(path)) != 0);
 }
 
 /** All recordings in a folder and below, in the order of their names; anything else stays as it is. */
